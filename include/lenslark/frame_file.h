@@ -7,7 +7,7 @@
  * reader always finds one whole frame. Everything is little-endian; docs/frame-file.md tells the
  * protocol in words, examples/read_feed.c is a complete reader.
  *
- * This header is plain C99 and needs nothing else of lenslark.
+ * This header is plain C11 and needs nothing else of lenslark.
  */
 #ifndef LENSLARK_FRAME_FILE_H
 #define LENSLARK_FRAME_FILE_H

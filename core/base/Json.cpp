@@ -1,0 +1,169 @@
+#include "base/Json.h"
+
+#include <fmt/core.h>
+
+#include <charconv>
+#include <cmath>
+#include <limits>
+#include <nlohmann/json.hpp>
+
+#include "base/Text.h"
+
+namespace lenslark::Json {
+namespace {
+
+using nlohmann::json;
+
+JsonError wrongType(const char* key, const char* wanted) {
+  return JsonError(fmt::format("\"{}\" is not {}", key, wanted));
+}
+
+/// Reads exactly `digits` decimal digits off the front of `text`.
+std::optional<int> takeNumber(std::string_view& text, std::size_t digits) {
+  if (text.size() < digits) return std::nullopt;
+  int value = 0;
+  for (const char character : text.substr(0, digits)) {
+    if (character < '0' || character > '9') return std::nullopt;
+    value = value * 10 + (character - '0');
+  }
+  text.remove_prefix(digits);
+  return value;
+}
+
+bool take(std::string_view& text, char wanted) {
+  if (text.empty() || text.front() != wanted) return false;
+  text.remove_prefix(1);
+  return true;
+}
+
+/// "Z", "+02:00" or "+0200", as the offset from UTC.
+std::optional<std::chrono::minutes> takeZone(std::string_view& text) {
+  if (take(text, 'Z')) return std::chrono::minutes(0);
+  const bool east = take(text, '+');
+  if (!east && !take(text, '-')) return std::nullopt;
+  const auto hours = takeNumber(text, 2);
+  take(text, ':');
+  const auto minutes = takeNumber(text, 2);
+  if (!hours || !minutes || *hours > 23 || *minutes > 59) return std::nullopt;
+  const auto offset = std::chrono::hours(*hours) + std::chrono::minutes(*minutes);
+  return east ? offset : -offset;
+}
+
+void skipFraction(std::string_view& text) {
+  if (!take(text, '.')) return;
+  while (!text.empty() && text.front() >= '0' && text.front() <= '9') text.remove_prefix(1);
+}
+
+}  // namespace
+
+json parse(std::string_view text) {
+  const auto boundDepth = [](int depth, json::parse_event_t event, json&) {
+    const bool opens =
+        event == json::parse_event_t::object_start || event == json::parse_event_t::array_start;
+    if (opens && depth >= maxDepth) throw JsonError("JSON is nested too deeply");
+    return true;
+  };
+  try {
+    return json::parse(text, boundDepth);
+  } catch (const json::exception& error) {
+    throw JsonError(error.what());
+  }
+}
+
+std::string pretty(const json& value) {
+  return value.dump(2, ' ', false, json::error_handler_t::replace);
+}
+
+std::string compact(const json& value) {
+  return value.dump(-1, ' ', false, json::error_handler_t::replace);
+}
+
+json number(double value) {
+  constexpr double largestExact = 9007199254740992.0;  // 2^53
+  if (std::nearbyint(value) == value && std::abs(value) < largestExact) {
+    return static_cast<std::int64_t>(value);
+  }
+  return value;
+}
+
+std::string formatDate(Date date) {
+  const auto day = std::chrono::floor<std::chrono::days>(date);
+  const std::chrono::year_month_day calendar(day);
+  const std::chrono::hh_mm_ss time(date - day);
+  return fmt::format("{:04}-{:02}-{:02}T{:02}:{:02}:{:02}Z", static_cast<int>(calendar.year()),
+                     static_cast<unsigned>(calendar.month()), static_cast<unsigned>(calendar.day()),
+                     time.hours().count(), time.minutes().count(), time.seconds().count());
+}
+
+std::optional<Date> parseDate(std::string_view text) {
+  const auto year = takeNumber(text, 4);
+  if (!year || !take(text, '-')) return std::nullopt;
+  const auto month = takeNumber(text, 2);
+  if (!month || !take(text, '-')) return std::nullopt;
+  const auto day = takeNumber(text, 2);
+  if (!day || !take(text, 'T')) return std::nullopt;
+  const auto hour = takeNumber(text, 2);
+  if (!hour || !take(text, ':')) return std::nullopt;
+  const auto minute = takeNumber(text, 2);
+  if (!minute || !take(text, ':')) return std::nullopt;
+  const auto second = takeNumber(text, 2);
+  if (!second) return std::nullopt;
+  skipFraction(text);
+  const auto zone = takeZone(text);
+  if (!zone || !text.empty()) return std::nullopt;
+
+  const std::chrono::year_month_day calendar(std::chrono::year(*year),
+                                             std::chrono::month(static_cast<unsigned>(*month)),
+                                             std::chrono::day(static_cast<unsigned>(*day)));
+  if (!calendar.ok() || *hour > 23 || *minute > 59 || *second > 60) return std::nullopt;
+  return std::chrono::sys_days(calendar) + std::chrono::hours(*hour) +
+         std::chrono::minutes(*minute) + std::chrono::seconds(*second) - *zone;
+}
+
+const json* find(const json& object, const char* key) {
+  const auto member = object.find(key);
+  if (member == object.end() || member->is_null()) return nullptr;
+  return &*member;
+}
+
+const json& expect(const json& object, const char* key) {
+  if (!object.is_object()) throw JsonError(fmt::format("no object to hold \"{}\"", key));
+  const json* member = find(object, key);
+  if (member == nullptr) throw JsonError(fmt::format("\"{}\" is missing", key));
+  return *member;
+}
+
+std::string expectString(const json& object, const char* key) {
+  const json& member = expect(object, key);
+  if (!member.is_string()) throw wrongType(key, "text");
+  return member.get<std::string>();
+}
+
+bool expectBool(const json& object, const char* key) {
+  const json& member = expect(object, key);
+  if (!member.is_boolean()) throw wrongType(key, "true or false");
+  return member.get<bool>();
+}
+
+double expectDouble(const json& object, const char* key) {
+  const json& member = expect(object, key);
+  if (!member.is_number()) throw wrongType(key, "a number");
+  return member.get<double>();
+}
+
+int expectInt(const json& object, const char* key) {
+  const double value = expectDouble(object, key);
+  if (std::nearbyint(value) != value || value < std::numeric_limits<int>::min() ||
+      value > std::numeric_limits<int>::max()) {
+    throw wrongType(key, "a whole number");
+  }
+  return static_cast<int>(value);
+}
+
+Date expectDate(const json& object, const char* key) {
+  const auto date = parseDate(expectString(object, key));
+  if (!date) throw wrongType(key, "an ISO 8601 date");
+  return *date;
+}
+
+}  // namespace lenslark::Json

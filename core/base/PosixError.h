@@ -1,0 +1,16 @@
+#pragma once
+
+#include <string>
+#include <system_error>
+
+namespace lenslark {
+
+/// The error number of a failed system call as an exception, with what failed in front:
+/// posixError(ENOSPC, "/tmp/lenslark.shm").what() is "/tmp/lenslark.shm: No space left on device".
+/// A number that is no known error becomes EIO.
+std::system_error posixError(int errorNumber, const std::string& what);
+
+/// Throws posixError(errno, what).
+[[noreturn]] void throwErrno(const std::string& what);
+
+}  // namespace lenslark

@@ -1,0 +1,85 @@
+#pragma once
+
+#include <chrono>
+#include <exception>
+#include <functional>
+#include <future>
+#include <memory>
+#include <string>
+#include <type_traits>
+#include <utility>
+
+namespace lenslark {
+
+/// Runs work items one at a time and in order, on a thread of a shared pool. State that only a
+/// queue's work touches needs no lock.
+///
+/// **Threads**: every operation may be called from any thread. What an item throws is logged.
+/// **Owns**: nothing of its items' surroundings. Destroying a queue lets items that were posted
+/// still run; an item that must not outlive its owner captures it weakly.
+class SerialQueue {
+ public:
+  using Work = std::move_only_function<void()>;
+
+  /// Which pool carries the work. Timely items are short and never wait for anything (the router,
+  /// heartbeats, timers); blocking ones may wait for child processes, disks and decoders. A timely
+  /// item never waits behind a blocking one.
+  enum class Lane { timely, blocking };
+
+  explicit SerialQueue(std::string label, Lane lane = Lane::timely);
+  ~SerialQueue();
+  SerialQueue(const SerialQueue&) = delete;
+  SerialQueue& operator=(const SerialQueue&) = delete;
+
+  const std::string& label() const noexcept;
+
+  /// Runs `work` later, behind all items posted before it.
+  void post(Work work);
+
+  /// Runs `body` on the queue, waits for it and returns (or throws) what it does. Must not be
+  /// called from the queue itself.
+  template <typename Body>
+  auto sync(Body&& body) -> std::invoke_result_t<Body&> {
+    std::packaged_task<std::invoke_result_t<Body&>()> task(std::forward<Body>(body));
+    auto result = task.get_future();
+    post([task = std::move(task)]() mutable { task(); });
+    return result.get();
+  }
+
+  /// Whether the caller is running as an item of this queue.
+  bool isCurrent() const noexcept;
+
+ private:
+  friend class RepeatingTimer;
+  struct State;
+  std::shared_ptr<State> state_;
+};
+
+/// Fires on a queue again and again, on a grid that does not drift; firings that were missed are
+/// dropped, not caught up.
+///
+/// **Threads**: any. A firing that was already under way when the timer is destroyed or stopped
+/// from another thread may still run: handlers hold their owner weakly, or stop on the queue.
+class RepeatingTimer {
+ public:
+  using Duration = std::chrono::nanoseconds;
+
+  /// Silent until `schedule`.
+  RepeatingTimer(SerialQueue& queue, std::move_only_function<void()> handler);
+  ~RepeatingTimer();
+  RepeatingTimer(const RepeatingTimer&) = delete;
+  RepeatingTimer& operator=(const RepeatingTimer&) = delete;
+
+  /// First fires after `delay`, then every `interval`. Replaces the schedule before it.
+  void schedule(Duration delay, Duration interval);
+  void stop();
+
+ private:
+  struct State;
+  std::shared_ptr<State> state_;
+};
+
+/// Runs work on the blocking pool, in no order.
+void runInBackground(SerialQueue::Work work);
+
+}  // namespace lenslark

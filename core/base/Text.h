@@ -1,0 +1,35 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace lenslark::Text {
+
+/// Without white space and line ends at both ends.
+std::string_view trim(std::string_view text) noexcept;
+
+/// The pieces between separators; `keepEmpty` keeps those without any character.
+std::vector<std::string_view> split(std::string_view text, char separator, bool keepEmpty = false);
+
+std::string join(const std::vector<std::string>& pieces, std::string_view separator);
+
+/// Valid UTF-8: what is not becomes U+FFFD, one for each maximal broken sequence.
+std::string repairUtf8(std::string_view bytes);
+
+/// Lower case, letters beyond ASCII included (simple case mapping, whatever the locale).
+std::string lowercase(std::string_view text);
+
+/// The shortest decimal text that reads back as the same number: "3", "0.25".
+std::string shortestDouble(double value);
+
+/// The whole text as a decimal number, an optional sign in front. Nothing for anything else and
+/// for what does not fit.
+std::optional<int> parseInt(std::string_view text) noexcept;
+
+/// The whole text as a decimal floating-point number, an optional sign in front. "nan", "inf" and
+/// what overflows are not numbers.
+std::optional<double> parseDouble(std::string_view text) noexcept;
+
+}  // namespace lenslark::Text
