@@ -1,0 +1,29 @@
+#pragma once
+
+#include <exception>
+#include <nlohmann/json_fwd.hpp>
+#include <string_view>
+
+/// Standard output. Everything is written at once, so that a reader at the other end of a pipe
+/// never waits for a buffer to fill.
+namespace lenslark::Output {
+
+/// Nobody reads standard output any more (`lenslark devices | head -1`): a command ends quietly.
+class Closed final : public std::exception {
+ public:
+  const char* what() const noexcept override { return "standard output is closed"; }
+};
+
+/// From now on a write to a pipe without a reader fails instead of ending the process. Child
+/// processes are not affected.
+void surviveClosedPipes();
+
+/// **Fails** with Closed, or with std::system_error when the text cannot be written, for instance
+/// to a full disk.
+void print(std::string_view text);
+/// The same with a line feed behind it.
+void printLine(std::string_view line);
+/// Indented, keys sorted.
+void printJSON(const nlohmann::json& value);
+
+}  // namespace lenslark::Output
