@@ -1,0 +1,97 @@
+#include "codecs/image/BmpDecoder.h"
+
+#include <array>
+#include <vector>
+
+namespace lenslark::BmpDecoder {
+namespace {
+
+/// Lets the loader go on only with the size that was asked for.
+struct SizeGate {
+  Size announced;
+  std::optional<Size> wanted;
+};
+
+void checkSize(GdkPixbufLoader* loader, int width, int height, void* gate) {
+  auto& sizes = *static_cast<SizeGate*>(gate);
+  sizes.announced = {width, height};
+  // A size of nothing is the loader's way of being told to stop before it makes room for pixels.
+  if (sizes.announced != sizes.wanted) gdk_pixbuf_loader_set_size(loader, 0, 0);
+}
+
+class Loader {
+ public:
+  explicit Loader(SizeGate& gate) : loader_(gdk_pixbuf_loader_new_with_type("bmp", nullptr)) {
+    if (loader_ != nullptr) {
+      g_signal_connect(loader_, "size-prepared", G_CALLBACK(checkSize), &gate);
+    }
+  }
+  Loader(const Loader&) = delete;
+  Loader& operator=(const Loader&) = delete;
+  ~Loader() {
+    // A loader complains when it is dropped unclosed.
+    close();
+    if (loader_ != nullptr) g_object_unref(loader_);
+  }
+
+  /// Whether the bytes could be used.
+  bool write(std::span<const std::byte> bytes) {
+    return loader_ != nullptr &&
+           gdk_pixbuf_loader_write(loader_, reinterpret_cast<const guchar*>(bytes.data()),
+                                   bytes.size(), nullptr) != FALSE;
+  }
+
+  /// Whether the file was whole.
+  bool close() {
+    if (loader_ == nullptr || closed_) return false;
+    closed_ = true;
+    return gdk_pixbuf_loader_close(loader_, nullptr) != FALSE;
+  }
+
+  Pixels pixels() {
+    GdkPixbuf* pixels = gdk_pixbuf_loader_get_pixbuf(loader_);
+    return Pixels(pixels != nullptr ? GDK_PIXBUF(g_object_ref(pixels)) : nullptr);
+  }
+
+ private:
+  GdkPixbufLoader* loader_;
+  bool closed_ = false;
+};
+
+}  // namespace
+
+bool recognises(const FileDescriptor& file) noexcept {
+  std::array<std::byte, 2> magic{};
+  return readAt(file, magic, 0) == 2 && magic[0] == std::byte{'B'} && magic[1] == std::byte{'M'};
+}
+
+std::optional<Size> measure(const FileDescriptor& file) {
+  constexpr std::size_t headerAndPalette = 4096;
+  std::array<std::byte, headerAndPalette> head;
+  const ssize_t count = readAt(file, head, 0);
+  if (count <= 0) return std::nullopt;
+  SizeGate gate;
+  Loader loader(gate);
+  loader.write(std::span(head).first(static_cast<std::size_t>(count)));
+  if (gate.announced.empty()) return std::nullopt;
+  return gate.announced;
+}
+
+Pixels decode(const FileDescriptor& file, Size size) {
+  constexpr std::size_t chunkBytes = 256UL * 1024;
+  SizeGate gate{.announced = {}, .wanted = size};
+  Loader loader(gate);
+  std::vector<std::byte> chunk(chunkBytes);
+  off_t offset = 0;
+  for (;;) {
+    const ssize_t count = readAt(file, chunk, offset);
+    if (count < 0) return nullptr;
+    if (count == 0) break;
+    if (!loader.write(std::span(chunk).first(static_cast<std::size_t>(count)))) return nullptr;
+    offset += count;
+  }
+  if (!loader.close() || gate.announced != size) return nullptr;
+  return loader.pixels();
+}
+
+}  // namespace lenslark::BmpDecoder

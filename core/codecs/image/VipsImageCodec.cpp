@@ -1,0 +1,200 @@
+#include "codecs/image/VipsImageCodec.h"
+
+#include <fmt/core.h>
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+#include <string_view>
+
+#include "base/Error.h"
+#include "codecs/image/BmpDecoder.h"
+#include "codecs/image/PictureSource.h"
+#include "codecs/image/RgbaPixels.h"
+#include "codecs/image/VipsLibrary.h"
+
+namespace lenslark {
+namespace {
+
+/// What a picture's header says.
+struct Header {
+  Size stored;   ///< As the pixels lie in the file.
+  Size upright;  ///< After the orientation.
+  bool hasProfile = false;
+  bool vector = false;
+};
+
+constexpr bool withinLimits(Size size) noexcept {
+  return !size.empty() && size.longerSide() <= VipsImageCodec::longestSide &&
+         static_cast<long long>(size.width) * size.height <= VipsImageCodec::largestArea;
+}
+
+/// Formats whose decoders take the whole file at once.
+bool needsWholeFile(std::string_view loader) noexcept {
+  constexpr std::array wholeFile{"Nsgif", "Webp", "Svg"};
+  return std::any_of(wholeFile.begin(), wholeFile.end(), [loader](std::string_view format) {
+    return loader.find(format) != loader.npos;
+  });
+}
+
+/// Nothing when it is no picture of a wanted format or beyond the limits.
+std::optional<Header> readHeader(const PictureSource& source) {
+  constexpr std::size_t wholeFileLimit = 256UL << 20;
+  const VipsSourcePtr reader = source.makeReader();
+  const char* loader = vips_foreign_find_load_source(reader.get());
+  if (loader == nullptr || (needsWholeFile(loader) && source.size() > wholeFileLimit)) {
+    vips_error_clear();
+    return std::nullopt;
+  }
+  const VipsImagePtr image(
+      vips_image_new_from_source(reader.get(), "", "access", VIPS_ACCESS_SEQUENTIAL, nullptr));
+  if (!image) {
+    vips_error_clear();
+    return std::nullopt;
+  }
+  Header header;
+  header.stored = {vips_image_get_width(image.get()), vips_image_get_height(image.get())};
+  header.upright = header.stored;
+  if (vips_image_get_orientation_swap(image.get()) != FALSE) {
+    std::swap(header.upright.width, header.upright.height);
+  }
+  header.hasProfile = vips_image_get_typeof(image.get(), VIPS_META_ICC_NAME) != 0;
+  header.vector = std::string_view(loader).find("Svg") != std::string_view::npos;
+  if (!withinLimits(header.stored)) return std::nullopt;
+  return header;
+}
+
+/// sRGB bytes, three bands or four with straight alpha, into a picture.
+std::shared_ptr<PixelBuffer> render(VipsImagePtr image) {
+  const auto apply = [&image](auto operation) {
+    VipsImage* out = nullptr;
+    image = VipsLibrary::adopt(operation(image.get(), &out), out);
+    return image != nullptr;
+  };
+  if (vips_image_get_interpretation(image.get()) != VIPS_INTERPRETATION_sRGB &&
+      !apply([](VipsImage* in, VipsImage** out) {
+        return vips_colourspace(in, out, VIPS_INTERPRETATION_sRGB, nullptr);
+      })) {
+    return nullptr;
+  }
+  if (vips_image_get_format(image.get()) != VIPS_FORMAT_UCHAR &&
+      !apply([](VipsImage* in, VipsImage** out) { return vips_cast_uchar(in, out, nullptr); })) {
+    return nullptr;
+  }
+  constexpr int mostBands = 4;
+  if (vips_image_get_bands(image.get()) > mostBands && !apply([](VipsImage* in, VipsImage** out) {
+        return vips_extract_band(in, out, 0, "n", mostBands, nullptr);
+      })) {
+    return nullptr;
+  }
+  std::size_t bytes = 0;
+  const std::unique_ptr<void, decltype(&g_free)> pixels(
+      vips_image_write_to_memory(image.get(), &bytes), g_free);
+  if (!pixels) {
+    vips_error_clear();
+    return nullptr;
+  }
+  const int bands = vips_image_get_bands(image.get());
+  const Size size{vips_image_get_width(image.get()), vips_image_get_height(image.get())};
+  if (bands < 3) return nullptr;
+  return RgbaPixels::toPremultiplied(static_cast<const std::uint8_t*>(pixels.get()), size, bands,
+                                     static_cast<std::ptrdiff_t>(size.width) * bands);
+}
+
+std::shared_ptr<PixelBuffer> loadVips(const PictureSource& source, int maxSide) {
+  const auto header = readHeader(source);
+  if (!header || header->vector) return nullptr;
+  const VipsSourcePtr reader = source.makeReader();
+  VipsImage* out = nullptr;
+  // Colours are only converted where the picture says what they are: asking for sRGB regardless
+  // would change those that are sRGB already.
+  const int status =
+      header->hasProfile
+          ? vips_thumbnail_source(reader.get(), &out, maxSide, "height", maxSide, "size",
+                                  VIPS_SIZE_DOWN, "fail_on", VIPS_FAIL_ON_TRUNCATED,
+                                  "export_profile", "srgb", nullptr)
+          : vips_thumbnail_source(reader.get(), &out, maxSide, "height", maxSide, "size",
+                                  VIPS_SIZE_DOWN, "fail_on", VIPS_FAIL_ON_TRUNCATED, nullptr);
+  VipsImagePtr image = VipsLibrary::adopt(status, out);
+  return image ? render(std::move(image)) : nullptr;
+}
+
+std::shared_ptr<PixelBuffer> loadBmp(const FileDescriptor& file, int maxSide) {
+  const auto size = BmpDecoder::measure(file);
+  if (!size || !withinLimits(*size)) return nullptr;
+  const BmpDecoder::Pixels pixels = BmpDecoder::decode(file, *size);
+  if (!pixels) return nullptr;
+  const int bands = gdk_pixbuf_get_n_channels(pixels.get());
+  const auto* bytes = gdk_pixbuf_read_pixels(pixels.get());
+  if (size->longerSide() <= maxSide) {
+    return RgbaPixels::toPremultiplied(bytes, *size, bands, gdk_pixbuf_get_rowstride(pixels.get()));
+  }
+  return nullptr;
+}
+
+VipsImagePtr wrap(const std::vector<std::uint8_t>& pixels, Size size, int bands) {
+  VipsImage* image = vips_image_new_from_memory(pixels.data(), pixels.size(), size.width,
+                                                size.height, bands, VIPS_FORMAT_UCHAR);
+  if (image == nullptr) throw Error("out of memory");
+  image->Type = VIPS_INTERPRETATION_sRGB;
+  return VipsImagePtr(image);
+}
+
+std::vector<std::byte> takeBuffer(int status, void* data, std::size_t size, const char* format) {
+  if (status != 0) {
+    const std::string reason = vips_error_buffer();
+    vips_error_clear();
+    throw Error(fmt::format("the picture cannot be written as {}: {}", format, reason));
+  }
+  const std::unique_ptr<void, decltype(&g_free)> owner(data, g_free);
+  const auto* bytes = static_cast<const std::byte*>(data);
+  return {bytes, bytes + size};
+}
+
+}  // namespace
+
+std::optional<Size> VipsImageCodec::measure(const std::string& path) {
+  const auto source = PictureSource::open(path);
+  if (!source) return std::nullopt;
+  if (BmpDecoder::recognises(source->file())) {
+    const auto size = BmpDecoder::measure(source->file());
+    return size && withinLimits(*size) ? size : std::nullopt;
+  }
+  const auto header = readHeader(*source);
+  return header ? std::optional(header->upright) : std::nullopt;
+}
+
+std::shared_ptr<PixelBuffer> VipsImageCodec::load(const std::string& path, int maxSide) {
+  const auto source = PictureSource::open(path);
+  if (!source || maxSide < 1) return nullptr;
+  if (BmpDecoder::recognises(source->file())) return loadBmp(source->file(), maxSide);
+  return loadVips(*source, maxSide);
+}
+
+std::shared_ptr<PixelBuffer> VipsImageCodec::load(std::span<const std::byte> file, int maxSide) {
+  if (file.empty() || maxSide < 1) return nullptr;
+  return loadVips(PictureSource(file), maxSide);
+}
+
+std::vector<std::byte> VipsImageCodec::encodePng(const PixelView& picture) {
+  const bool opaque = RgbaPixels::isOpaque(picture);
+  const auto pixels = opaque ? RgbaPixels::overBlack(picture) : RgbaPixels::toStraight(picture);
+  const VipsImagePtr image = wrap(pixels, picture.size, opaque ? 3 : 4);
+  void* data = nullptr;
+  std::size_t size = 0;
+  const int status =
+      vips_pngsave_buffer(image.get(), &data, &size, "compression", 1, "profile", "srgb", nullptr);
+  return takeBuffer(status, data, size, "PNG");
+}
+
+std::vector<std::byte> VipsImageCodec::encodeJpeg(const PixelView& picture, int quality) {
+  const auto pixels = RgbaPixels::overBlack(picture);
+  const VipsImagePtr image = wrap(pixels, picture.size, 3);
+  void* data = nullptr;
+  std::size_t size = 0;
+  const int status = vips_jpegsave_buffer(image.get(), &data, &size, "Q",
+                                          std::clamp(quality, 1, 100), "strip", TRUE, nullptr);
+  return takeBuffer(status, data, size, "JPEG");
+}
+
+}  // namespace lenslark
