@@ -49,9 +49,9 @@ void replace(const std::string& path, std::string_view bytes) {
   TemporaryFile temporary(path + ".tmp-" + Uuid::make());
   temporary.write(bytes);
   temporary.renameTo(path);
-  const FileDescriptor parent = FileDescriptor::open(directory, O_RDONLY | O_DIRECTORY);
-  // Some file systems cannot flush a directory; the rename has happened all the same.
-  ::fsync(parent.get());
+  // Some directories cannot be opened or flushed; the rename has happened all the same.
+  const FileDescriptor parent = FileDescriptor::tryOpen(directory, O_RDONLY | O_DIRECTORY);
+  if (parent) ::fsync(parent.get());
 }
 
 }  // namespace lenslark::AtomicFile

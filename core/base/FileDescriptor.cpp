@@ -1,12 +1,16 @@
 #include "base/FileDescriptor.h"
 
 #include <fcntl.h>
+#include <fmt/core.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <utility>
 
+#include "base/Error.h"
 #include "base/PosixError.h"
 
 namespace lenslark {
@@ -79,6 +83,32 @@ std::string readFile(const std::string& path) {
     if (count == 0) return content;
     content.append(chunk.data(), static_cast<std::size_t>(count));
   }
+}
+
+std::string readRegularFile(const FileDescriptor& file, std::size_t maxSize,
+                            const std::string& what) {
+  struct stat status {};
+  if (::fstat(file.get(), &status) != 0) throwErrno(what);
+  if (!S_ISREG(status.st_mode)) throw Error(what + ": not a regular file");
+  const auto tooLarge = [&] {
+    return Error(fmt::format("{}: larger than {} bytes", what, maxSize));
+  };
+  const auto size = static_cast<std::size_t>(status.st_size);
+  if (size > maxSize) throw tooLarge();
+  // One byte more than its size tells whether the file is growing, or never knew its size.
+  std::string content(std::min(std::max<std::size_t>(size, 4096), maxSize) + 1, '\0');
+  std::size_t filled = 0;
+  for (;;) {
+    const ssize_t count = readAt(file, std::as_writable_bytes(std::span(content)).subspan(filled),
+                                 static_cast<off_t>(filled));
+    if (count < 0) throwErrno(what);
+    filled += static_cast<std::size_t>(count);
+    if (filled < content.size()) break;
+    if (filled > maxSize) throw tooLarge();
+    content.resize(std::min(2 * content.size(), maxSize + 1));
+  }
+  content.resize(filled);
+  return content;
 }
 
 }  // namespace lenslark

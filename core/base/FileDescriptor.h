@@ -44,4 +44,10 @@ ssize_t readAt(const FileDescriptor& file, std::span<std::byte> buffer, off_t of
 /// The whole of a file. **Fails** with std::system_error that names the path.
 std::string readFile(const std::string& path);
 
+/// The whole of an open file, which `what` names. **Fails** with Error unless it is a regular file
+/// of at most `maxSize` bytes (it was opened with O_NONBLOCK, lest a pipe hold the caller up), and
+/// with std::system_error.
+std::string readRegularFile(const FileDescriptor& file, std::size_t maxSize,
+                            const std::string& what);
+
 }  // namespace lenslark

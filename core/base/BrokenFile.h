@@ -1,0 +1,16 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace lenslark::BrokenFile {
+
+/// Keeps the content of a file that cannot be understood, so that replacing the file destroys
+/// nothing: beside it, named "<name>.broken-<Unix seconds>", for its owner's eyes only. Content
+/// that was kept before is not kept again. A name that is taken is left alone, whatever it is: the
+/// next free second is used.
+///
+/// **Fails** with std::system_error; half a copy is not left.
+void keepAside(const std::string& path, std::string_view content);
+
+}  // namespace lenslark::BrokenFile
