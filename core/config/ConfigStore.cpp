@@ -1,0 +1,226 @@
+#include "config/ConfigStore.h"
+
+#include <deque>
+#include <map>
+#include <mutex>
+#include <optional>
+
+#include "base/AtomicFile.h"
+#include "base/Error.h"
+#include "base/FileLock.h"
+#include "base/Log.h"
+#include "base/PosixError.h"
+#include "base/Uuid.h"
+#include "config/ConfigJson.h"
+#include "config/LegacySettings.h"
+#include "config/Lenslark.h"
+#include "config/SavedConfig.h"
+#include "platform/DirectoryWatcher.h"
+
+namespace lenslark {
+namespace {
+
+/// The preferences of the menu-bar application exist on its own platform only.
+std::shared_ptr<const Preferences> appPreferences() { return nullptr; }
+
+void createDirectory(const std::filesystem::path& directory) {
+  std::error_code error;
+  std::filesystem::create_directories(directory, error);
+  if (error) throw posixError(error.value(), "cannot create " + directory.string());
+}
+
+void call(const ConfigStore::Observer& observer, const ConfigFile& config) {
+  try {
+    observer(config);
+  } catch (const std::exception& error) {
+    Log::router().error("lenslark.config.watch: {}", error.what());
+  }
+}
+
+}  // namespace
+
+struct ConfigStore::State : std::enable_shared_from_this<State> {
+  State(std::filesystem::path where, std::shared_ptr<const Preferences> preferences)
+      : directory(std::move(where)),
+        file(directory / "config.json"),
+        legacyPreferences(std::move(preferences)) {}
+
+  /// The value that a reading stands for.
+  ConfigFile valueOf(const SavedConfig& saved) const;
+  /// Replaces the file and takes its new stamp.
+  void save(const ConfigFile& config);
+  void startWatching();
+  void reloadIfChanged();
+
+  // With the mutex held.
+  bool cacheIsCurrent() const;
+  const ConfigFile& current();
+  void remember(const ConfigFile& config, const std::optional<FileStamp>& newStamp, bool isSettled);
+  /// Lets go of the mutex while the observers are called.
+  void announce(std::unique_lock<std::mutex>& lock, const ConfigFile& config);
+
+  const std::filesystem::path directory;
+  const std::filesystem::path file;
+  const std::shared_ptr<const Preferences> legacyPreferences;
+
+  std::mutex mutex;
+  // Guarded by the mutex.
+  std::optional<ConfigFile> cached;  // the value last read or written
+  std::optional<FileStamp> stamp;    // the file's, at that time
+  bool settled = true;               // whether that stamp tells every later change
+  std::map<Token, Observer> observers;
+  std::optional<ConfigFile> announced;  // what the observers know
+  std::deque<ConfigFile> undelivered;   // announced, and still to be told in this order
+  bool delivering = false;              // a thread is telling them
+
+  SerialQueue watchQueue{"lenslark.config.watch"};
+  std::unique_ptr<DirectoryWatcher> watcher;  // guarded by the mutex; ends before its queue
+};
+
+ConfigFile ConfigStore::State::valueOf(const SavedConfig& saved) const {
+  if (saved.condition == SavedConfig::Condition::good) return saved.config;
+  return LegacySettings::migrated(legacyPreferences.get(), Clock::now());
+}
+
+bool ConfigStore::State::cacheIsCurrent() const {
+  return cached && settled && FileStamp::of(file) == stamp;
+}
+
+const ConfigFile& ConfigStore::State::current() {
+  if (!cacheIsCurrent()) {
+    const SavedConfig saved = SavedConfig::read(file);
+    remember(valueOf(saved), saved.stamp, saved.settled);
+  }
+  return *cached;
+}
+
+void ConfigStore::State::remember(const ConfigFile& config,
+                                  const std::optional<FileStamp>& newStamp, bool isSettled) {
+  cached = config;
+  stamp = newStamp;
+  settled = isSettled;
+}
+
+void ConfigStore::State::save(const ConfigFile& config) {
+  const std::string text = ConfigJson::write(config);
+  ConfigJson::read(text);  // what could not be read again is not written either
+  std::unique_lock lock(mutex);
+  try {
+    AtomicFile::replace(file.string(), text);
+  } catch (const std::system_error& error) {
+    throw posixError(error.code().value(),
+                     "cannot save " + file.string() + ", the settings stay as they were");
+  }
+  // Not settled: someone else may have written since the rename.
+  remember(config, FileStamp::of(file), false);
+  announce(lock, config);
+}
+
+void ConfigStore::State::announce(std::unique_lock<std::mutex>& lock, const ConfigFile& config) {
+  announced = config;
+  undelivered.push_back(config);
+  // One thread at a time tells, so that no observer ends with an older value than the last.
+  if (delivering) return;
+  delivering = true;
+  while (!undelivered.empty()) {
+    const ConfigFile next = std::move(undelivered.front());
+    undelivered.pop_front();
+    const std::map<Token, Observer> handlers = observers;
+    lock.unlock();
+    for (const auto& [token, handler] : handlers) call(handler, next);
+    lock.lock();
+  }
+  delivering = false;
+}
+
+void ConfigStore::State::startWatching() {
+  {
+    const std::scoped_lock lock(mutex);
+    if (watcher) return;
+  }
+  std::unique_ptr<DirectoryWatcher> fresh;
+  try {
+    std::error_code ignored;  // a directory that cannot be made now may be made by someone else
+    std::filesystem::create_directories(directory, ignored);
+    fresh = std::make_unique<DirectoryWatcher>(directory, watchQueue, [weak = weak_from_this()] {
+      if (const auto self = weak.lock()) self->reloadIfChanged();
+    });
+  } catch (const std::system_error& error) {
+    Log::router().error("changes of the settings will not be noticed: {}", error.what());
+    return;
+  }
+  const std::scoped_lock lock(mutex);
+  if (!watcher) watcher.swap(fresh);
+}
+
+void ConfigStore::State::reloadIfChanged() {
+  std::unique_lock lock(mutex);
+  const ConfigFile& config = current();
+  if (config != announced) announce(lock, ConfigFile(config));
+}
+
+ConfigStore::ConfigStore(std::filesystem::path directory,
+                         std::shared_ptr<const Preferences> legacyPreferences)
+    : state_(std::make_shared<State>(std::move(directory), std::move(legacyPreferences))) {}
+
+ConfigStore::~ConfigStore() = default;
+
+ConfigStore& ConfigStore::shared() {
+  static ConfigStore store(Lenslark::supportDirectory(), appPreferences());
+  return store;
+}
+
+const std::filesystem::path& ConfigStore::directory() const noexcept { return state_->directory; }
+
+std::filesystem::path ConfigStore::fileURL() const { return state_->file; }
+
+ConfigFile ConfigStore::config() {
+  const std::scoped_lock lock(state_->mutex);
+  return state_->current();
+}
+
+void ConfigStore::update(const std::function<void(ConfigFile&)>& body) {
+  createDirectory(state_->directory);
+  const FileLock writers((state_->directory / "config.lock").string());
+  const SavedConfig saved = SavedConfig::read(state_->file);
+  if (saved.condition == SavedConfig::Condition::unreadable) {
+    throw Error("the settings cannot be read and stay as they are (" + saved.problem +
+                "); mend that file or move it away, then try again");
+  }
+  const ConfigFile before = state_->valueOf(saved);
+  ConfigFile after = before;
+  body(after);
+  if (after == before && saved.condition != SavedConfig::Condition::missing) return;
+  state_->save(after);
+}
+
+void ConfigStore::set(const Assignment& assignment) {
+  update([&](ConfigFile& config) { config.set(assignment); });
+}
+
+void ConfigStore::reset(const Scope& scope) {
+  update([&](ConfigFile& config) { config.reset(scope); });
+}
+
+void ConfigStore::updateSettings(const std::function<void(Settings&)>& body) {
+  update([&](ConfigFile& config) { body(config.settings); });
+}
+
+ConfigStore::Token ConfigStore::observe(Observer handler) {
+  Token token = Uuid::make();
+  {
+    const std::scoped_lock lock(state_->mutex);
+    if (!state_->announced) state_->announced = state_->current();
+    state_->observers.emplace(token, std::move(handler));
+  }
+  state_->startWatching();
+  state_->reloadIfChanged();  // what changed before the watch stood
+  return token;
+}
+
+void ConfigStore::removeObserver(const Token& token) {
+  const std::scoped_lock lock(state_->mutex);
+  state_->observers.erase(token);
+}
+
+}  // namespace lenslark

@@ -1,0 +1,55 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstdint>
+#include <filesystem>
+#include <optional>
+#include <string>
+
+#include "config/ConfigFile.h"
+
+namespace lenslark {
+
+/// Tells one state of a file from another without reading it.
+struct FileStamp {
+  /// Nothing when there is no such file, or the way to it is closed.
+  static std::optional<FileStamp> of(const std::filesystem::path& file) noexcept;
+  static std::optional<FileStamp> of(int descriptor) noexcept;
+
+  /// Whether a later change is sure to give another stamp. File times move in steps of some
+  /// milliseconds: a file that changed just now may change again within the same step.
+  bool settled() const noexcept;
+
+  dev_t device = 0;
+  ino_t inode = 0;
+  off_t size = 0;
+  std::int64_t modified = 0;  ///< Nanoseconds since 1970, as `changed`.
+  std::int64_t changed = 0;   ///< Also moves when permissions do, and cannot be set back.
+
+  friend bool operator==(const FileStamp&, const FileStamp&) = default;
+};
+
+/// What one reading of `config.json` found.
+struct SavedConfig {
+  enum class Condition {
+    missing,     ///< There is no file.
+    good,        ///< `config` is its value.
+    broken,      ///< It does not decode, and its content was kept aside.
+    unreadable,  ///< It cannot be read, or neither decoded nor kept aside: not to be replaced.
+  };
+
+  /// Larger files are taken for something else.
+  static constexpr std::size_t maxSize = std::size_t{16} << 20U;
+
+  /// Never waits, whatever lies under the name, and never fails.
+  static SavedConfig read(const std::filesystem::path& file);
+
+  Condition condition = Condition::missing;
+  ConfigFile config;               ///< Only when the condition is `good`.
+  std::string problem;             ///< Why it is `unreadable`.
+  std::optional<FileStamp> stamp;  ///< As it was just before the reading.
+  bool settled = true;             ///< Whether the stamp tells every later change.
+};
+
+}  // namespace lenslark
