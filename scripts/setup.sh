@@ -1,0 +1,48 @@
+#!/bin/bash
+# Installs the Debian packages that lenslark is built, run and tested with, those alone that are
+# missing. Quick and silent when nothing is.
+set -euo pipefail
+
+root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+list=$root/packaging/debian-packages.txt
+
+say() { echo "setup: $*" >&2; }
+
+if ! command -v dpkg-query >/dev/null || ! command -v apt-get >/dev/null; then
+  say "this is no Debian system: install what $list names by other means."
+  say "Going on with what is there."
+  exit 0
+fi
+
+mapfile -t wanted < <(sed -e 's/#.*//' -e 's/[[:space:]]*$//' -e '/^$/d' "$list")
+installed=$(dpkg-query -W -f='${Package} ${db:Status-Status}\n' "${wanted[@]}" 2>/dev/null |
+  sed -n 's/ installed$//p' || true)
+mapfile -t missing < <(comm -23 <(printf '%s\n' "${wanted[@]}" | sort -u) \
+  <(printf '%s\n' "$installed" | sort -u))
+[ ${#missing[@]} -eq 0 ] && exit 0
+
+privilege=()
+if [ "$(id -u)" -ne 0 ]; then
+  # Without a terminal nobody can type a password: sudo must do without one or fail at once.
+  if command -v sudo >/dev/null && { sudo -n true 2>/dev/null || { [ -t 0 ] && [ -z "${CI:-}" ]; }; }
+  then
+    privilege=(sudo)
+  else
+    say "packages are missing, and neither are you root nor can sudo be used here. As root, run:"
+    say "  apt-get install ${missing[*]}"
+    exit 1
+  fi
+fi
+
+say "installing ${missing[*]}"
+install() {
+  "${privilege[@]}" env DEBIAN_FRONTEND=noninteractive \
+    apt-get install --yes --no-install-recommends "${missing[@]}"
+}
+# The package lists of a fresh machine are empty, those of an old one out of date.
+"${privilege[@]}" apt-get update || say "the package lists could not be brought up to date"
+if ! install; then
+  say "these packages could not be installed: ${missing[*]}"
+  say "See what apt-get says above; with the network mended, run this again."
+  exit 1
+fi
