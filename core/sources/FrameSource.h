@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <functional>
 #include <optional>
+#include <string>
 
 #include "graphics/Frame.h"
 #include "lenslark/frame_file.h"
@@ -41,6 +42,10 @@ class FrameSource {
 
   /// Ends the emission; returns when no further frame will come. Harmless before `start`.
   virtual void stop() = 0;
+
+  /// Why a source that was started does not show what it should, in words; nothing while all is
+  /// well. **Threads**: any.
+  virtual std::optional<std::string> problem() const { return std::nullopt; }
 };
 
 /// Takes pictures. **Threads**: any, also several at once.

@@ -1,7 +1,7 @@
 #pragma once
 
 #include <cstdint>
-#include <functional>
+#include <future>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -9,34 +9,73 @@
 #include <vector>
 
 #include "base/SerialQueue.h"
+#include "graphics/PixelBuffer.h"
 #include "sources/FrameSource.h"
 
 namespace lenslark {
 
 /// Fans the frames of one running source out to any number of sinks, and remembers the latest.
+/// Lives in a shared_ptr.
 ///
 /// **Threads**: locked. No lock is held while a sink or the source is called.
 /// **Owns** the source; holds its sinks weakly.
 class SourceHub : public std::enable_shared_from_this<SourceHub> {
  public:
+  /// With so many sinks a picture that is not in memory yet is drawn once for all of them: from
+  /// here on one more copy costs less than drawing it again for each.
+  static constexpr std::size_t sinksWorthDrawingFor = 5;
+
   SourceHub(std::string key, std::unique_ptr<FrameSource> source);
   ~SourceHub();
+  SourceHub(const SourceHub&) = delete;
+  SourceHub& operator=(const SourceHub&) = delete;
 
   /// Starts the source on a queue of its own. What it throws becomes `error` and is logged.
   void start();
   /// Stops the source on that queue, after a start that is still under way, and returns at once.
-  void stop();
+  /// The result is ready when the source has stopped. No sink gets a frame that comes later.
+  std::future<void> stop();
 
-  /// A sink that joins a running source gets the latest frame at once.
+  /// A sink that joins a running source gets the latest frame at once. Each sink gets one frame at
+  /// a time, in order; while it is busy, only the newest one waits for it.
   void add(const std::shared_ptr<FrameSink>& sink);
-  /// When this returns, no further frame of this hub reaches the sink.
+  /// When this returns, no further frame of this hub reaches the sink. Waits for a delivery that is
+  /// under way, so it must not be called from the sink's own `deliver`.
   void remove(const FrameSink& sink);
   bool hasSinks() const;
 
-  const std::string& key() const noexcept;
-  FrameSource& source() noexcept;
-  std::uint64_t frames() const;              ///< Emitted so far.
-  std::optional<std::string> error() const;  ///< Why the source failed.
+  const std::string& key() const noexcept { return key_; }
+  FrameSource& source() noexcept { return *source_; }
+  FramePtr latest() const;       ///< Null before the first frame.
+  std::uint64_t frames() const;  ///< Emitted so far.
+  /// Why the source failed to start, or what is wrong with it since.
+  std::optional<std::string> error() const;
+
+ private:
+  class Seat;
+  using Seats = std::vector<std::shared_ptr<Seat>>;
+
+  void runStart();
+  void emit(FramePtr frame) noexcept;
+  FramePtr inMemory(FramePtr frame) noexcept;
+
+  const std::string key_;
+  std::unique_ptr<FrameSource> source_;
+  const ContentKind kind_;
+  SerialQueue queue_;
+
+  // Guarded by mutex_.
+  mutable std::mutex mutex_;
+  std::shared_ptr<const Seats> seats_;  // replaced, never changed: a frame takes the list along
+  FramePtr last_;
+  std::uint64_t frames_ = 0;
+  std::optional<std::string> error_;
+  bool started_ = false;
+  bool stopped_ = false;
+
+  // The emitting thread's.
+  std::unique_ptr<PixelBufferPool> pool_;
+  bool poolOpaque_ = false;
 };
 
 }  // namespace lenslark

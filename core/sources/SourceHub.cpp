@@ -1,0 +1,203 @@
+#include "sources/SourceHub.h"
+
+#include <algorithm>
+#include <condition_variable>
+
+#include "base/Log.h"
+
+namespace lenslark {
+
+/// One sink's place at the hub. Frames pass it one at a time, in order, and none once it is closed.
+class SourceHub::Seat {
+ public:
+  explicit Seat(const std::shared_ptr<FrameSink>& sink) : sink_(sink), identity_(sink.get()) {}
+
+  bool belongsTo(const FrameSink& sink) const noexcept { return identity_ == &sink; }
+  bool abandoned() const noexcept { return sink_.expired(); }
+
+  /// `number` counts the hub's frames: one that was overtaken by a later one is left out. While the
+  /// sink is busy the frame is left with the thread that keeps it busy.
+  void deliver(FramePtr frame, std::uint64_t number, ContentKind kind) noexcept {
+    std::unique_lock lock(mutex_);
+    if (closed_ || number < newest_) return;
+    newest_ = number;
+    if (busy_) {
+      waiting_ = std::move(frame);
+      return;
+    }
+    busy_ = true;
+    while (frame && !closed_) {
+      lock.unlock();
+      if (const auto sink = sink_.lock()) sink->deliver(frame, kind);
+      lock.lock();
+      frame = std::exchange(waiting_, nullptr);
+    }
+    busy_ = false;
+    if (closed_) idle_.notify_all();
+  }
+
+  void close() {
+    std::unique_lock lock(mutex_);
+    closed_ = true;
+    waiting_ = nullptr;
+    idle_.wait(lock, [this] { return !busy_; });
+  }
+
+ private:
+  const std::weak_ptr<FrameSink> sink_;
+  const FrameSink* const identity_;
+
+  std::mutex mutex_;  // guards all below; not held while the sink is called
+  std::condition_variable idle_;
+  bool closed_ = false;
+  bool busy_ = false;
+  std::uint64_t newest_ = 0;
+  FramePtr waiting_;
+};
+
+SourceHub::SourceHub(std::string key, std::unique_ptr<FrameSource> source)
+    : key_(std::move(key)),
+      source_(std::move(source)),
+      kind_(source_->kind()),
+      queue_("lenslark.source", SerialQueue::Lane::blocking),
+      seats_(std::make_shared<const Seats>()) {}
+
+SourceHub::~SourceHub() {
+  if (!started_ || stopped_) return;
+  // This may be the source's own thread, letting go of the last reference after a frame: a source
+  // that waited for itself would wait for ever.
+  runInBackground([source = std::move(source_)] { source->stop(); });
+}
+
+void SourceHub::start() {
+  {
+    const std::lock_guard lock(mutex_);
+    started_ = true;
+  }
+  queue_.post([self = shared_from_this()] { self->runStart(); });
+}
+
+void SourceHub::runStart() {
+  {
+    const std::lock_guard lock(mutex_);
+    if (stopped_) return;
+  }
+  try {
+    source_->start([weak = weak_from_this()](FramePtr frame) {
+      if (const auto hub = weak.lock()) hub->emit(std::move(frame));
+    });
+  } catch (const std::exception& error) {
+    Log::router().error("source {} failed: {}", key_, error.what());
+    const std::lock_guard lock(mutex_);
+    error_ = error.what();
+  }
+}
+
+std::future<void> SourceHub::stop() {
+  {
+    const std::lock_guard lock(mutex_);
+    stopped_ = true;
+  }
+  std::promise<void> stopped;
+  auto result = stopped.get_future();
+  queue_.post([self = shared_from_this(), stopped = std::move(stopped)]() mutable {
+    self->source_->stop();
+    stopped.set_value();
+  });
+  return result;
+}
+
+void SourceHub::add(const std::shared_ptr<FrameSink>& sink) {
+  std::shared_ptr<Seat> seat;
+  FramePtr latest;
+  std::uint64_t number = 0;
+  {
+    const std::lock_guard lock(mutex_);
+    auto seats = std::make_shared<Seats>();
+    for (const auto& other : *seats_) {
+      if (other->abandoned()) continue;
+      if (other->belongsTo(*sink)) seat = other;
+      seats->push_back(other);
+    }
+    if (!seat) seats->push_back(seat = std::make_shared<Seat>(sink));
+    seats_ = std::move(seats);
+    latest = last_;
+    number = frames_;
+  }
+  if (latest) seat->deliver(std::move(latest), number, kind_);
+}
+
+void SourceHub::remove(const FrameSink& sink) {
+  std::shared_ptr<Seat> seat;
+  {
+    const std::lock_guard lock(mutex_);
+    auto seats = std::make_shared<Seats>();
+    for (const auto& other : *seats_) {
+      if (other->belongsTo(sink))
+        seat = other;
+      else if (!other->abandoned())
+        seats->push_back(other);
+    }
+    seats_ = std::move(seats);
+  }
+  if (seat) seat->close();
+}
+
+bool SourceHub::hasSinks() const {
+  const std::lock_guard lock(mutex_);
+  return std::ranges::any_of(*seats_, [](const auto& seat) { return !seat->abandoned(); });
+}
+
+FramePtr SourceHub::latest() const {
+  const std::lock_guard lock(mutex_);
+  return last_;
+}
+
+std::uint64_t SourceHub::frames() const {
+  const std::lock_guard lock(mutex_);
+  return frames_;
+}
+
+std::optional<std::string> SourceHub::error() const {
+  {
+    const std::lock_guard lock(mutex_);
+    if (error_) return error_;
+  }
+  return source_->problem();
+}
+
+void SourceHub::emit(FramePtr frame) noexcept {
+  if (!frame) return;
+  std::shared_ptr<const Seats> seats;
+  {
+    const std::lock_guard lock(mutex_);
+    seats = seats_;
+  }
+  if (seats->size() >= sinksWorthDrawingFor) frame = inMemory(std::move(frame));
+  std::uint64_t number = 0;
+  {
+    const std::lock_guard lock(mutex_);
+    if (stopped_) return;
+    last_ = frame;
+    number = ++frames_;
+    seats = seats_;  // a sink that joined meanwhile found the frame before this one
+  }
+  for (const auto& seat : *seats) seat->deliver(frame, number, kind_);
+}
+
+FramePtr SourceHub::inMemory(FramePtr frame) noexcept {
+  if (frame->pixelBuffer()) return frame;
+  try {
+    if (!pool_ || pool_->size() != frame->size() || poolOpaque_ != frame->opaque()) {
+      poolOpaque_ = frame->opaque();
+      pool_ = std::make_unique<PixelBufferPool>(frame->size(), poolOpaque_);
+    }
+    auto buffer = pool_->take();
+    if (frame->draw(frame->bounds(), buffer->span())) return buffer;
+  } catch (const std::bad_alloc&) {
+    // Then each sink draws it for itself.
+  }
+  return frame;
+}
+
+}  // namespace lenslark
