@@ -1,0 +1,319 @@
+#include "sources/SourceHub.h"
+
+#include <gtest/gtest.h>
+
+#include <future>
+#include <latch>
+#include <thread>
+
+#include "base/Error.h"
+#include "support/Eventually.h"
+#include "support/FakeSources.h"
+
+namespace lenslark {
+namespace {
+
+/// A picture that is not in memory yet, and counts how often it was drawn.
+class PlanarFrame final : public Frame {
+ public:
+  Size size() const noexcept override { return {4, 2}; }
+  bool opaque() const noexcept override { return true; }
+  bool draw(const PixelRect&, const PixelSpan& target) const noexcept override {
+    ++drawn;
+    Compositor::fill(target, {1, 2, 3, 255});
+    return drawable;
+  }
+
+  mutable std::atomic<int> drawn = 0;
+  bool drawable = true;
+};
+
+class SourceHubTest : public testing::Test {
+ protected:
+  void startAndWait() {
+    hub->start();
+    ASSERT_TRUE(eventually([&] { return controls->starts == 1; }));
+  }
+
+  std::shared_ptr<ManualSource::Controls> controls = std::make_shared<ManualSource::Controls>();
+  std::shared_ptr<SourceHub> hub =
+      std::make_shared<SourceHub>("key", std::make_unique<ManualSource>(controls));
+};
+
+TEST_F(SourceHubTest, startsNothingBeforeStart) {
+  hub->add(std::make_shared<RecordingSink>());
+  EXPECT_EQ(controls->starts, 0);
+}
+
+TEST_F(SourceHubTest, handsEveryFrameToEverySink) {
+  const auto first = std::make_shared<RecordingSink>();
+  const auto second = std::make_shared<RecordingSink>();
+  hub->add(first);
+  hub->add(second);
+  startAndWait();
+  const auto picture = plainPicture({2, 2});
+  controls->emit(picture);
+  controls->emit(plainPicture({2, 2}));
+  EXPECT_EQ(first->count(), 2U);
+  EXPECT_EQ(second->count(), 2U);
+  EXPECT_EQ(second->frames()[0], picture);
+}
+
+TEST_F(SourceHubTest, tellsSinksTheSourcesKind) {
+  controls->kind = ContentKind::video;
+  hub = std::make_shared<SourceHub>("key", std::make_unique<ManualSource>(controls));
+  const auto sink = std::make_shared<RecordingSink>();
+  hub->add(sink);
+  startAndWait();
+  controls->emit(plainPicture({2, 2}));
+  EXPECT_EQ(sink->kind(), ContentKind::video);
+}
+
+TEST_F(SourceHubTest, givesTheLatestFrameToASinkThatJoinsLater) {
+  startAndWait();
+  controls->emit(plainPicture({2, 2}));
+  const auto latest = plainPicture({2, 2});
+  controls->emit(latest);
+  const auto sink = std::make_shared<RecordingSink>();
+  hub->add(sink);
+  ASSERT_EQ(sink->count(), 1U);
+  EXPECT_EQ(sink->frames()[0], latest);
+}
+
+TEST_F(SourceHubTest, countsFramesWithoutSinksToo) {
+  startAndWait();
+  EXPECT_EQ(hub->frames(), 0U);
+  controls->emit(plainPicture({2, 2}));
+  controls->emit(plainPicture({2, 2}));
+  EXPECT_EQ(hub->frames(), 2U);
+}
+
+TEST_F(SourceHubTest, leavesARemovedSinkAlone) {
+  const auto sink = std::make_shared<RecordingSink>();
+  hub->add(sink);
+  startAndWait();
+  hub->remove(*sink);
+  controls->emit(plainPicture({2, 2}));
+  EXPECT_EQ(sink->count(), 0U);
+  EXPECT_FALSE(hub->hasSinks());
+}
+
+TEST_F(SourceHubTest, removingAStrangerIsHarmless) {
+  const auto sink = std::make_shared<RecordingSink>();
+  hub->add(sink);
+  hub->remove(RecordingSink());
+  EXPECT_TRUE(hub->hasSinks());
+}
+
+TEST_F(SourceHubTest, addingASinkTwiceKeepsItOnce) {
+  const auto sink = std::make_shared<RecordingSink>();
+  hub->add(sink);
+  hub->add(sink);
+  startAndWait();
+  controls->emit(plainPicture({2, 2}));
+  EXPECT_EQ(sink->count(), 1U);
+}
+
+TEST_F(SourceHubTest, holdsItsSinksWeakly) {
+  auto sink = std::make_shared<RecordingSink>();
+  hub->add(sink);
+  startAndWait();
+  const std::weak_ptr<RecordingSink> watch = sink;
+  sink.reset();
+  EXPECT_TRUE(watch.expired());
+  EXPECT_FALSE(hub->hasSinks());
+  controls->emit(plainPicture({2, 2}));
+  EXPECT_EQ(hub->frames(), 1U);
+}
+
+TEST_F(SourceHubTest, removalWaitsForADeliveryUnderWay) {
+  const auto sink = std::make_shared<RecordingSink>();
+  std::latch inside(1);
+  std::latch go(1);
+  sink->onDeliver = [&](const FramePtr&) {
+    inside.count_down();
+    go.wait();
+  };
+  hub->add(sink);
+  startAndWait();
+  std::jthread emitter([&] { controls->emit(plainPicture({2, 2})); });
+  inside.wait();
+  auto removal = std::async(std::launch::async, [&] { hub->remove(*sink); });
+  EXPECT_EQ(removal.wait_for(std::chrono::milliseconds(50)), std::future_status::timeout);
+  go.count_down();
+  removal.get();
+  EXPECT_EQ(sink->count(), 1U);
+}
+
+TEST_F(SourceHubTest, noFrameFollowsARemoval) {
+  startAndWait();
+  std::atomic<bool> done = false;
+  std::jthread emitter([&] {
+    while (!done) controls->emit(plainPicture({1, 1}));
+  });
+  for (int round = 0; round < 500; ++round) {
+    const auto sink = std::make_shared<RecordingSink>();
+    hub->add(sink);
+    hub->remove(*sink);
+    const auto before = sink->count();
+    std::this_thread::yield();
+    ASSERT_EQ(sink->count(), before);
+  }
+  done = true;
+}
+
+TEST_F(SourceHubTest, aSinkGetsItsFramesInOrderAndEndsWithTheNewest) {
+  startAndWait();
+  std::vector<FramePtr> frames;
+  for (int i = 0; i < 2000; ++i) frames.push_back(plainPicture({1, 1}));
+  std::vector<std::shared_ptr<RecordingSink>> sinks;
+  std::jthread emitter([&] {
+    for (const auto& frame : frames) controls->emit(frame);
+  });
+  for (int i = 0; i < 50; ++i) {
+    sinks.push_back(std::make_shared<RecordingSink>());
+    hub->add(sinks.back());
+    std::this_thread::yield();
+  }
+  emitter.join();
+  for (const auto& sink : sinks) {
+    const auto seen = sink->frames();
+    ASSERT_FALSE(seen.empty());
+    EXPECT_EQ(seen.back(), frames.back());
+    auto position = frames.begin();
+    for (const auto& frame : seen) {
+      position = std::find(position, frames.end(), frame);
+      ASSERT_NE(position, frames.end()) << "a frame came out of order";
+    }
+  }
+}
+
+TEST_F(SourceHubTest, aBusySinkDoesNotHoldUpAdding) {
+  const auto slow = std::make_shared<RecordingSink>();
+  std::latch inside(1);
+  std::latch go(1);
+  slow->onDeliver = [&](const FramePtr&) {
+    inside.count_down();
+    go.wait();
+  };
+  hub->add(slow);
+  startAndWait();
+  const auto picture = plainPicture({2, 2});
+  std::jthread emitter([&] { controls->emit(picture); });
+  inside.wait();
+  const auto quick = std::make_shared<RecordingSink>();
+  hub->add(quick);
+  EXPECT_EQ(quick->frames().front(), picture);
+  go.count_down();
+}
+
+TEST_F(SourceHubTest, keepsTheErrorOfASourceThatCannotStart) {
+  controls->onStart = [] { throw Error("no such picture"); };
+  hub->start();
+  ASSERT_TRUE(eventually([&] { return hub->error().has_value(); }));
+  EXPECT_EQ(*hub->error(), "no such picture");
+}
+
+TEST_F(SourceHubTest, aFailedSourceKeepsItsSinks) {
+  controls->onStart = [] { throw Error("no such picture"); };
+  const auto sink = std::make_shared<RecordingSink>();
+  hub->add(sink);
+  hub->start();
+  ASSERT_TRUE(eventually([&] { return hub->error().has_value(); }));
+  EXPECT_TRUE(hub->hasSinks());
+}
+
+TEST_F(SourceHubTest, stopsTheSourceAfterAStartThatIsUnderWay) {
+  std::latch go(1);
+  std::atomic<bool> startedBeforeStop = false;
+  controls->onStart = [&] { go.wait(); };
+  controls->onStop = [&] { startedBeforeStop = controls->starts == 1; };
+  hub->start();
+  auto stopped = hub->stop();
+  EXPECT_EQ(controls->stops, 0);
+  go.count_down();
+  stopped.get();
+  EXPECT_EQ(controls->stops, 1);
+}
+
+TEST_F(SourceHubTest, neverStartsASourceThatWasStoppedBefore) {
+  const auto blocker =
+      std::make_shared<SourceHub>("other", std::make_unique<ManualSource>(controls));
+  hub->stop().get();
+  hub->start();
+  hub->stop().get();
+  EXPECT_EQ(controls->starts, 0);
+}
+
+TEST_F(SourceHubTest, passesNothingOnAfterStop) {
+  std::latch go(1);
+  controls->onStop = [&] { go.wait(); };
+  const auto sink = std::make_shared<RecordingSink>();
+  hub->add(sink);
+  startAndWait();
+  auto stopped = hub->stop();
+  controls->emit(plainPicture({2, 2}));
+  EXPECT_EQ(sink->count(), 0U);
+  go.count_down();
+  stopped.get();
+}
+
+TEST_F(SourceHubTest, livesUntilItsSourceHasStopped) {
+  startAndWait();
+  std::latch go(1);
+  controls->onStop = [&] { go.wait(); };
+  auto stopped = hub->stop();
+  hub.reset();
+  go.count_down();
+  stopped.get();
+  EXPECT_EQ(controls->stops, 1);
+}
+
+TEST_F(SourceHubTest, stopsASourceThatNobodyHoldsAnyMore) {
+  startAndWait();
+  hub.reset();
+  EXPECT_TRUE(eventually([&] { return controls->stops == 1; }));
+}
+
+TEST_F(SourceHubTest, drawsAFrameOnceWhenManySinksWantIt) {
+  std::vector<std::shared_ptr<RecordingSink>> sinks;
+  for (std::size_t i = 0; i < SourceHub::sinksWorthDrawingFor; ++i) {
+    sinks.push_back(std::make_shared<RecordingSink>());
+    hub->add(sinks.back());
+  }
+  startAndWait();
+  const auto frame = std::make_shared<PlanarFrame>();
+  controls->emit(frame);
+  EXPECT_EQ(frame->drawn, 1);
+  for (const auto& sink : sinks) {
+    const auto* buffer = sink->frames().at(0)->pixelBuffer();
+    ASSERT_NE(buffer, nullptr);
+    EXPECT_EQ(buffer->view().row(1)[0], 3);
+  }
+}
+
+TEST_F(SourceHubTest, leavesDrawingToFewSinks) {
+  const auto sink = std::make_shared<RecordingSink>();
+  hub->add(sink);
+  startAndWait();
+  const auto frame = std::make_shared<PlanarFrame>();
+  controls->emit(frame);
+  EXPECT_EQ(frame->drawn, 0);
+  EXPECT_EQ(sink->frames().at(0), frame);
+}
+
+TEST_F(SourceHubTest, passesOnAFrameThatItCannotDraw) {
+  std::vector<std::shared_ptr<RecordingSink>> sinks;
+  for (std::size_t i = 0; i < SourceHub::sinksWorthDrawingFor; ++i) {
+    sinks.push_back(std::make_shared<RecordingSink>());
+    hub->add(sinks.back());
+  }
+  startAndWait();
+  const auto frame = std::make_shared<PlanarFrame>();
+  frame->drawable = false;
+  controls->emit(frame);
+  EXPECT_EQ(sinks[0]->frames().at(0), frame);
+}
+
+}  // namespace
+}  // namespace lenslark
