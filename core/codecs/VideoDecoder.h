@@ -36,6 +36,10 @@ class VideoDecoder {
 
   /// Back to the film's first picture. **Fails** with Error.
   virtual void rewind() = 0;
+
+  /// Tells how late the last picture came, in seconds. A decoder that falls behind leaves pictures
+  /// out until it has caught up: first those that no other picture needs, then all but key frames.
+  virtual void setLag(double seconds) noexcept = 0;
 };
 
 /// Opens films. **Threads**: any. Found through `codecs/Modules.h`.

@@ -1,0 +1,35 @@
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "base/FileDescriptor.h"
+
+extern "C" {
+#include <libavformat/avio.h>
+}
+
+namespace lenslark::video {
+
+/// Lets libavformat read one open file and nothing else.
+/// **Fails** with Error when the path is no regular file that can be read.
+class FileIO {
+ public:
+  explicit FileIO(const std::string& path);
+  ~FileIO();
+  FileIO(const FileIO&) = delete;
+  FileIO& operator=(const FileIO&) = delete;
+
+  AVIOContext* context() const noexcept { return context_; }
+
+ private:
+  static int read(void* self, std::uint8_t* buffer, int size) noexcept;
+  static std::int64_t seek(void* self, std::int64_t offset, int whence) noexcept;
+
+  FileDescriptor file_;
+  std::int64_t size_ = 0;
+  std::int64_t position_ = 0;
+  AVIOContext* context_ = nullptr;
+};
+
+}  // namespace lenslark::video

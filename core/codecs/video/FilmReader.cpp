@@ -1,0 +1,239 @@
+#include "codecs/video/FilmReader.h"
+
+#include <fmt/core.h>
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <filesystem>
+#include <new>
+#include <thread>
+
+#include "base/Clock.h"
+#include "base/Error.h"
+#include "codecs/video/DisplayMatrix.h"
+
+namespace lenslark::video {
+namespace {
+
+/// Demuxers of film files. Those of playlists, image sequences, devices and the like are missing on
+/// purpose: they open what they are told to.
+constexpr const char* allowedFormats =
+    "mov,matroska,avi,gif,apng,mpegts,mpeg,mpegvideo,m4v,flv,ogg,asf,ivf,h264,hevc,obu";
+
+/// Opening may read this much before it gives up on a file.
+constexpr std::int64_t probeBytes = 32 << 20;
+constexpr double openSeconds = 20;
+
+/// A film that is this late skips what no other picture needs; that late, all but key frames.
+constexpr double lateSeconds = 0.25;
+constexpr double veryLateSeconds = 1.5;
+
+/// So many in a row, and a film is taken to have ended.
+constexpr int mostBrokenPictures = 1000;
+
+std::string libavMessage(int error) {
+  std::array<char, AV_ERROR_MAX_STRING_SIZE> text{};
+  av_strerror(error, text.data(), text.size());
+  return text.data();
+}
+
+/// Films name other files (external references, playlists); none of them is opened.
+int refuseToOpen(AVFormatContext*, AVIOContext**, const char*, int, AVDictionary**) {
+  return AVERROR(EACCES);
+}
+
+template <typename Pointer>
+Pointer* checked(Pointer* pointer) {
+  if (pointer == nullptr) throw std::bad_alloc();
+  return pointer;
+}
+
+double seconds(AVRational rate) noexcept { return rate.den == 0 ? 0 : av_q2d(rate); }
+
+}  // namespace
+
+FilmReader::FilmReader(const std::string& path, int maxSide)
+    : path_(path),
+      io_(path),
+      frame_(checked(av_frame_alloc())),
+      packet_(checked(av_packet_alloc())) {
+  openFormat();
+  chooseStream();
+  openCodec();
+  describe(maxSide);
+  deadline_ = 0;
+}
+
+FilmReader::~FilmReader() = default;
+
+void FilmReader::openFormat() {
+  deadline_ = Clock::uptimeSeconds() + openSeconds;
+  AVFormatContext* format = checked(avformat_alloc_context());
+  format->pb = io_.context();
+  format->flags |= AVFMT_FLAG_CUSTOM_IO;
+  format->io_open = &refuseToOpen;
+  format->probesize = probeBytes;
+  format->interrupt_callback = {[](void* self) -> int {
+                                  const double deadline = static_cast<FilmReader*>(self)->deadline_;
+                                  return deadline > 0 && Clock::uptimeSeconds() > deadline;
+                                },
+                                this};
+  AVDictionary* options = nullptr;
+  av_dict_set(&options, "format_whitelist", allowedFormats, 0);
+  av_dict_set(&options, "protocol_whitelist", "none", 0);
+  av_dict_set(&options, "max_streams", "64", 0);
+  // Frees the context when it fails.
+  int result = avformat_open_input(&format, nullptr, nullptr, &options);
+  av_dict_free(&options);
+  if (result >= 0) {
+    format_.reset(format);
+    result = avformat_find_stream_info(format, nullptr);
+  }
+  if (result < 0) {
+    throw Error(fmt::format("{} cannot be read as a film: {}",
+                            std::filesystem::path(path_).filename().string(),
+                            libavMessage(result)));
+  }
+}
+
+void FilmReader::chooseStream() {
+  for (unsigned index = 0; index < format_->nb_streams; ++index) {
+    AVStream* stream = format_->streams[index];
+    const bool film = stream->codecpar->codec_type == AVMEDIA_TYPE_VIDEO &&
+                      (stream->disposition & AV_DISPOSITION_ATTACHED_PIC) == 0;
+    if (film && stream_ == nullptr) {
+      stream_ = stream;
+    } else {
+      stream->discard = AVDISCARD_ALL;
+    }
+  }
+  if (stream_ == nullptr) {
+    throw Error(std::filesystem::path(path_).filename().string() + " has no video track");
+  }
+}
+
+void FilmReader::openCodec() {
+  const AVCodecParameters& parameters = *stream_->codecpar;
+  const AVCodec* decoder = avcodec_find_decoder(parameters.codec_id);
+  const std::string name = std::filesystem::path(path_).filename().string();
+  if (decoder == nullptr) {
+    throw Error(fmt::format("{} is coded as {}, for which there is no decoder", name,
+                            avcodec_get_name(parameters.codec_id)));
+  }
+  codec_.reset(checked(avcodec_alloc_context3(decoder)));
+  int result = avcodec_parameters_to_context(codec_.get(), &parameters);
+  codec_->pkt_timebase = stream_->time_base;
+  codec_->max_pixels = maxPixels;
+  codec_->thread_count = static_cast<int>(std::clamp(std::thread::hardware_concurrency(), 1U, 4U));
+  if (result >= 0) result = avcodec_open2(codec_.get(), decoder, nullptr);
+  if (result < 0) {
+    throw Error(fmt::format("{} cannot be decoded: {}", name, libavMessage(result)));
+  }
+}
+
+void FilmReader::describe(int maxSide) {
+  const AVCodecParameters& parameters = *stream_->codecpar;
+  const Size stored{parameters.width, parameters.height};
+  if (stored.empty() || static_cast<std::int64_t>(stored.width) * stored.height > maxPixels) {
+    throw Error(fmt::format("{} has pictures of {} x {} pixels, which cannot be shown",
+                            std::filesystem::path(path_).filename().string(), stored.width,
+                            stored.height));
+  }
+  const Orientation orientation = orientationOf(*stream_);
+  const Size square =
+      squarePixels(stored, av_guess_sample_aspect_ratio(format_.get(), stream_, nullptr));
+  info_.size = orientation.apply(square);
+  info_.durationSec =
+      format_->duration > 0 ? static_cast<double>(format_->duration) / AV_TIME_BASE : 0;
+  info_.nominalFps = seconds(stream_->avg_frame_rate);
+  if (info_.nominalFps <= 0) info_.nominalFps = seconds(stream_->r_frame_rate);
+  preparer_ = std::make_unique<FramePreparer>(orientation, boundedBy(info_.size, maxSide));
+}
+
+std::optional<VideoFrame> FilmReader::next() {
+  for (int broken = 0;;) {
+    const int result = avcodec_receive_frame(codec_.get(), frame_.get());
+    if (result == AVERROR(EAGAIN)) {
+      if (!feed()) return std::nullopt;
+      continue;
+    }
+    if (result == AVERROR_EOF) return std::nullopt;
+    if (result < 0) {  // a broken picture; the decoder goes on with the next
+      if (++broken > mostBrokenPictures) return std::nullopt;
+      continue;
+    }
+    const double time = timeOf(*frame_);
+    FramePtr picture = preparer_->prepare(*frame_);
+    av_frame_unref(frame_.get());
+    if (picture != nullptr) return VideoFrame{std::move(picture), time};
+  }
+}
+
+bool FilmReader::feed() {
+  if (draining_) return false;
+  const int result = av_read_frame(format_.get(), packet_.get());
+  if (result < 0) {
+    draining_ = true;
+    avcodec_send_packet(codec_.get(), nullptr);
+    return true;
+  }
+  // A packet that the decoder refuses is broken: the film goes on with the next one.
+  if (packet_->stream_index == stream_->index && !leftOut(*packet_)) {
+    avcodec_send_packet(codec_.get(), packet_.get());
+  }
+  av_packet_unref(packet_.get());
+  return true;
+}
+
+bool FilmReader::leftOut(const AVPacket& packet) noexcept {
+  const bool keyFrame = (packet.flags & AV_PKT_FLAG_KEY) != 0;
+  // Pictures between key frames can only be taken up again at a key frame.
+  if (keyFrame || hurry_ != Hurry::allButKeyFrames) hurry_ = wantedHurry_;
+  codec_->skip_frame = hurry_ == Hurry::unreferenced ? AVDISCARD_NONREF : AVDISCARD_DEFAULT;
+  return hurry_ == Hurry::allButKeyFrames && !keyFrame;
+}
+
+double FilmReader::timeOf(const AVFrame& frame) noexcept {
+  std::int64_t start = 0;
+  if (format_->start_time != AV_NOPTS_VALUE) {
+    start = av_rescale_q(format_->start_time, {1, AV_TIME_BASE}, stream_->time_base);
+  } else if (stream_->start_time != AV_NOPTS_VALUE) {
+    start = stream_->start_time;
+  }
+  double time = 0;
+  if (frame.best_effort_timestamp != AV_NOPTS_VALUE) {
+    time = static_cast<double>(frame.best_effort_timestamp - start) * av_q2d(stream_->time_base);
+  } else if (lastTime_ >= 0) {
+    time = lastTime_ + (info_.nominalFps > 0 ? 1 / info_.nominalFps : 1.0 / 30);
+  }
+  lastTime_ = std::max({time, lastTime_, 0.0});
+  return lastTime_;
+}
+
+void FilmReader::rewind() {
+  const std::int64_t start = stream_->start_time == AV_NOPTS_VALUE ? 0 : stream_->start_time;
+  int result = av_seek_frame(format_.get(), stream_->index, start, AVSEEK_FLAG_BACKWARD);
+  if (result < 0) result = av_seek_frame(format_.get(), stream_->index, 0, AVSEEK_FLAG_BYTE);
+  if (result < 0) {
+    throw Error(fmt::format("{} cannot be played again: {}",
+                            std::filesystem::path(path_).filename().string(),
+                            libavMessage(result)));
+  }
+  avcodec_flush_buffers(codec_.get());
+  draining_ = false;
+  lastTime_ = -1;
+  hurry_ = Hurry::none;
+}
+
+void FilmReader::setLag(double seconds) noexcept {
+  if (seconds > veryLateSeconds) {
+    wantedHurry_ = Hurry::allButKeyFrames;
+  } else if (seconds > lateSeconds) {
+    wantedHurry_ = Hurry::unreferenced;
+  } else {
+    wantedHurry_ = Hurry::none;
+  }
+}
+
+}  // namespace lenslark::video
