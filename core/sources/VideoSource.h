@@ -1,0 +1,37 @@
+#pragma once
+
+#include <filesystem>
+#include <memory>
+
+#include "sources/FrameSource.h"
+
+namespace lenslark {
+
+/// Plays a film's pictures at the times that the film gives them.
+///
+/// Pictures are decoded ahead of their time, on the queue "lenslark.video.decode"; a timer on
+/// "lenslark.video" shows each when it is due, at most one in each period of 1/maxFPS (min(maxFPS,
+/// 30) for a film that tells no rate of its own). Of several that are due the latest is shown: a
+/// film that cannot be kept up with skips, and never lags. With `loop` the first picture follows
+/// the last after the time of one picture; without, the last one stays.
+///
+/// **Threads**: as FrameSource.
+class VideoSource final : public FrameSource {
+ public:
+  VideoSource(std::filesystem::path path, bool loop, int maxFPS);
+  ~VideoSource() override;
+
+  ContentKind kind() const noexcept override { return ContentKind::video; }
+  void start(Emit emit) override;
+  void stop() override;
+
+ private:
+  class Player;
+
+  const std::filesystem::path path_;
+  const bool loop_;
+  const int maxFPS_;
+  std::shared_ptr<Player> player_;
+};
+
+}  // namespace lenslark
