@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <poll.h>
-#include <sys/pidfd.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
@@ -15,6 +14,11 @@
 #include <span>
 
 #include "base/PosixError.h"
+
+// This header of glibc 2.36 does not say that it is C.
+extern "C" {
+#include <sys/pidfd.h>
+}
 
 namespace lenslark::BoundedProcess {
 namespace {

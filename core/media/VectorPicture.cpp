@@ -3,6 +3,7 @@
 #include <fmt/core.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cmath>
 #include <string_view>
@@ -63,6 +64,33 @@ Page parsePage(std::string_view text) {
   return page;
 }
 
+/// Page one in pixels.
+struct Sheet {
+  Size unturned;
+  bool onItsSide = false;
+
+  Size upright() const noexcept {
+    return onItsSide ? Size{unturned.height, unturned.width} : unturned;
+  }
+};
+
+std::optional<Sheet> layOut(const FileDescriptor& file, int longerSide, const Tools& tools) {
+  constexpr std::size_t longestReport = 1UL << 20;
+  const auto report = runTool(tools.pdfInfo, "poppler-utils",
+                              {"-box", "-f", "1", "-l", "1", standardInput}, file, longestReport);
+  if (!report) return std::nullopt;
+  const Page page = parsePage(asText(*report));
+  if (!(page.width > 0 && page.height > 0)) return std::nullopt;
+  const double scale = longerSide / std::max(page.width, page.height);
+  const auto side = [scale](double points) {
+    return static_cast<int>(std::lround(points * scale));
+  };
+  const Sheet sheet{.unturned = {side(page.width), side(page.height)},
+                    .onItsSide = page.turn % 180 != 0};
+  if (sheet.unturned.empty()) return std::nullopt;
+  return sheet;
+}
+
 /// The body of a binary PPM ("P6", width, height, 255) of this size, as a picture.
 std::shared_ptr<PixelBuffer> fromPpm(const Bytes& ppm, Size size) {
   const std::string header = fmt::format("P6\n{} {}\n255\n", size.width, size.height);
@@ -107,35 +135,25 @@ std::optional<Format> recognise(const FileDescriptor& file, std::string_view ext
 }
 
 std::optional<Size> measurePdf(const FileDescriptor& file, int longerSide, const Tools& tools) {
-  constexpr std::size_t longestReport = 1UL << 20;
-  const auto report = runTool(tools.pdfInfo, "poppler-utils",
-                              {"-box", "-f", "1", "-l", "1", standardInput}, file, longestReport);
-  if (!report) return std::nullopt;
-  Page page = parsePage(asText(*report));
-  if (!(page.width > 0 && page.height > 0)) return std::nullopt;
-  if (page.turn % 180 != 0) std::swap(page.width, page.height);
-  const double scale = longerSide / std::max(page.width, page.height);
-  const auto side = [scale](double points) {
-    return static_cast<int>(std::lround(points * scale));
-  };
-  const Size size{side(page.width), side(page.height)};
-  if (size.empty()) return std::nullopt;
-  return size;
+  const auto sheet = layOut(file, longerSide, tools);
+  return sheet ? std::optional(sheet->upright()) : std::nullopt;
 }
 
 std::shared_ptr<PixelBuffer> drawPdf(const FileDescriptor& file, int longerSide,
                                      const Tools& tools) {
-  const auto size = measurePdf(file, longerSide, tools);
-  if (!size) return nullptr;
+  const auto sheet = layOut(file, longerSide, tools);
+  if (!sheet) return nullptr;
   constexpr std::size_t header = 64;
+  const Size size = sheet->upright();
   const std::size_t outputBytes =
-      static_cast<std::size_t>(size->width) * static_cast<std::size_t>(size->height) * 3 + header;
-  const auto ppm =
-      runTool(tools.pdfPainter, "poppler-utils",
-              {"-f", "1", "-l", "1", "-singlefile", "-scale-to-x", std::to_string(size->width),
-               "-scale-to-y", std::to_string(size->height), standardInput},
-              file, outputBytes);
-  return ppm ? fromPpm(*ppm, *size) : nullptr;
+      static_cast<std::size_t>(size.width) * static_cast<std::size_t>(size.height) * 3 + header;
+  // The tool wants the size of the page as it lies before it is turned.
+  const auto ppm = runTool(
+      tools.pdfPainter, "poppler-utils",
+      {"-f", "1", "-l", "1", "-singlefile", "-scale-to-x", std::to_string(sheet->unturned.width),
+       "-scale-to-y", std::to_string(sheet->unturned.height), standardInput},
+      file, outputBytes);
+  return ppm ? fromPpm(*ppm, size) : nullptr;
 }
 
 std::shared_ptr<PixelBuffer> drawSvg(const FileDescriptor& file, Size size, const Tools& tools) {
