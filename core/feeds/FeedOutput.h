@@ -6,12 +6,15 @@
 #include <string>
 
 #include "config/OverlaySpec.h"
+#include "feeds/FrameLayout.h"
 #include "feeds/SharedFrameWriter.h"
+#include "graphics/PixelBuffer.h"
 #include "sources/FrameSource.h"
 
 namespace lenslark {
 
-/// The end of one camera's feed: shapes frames for the camera and writes them.
+/// The end of one camera's feed: shapes frames for the camera and writes them. A picture is drawn
+/// once, from its source straight into the file.
 ///
 /// **Threads**: locked. **Owns** its writer.
 class FeedOutput final : public FrameSink {
@@ -35,7 +38,36 @@ class FeedOutput final : public FrameSink {
 
   void setSceneMode(LLSceneMode mode);
   void heartbeat() noexcept;
+  /// Whether the path still names the file that is being written.
+  bool stillInPlace() const noexcept;
   const std::string& path() const noexcept;
+
+ private:
+  /// The overlay as it lies in frames of one size: scaled, faded.
+  struct ReadyOverlay {
+    Size frame;
+    std::shared_ptr<const PixelBuffer> picture;  ///< None when nothing of it is seen.
+    int x = 0;
+    int y = 0;
+  };
+
+  void writeLocked(const Frame& frame, ContentKind kind) noexcept;
+  bool composeLocked(const Frame& frame, ContentKind kind) noexcept;
+  bool onCanvasLocked() const noexcept { return style_.android && !style_.desktop; }
+  bool hasOverlayLocked() const noexcept { return style_.overlay && overlayImage_; }
+  void readyOverlayLocked(Size frame) noexcept;
+  ReadyOverlay makeOverlayLocked(Size frame) const;
+
+  const int maxSide_;
+
+  mutable std::mutex lock_;
+  // Guarded by lock_ (but for the writer's heartbeat, path and place, which anybody may ask for).
+  SharedFrameWriter writer_;
+  Style style_;
+  std::shared_ptr<const PixelBuffer> overlayImage_;
+  ReadyOverlay overlay_;
+  FramePtr last_;
+  ContentKind lastKind_ = ContentKind::live;
 };
 
 }  // namespace lenslark

@@ -2,10 +2,12 @@
 
 #include <sys/types.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "devices/ConnectedDevice.h"
 #include "graphics/PixelBuffer.h"
@@ -33,11 +35,15 @@ struct Info {
 /// **Fails** with Error on a negative writer pid.
 std::optional<Info> info(const std::string& path);
 
-/// The latest whole frame, its longer side at most `maxSide` when that is given.
+/// The latest whole frame, its longer side at most `maxSide` when that is given. Nothing beyond
+/// 256 MiB of pixels, and nothing while the writer changes every frame before it can be copied.
 std::shared_ptr<PixelBuffer> image(const std::string& path, std::optional<int> maxSide = {});
 
 /// **Fails** with CommandError "cannot write PATH".
 void writePNG(const PixelBuffer& image, const std::string& path);
+
+/// Nothing when it cannot be encoded.
+std::optional<std::vector<std::byte>> pngData(const PixelBuffer& image);
 
 /// The first of a camera's possible feed files that exists.
 std::optional<std::string> path(const ConnectedDevice& device, CameraPosition camera);

@@ -1,7 +1,9 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
+#include <utility>
 
 #include "base/FileDescriptor.h"
 #include "base/MappedFile.h"
@@ -13,28 +15,35 @@ namespace lenslark {
 
 /// Owns one frame file and publishes frames in it (docs/frame-file.md).
 ///
-/// **Threads**: `write` and `sceneMode` one at a time (the feed output's lock); `heartbeat` any.
+/// Somebody may cut the file short while it is mapped, and touching what is gone would end the
+/// process. Every operation therefore looks at the file's length first and does nothing when it is
+/// too short; what remains is the moment between that look and the last pixel. Whoever owns a
+/// writer asks `stillInPlace` now and then and makes a new one when it is not.
+///
+/// **Threads**: `write` and `setSceneMode` one at a time (the feed output's lock); the rest any.
 /// **Owns** the mapping. The file itself stays when the writer goes; its writer pid becomes 0.
 class SharedFrameWriter {
  public:
-  /// Creates the file, mode 0600, or takes an older one over. **Fails** with std::system_error.
+  /// Creates the file, mode 0600, or takes an older one over: its scene mode stays and its counters
+  /// go on, so that a reader that has it mapped notices. All of it is allocated, so that a full
+  /// disk shows here and not as a signal later. **Fails** with std::system_error.
   SharedFrameWriter(const std::string& path, int maxWidth, int maxHeight, LLCamera camera);
   ~SharedFrameWriter();
   SharedFrameWriter(const SharedFrameWriter&) = delete;
   SharedFrameWriter& operator=(const SharedFrameWriter&) = delete;
 
   /// Draws a frame into the slot that readers are not looking at and publishes it. Drops a frame
-  /// that is larger than a slot or cannot be drawn.
-  void write(const Frame& frame, ContentKind kind) noexcept;
+  /// that is larger than a slot or cannot be drawn. Returns whether it was published.
+  bool write(const Frame& frame, ContentKind kind) noexcept;
 
   /// The same for pictures that are put together: `draw` fills a span of exactly `size` in the slot
   /// and returns whether it could.
   template <typename Draw>
-  void write(Size size, ContentKind kind, Draw&& draw) noexcept;
+  bool write(Size size, ContentKind kind, Draw&& draw) noexcept;
 
   void heartbeat() noexcept;
 
-  /// Whether `path` still names the file that is being written.
+  /// Whether `path` still names the file that is being written, at its full length.
   bool stillInPlace() const noexcept;
 
   LLSceneMode sceneMode() const noexcept;
@@ -42,7 +51,39 @@ class SharedFrameWriter {
   const std::string& path() const noexcept { return path_; }
 
  private:
+  LLFrameHeader& header() const noexcept;
+  bool isWhole() const noexcept;
+  void writeHeader(LLCamera camera) noexcept;
+
+  bool fits(Size size) const noexcept;
+  std::uint32_t frontSlot() const noexcept;
+  PixelSpan slotPixels(std::uint32_t slot, Size size) const noexcept;
+  PixelSpan beginSlot(std::uint32_t slot, Size size) noexcept;
+  void endSlot(std::uint32_t slot, Size size, ContentKind kind) noexcept;
+  void publish(std::uint32_t slot, ContentKind kind) noexcept;
+  void repeatInFirstSlot(Size size, ContentKind kind) noexcept;
+
+  // Constant after construction.
   std::string path_;
+  std::size_t capacity_ = 0;
+  FileDescriptor file_;
+  MappedFile mapping_;
 };
+
+template <typename Draw>
+bool SharedFrameWriter::write(Size size, ContentKind kind, Draw&& draw) noexcept {
+  if (!fits(size) || !isWhole()) return false;
+  const std::uint32_t target = 1U - frontSlot();
+  if (!std::forward<Draw>(draw)(beginSlot(target, size))) {
+    // What the slot held is partly painted over: it holds no frame now.
+    endSlot(target, Size{}, kind);
+    return false;
+  }
+  endSlot(target, size, kind);
+  publish(target, kind);
+  // A still picture comes once, and the oldest readers know the first slot alone.
+  if (kind == ContentKind::still && target == 1) repeatInFirstSlot(size, kind);
+  return true;
+}
 
 }  // namespace lenslark

@@ -1,0 +1,95 @@
+#include "feeds/FrameFileOpening.h"
+
+#include <fcntl.h>
+#include <fmt/core.h>
+#include <pwd.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+
+#include "base/PosixError.h"
+
+namespace lenslark::FrameFileOpening {
+namespace {
+
+// Non-blocking, so that a FIFO at the path is opened at once, looked at and removed.
+constexpr int openFlags = O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK;
+constexpr mode_t ownerOnly = S_IRUSR | S_IWUSR;
+
+/// Whether a failure to open says that this process or the machine is short of something, rather
+/// than that the wrong thing stands at the path.
+bool isShortage(int errorNumber) noexcept {
+  return errorNumber == EMFILE || errorNumber == ENFILE || errorNumber == ENOMEM ||
+         errorNumber == ENOSPC;
+}
+
+std::string userName(uid_t user) {
+  std::array<char, 4096> memory;
+  passwd entry{};
+  passwd* found = nullptr;
+  if (::getpwuid_r(user, &entry, memory.data(), memory.size(), &found) == 0 && found != nullptr) {
+    return found->pw_name;
+  }
+  return fmt::format("user {}", user);
+}
+
+/// What could not be removed, for the person who has to do it.
+std::string describeObstacle(const std::string& path) {
+  struct stat status {};
+  if (::lstat(path.c_str(), &status) != 0) return path;
+  if (S_ISDIR(status.st_mode)) {
+    return fmt::format("{} is a directory of {} where a frame file belongs; remove it", path,
+                       userName(status.st_uid));
+  }
+  return fmt::format("{} belongs to {} and cannot be replaced; have it removed", path,
+                     userName(status.st_uid));
+}
+
+}  // namespace
+
+FileDescriptor openPrivate(const std::string& path) {
+  FileDescriptor file = FileDescriptor::tryOpen(path, openFlags, ownerOnly);
+  if (file) {
+    struct stat status {};
+    if (::fstat(file.get(), &status) == 0 && S_ISREG(status.st_mode) &&
+        status.st_uid == ::getuid() && status.st_nlink == 1) {
+      if (::fchmod(file.get(), ownerOnly) != 0) throwErrno(path);
+      return file;
+    }
+    file.reset();
+  } else if (isShortage(errno)) {
+    throwErrno(path);
+  }
+
+  const int unlinkError = ::unlink(path.c_str()) == 0 ? 0 : errno;
+  file = FileDescriptor::tryOpen(path, openFlags | O_EXCL, ownerOnly);
+  if (file) return file;
+  const int openError = errno;
+  // "File exists" alone would not say why it still does.
+  if (openError == EEXIST && unlinkError != 0) {
+    throw posixError(unlinkError, describeObstacle(path));
+  }
+  throw posixError(openError, path);
+}
+
+void reserve(const FileDescriptor& file, const std::string& path, std::size_t size) {
+  struct stat before {};
+  if (::fstat(file.get(), &before) != 0) throwErrno(path);
+  const auto length = static_cast<off_t>(size);
+  int failure = ::ftruncate(file.get(), length) == 0 ? 0 : errno;
+  if (failure == 0) {
+    // A hole that cannot be filled later, on a full disk, would be a signal in the middle of a
+    // frame.
+    do {
+      failure = ::fallocate(file.get(), 0, 0, length) == 0 ? 0 : errno;
+    } while (failure == EINTR);
+    if (failure == EOPNOTSUPP || failure == ENOSYS) failure = 0;
+  }
+  if (failure == 0) return;
+  if (before.st_size == 0) ::unlink(path.c_str());
+  throw posixError(failure, path);
+}
+
+}  // namespace lenslark::FrameFileOpening
