@@ -7,7 +7,9 @@
 #include <string>
 #include <vector>
 
+#include "commands/AndroidCommand.h"
 #include "commands/HelpText.h"
+#include "commands/IosCommand.h"
 #include "commands/VersionCommand.h"
 
 namespace lenslark::Dispatcher {
@@ -23,6 +25,8 @@ struct Command {
 constexpr std::array commands{
     Command{"--version", VersionCommand::run},
     Command{"version", VersionCommand::run},
+    Command{"ios", IosCommand::run},
+    Command{"android", AndroidCommand::run},
 };
 
 /// How many letters must be added, removed or replaced to make `right` of `left` (Levenshtein).
