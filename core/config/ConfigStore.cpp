@@ -4,6 +4,7 @@
 #include <map>
 #include <mutex>
 #include <optional>
+#include <thread>
 
 #include "base/AtomicFile.h"
 #include "base/Error.h"
@@ -47,6 +48,9 @@ struct ConfigStore::State : std::enable_shared_from_this<State> {
 
   /// The value that a reading stands for.
   ConfigFile valueOf(const SavedConfig& saved) const;
+  /// The file as it is now, with the lock that all processes share. Gives an editor that is
+  /// writing it the time to end.
+  SavedConfig readToReplace() const;
   /// Replaces the file and takes its new stamp.
   void save(const ConfigFile& config);
   void startWatching();
@@ -68,13 +72,16 @@ struct ConfigStore::State : std::enable_shared_from_this<State> {
   std::optional<ConfigFile> cached;  // the value last read or written
   std::optional<FileStamp> stamp;    // the file's, at that time
   bool settled = true;               // whether that stamp tells every later change
+  bool halfWritten = false;          // the file seems to be in an editor's hands: the cache stands
   std::map<Token, Observer> observers;
   std::optional<ConfigFile> announced;  // what the observers know
   std::deque<ConfigFile> undelivered;   // announced, and still to be told in this order
   bool delivering = false;              // a thread is telling them
 
   SerialQueue watchQueue{"lenslark.config.watch"};
-  std::unique_ptr<DirectoryWatcher> watcher;  // guarded by the mutex; ends before its queue
+  // Guarded by the mutex; they end before their queue.
+  std::unique_ptr<DirectoryWatcher> watcher;
+  std::unique_ptr<RepeatingTimer> secondLook;
 };
 
 ConfigFile ConfigStore::State::valueOf(const SavedConfig& saved) const {
@@ -82,15 +89,30 @@ ConfigFile ConfigStore::State::valueOf(const SavedConfig& saved) const {
   return LegacySettings::migrated(legacyPreferences.get(), Clock::now());
 }
 
+SavedConfig ConfigStore::State::readToReplace() const {
+  SavedConfig saved = SavedConfig::read(file);
+  if (saved.condition == SavedConfig::Condition::broken && saved.mayBeHalfWritten()) {
+    std::this_thread::sleep_for(FileStamp::settlingTime);
+    saved = SavedConfig::read(file);
+  }
+  saved.keepAside(file);
+  return saved;
+}
+
 bool ConfigStore::State::cacheIsCurrent() const {
   return cached && settled && FileStamp::of(file) == stamp;
 }
 
 const ConfigFile& ConfigStore::State::current() {
-  if (!cacheIsCurrent()) {
-    const SavedConfig saved = SavedConfig::read(file);
-    remember(valueOf(saved), saved.stamp, saved.settled);
+  if (cacheIsCurrent()) return *cached;
+  SavedConfig saved = SavedConfig::read(file);
+  halfWritten = cached && saved.mayBeHalfWritten();
+  if (halfWritten) {
+    settled = false;  // a look at the stamp is not enough: read again
+    return *cached;
   }
+  saved.keepAside(file);
+  remember(valueOf(saved), saved.stamp, saved.settled);
   return *cached;
 }
 
@@ -138,25 +160,33 @@ void ConfigStore::State::startWatching() {
     const std::scoped_lock lock(mutex);
     if (watcher) return;
   }
+  const auto look = [weak = weak_from_this()] {
+    if (const auto self = weak.lock()) self->reloadIfChanged();
+  };
   std::unique_ptr<DirectoryWatcher> fresh;
   try {
     std::error_code ignored;  // a directory that cannot be made now may be made by someone else
     std::filesystem::create_directories(directory, ignored);
-    fresh = std::make_unique<DirectoryWatcher>(directory, watchQueue, [weak = weak_from_this()] {
-      if (const auto self = weak.lock()) self->reloadIfChanged();
-    });
+    fresh = std::make_unique<DirectoryWatcher>(directory, watchQueue, look);
   } catch (const std::system_error& error) {
     Log::router().error("changes of the settings will not be noticed: {}", error.what());
     return;
   }
   const std::scoped_lock lock(mutex);
-  if (!watcher) watcher.swap(fresh);
+  if (watcher) return;
+  watcher = std::move(fresh);
+  secondLook = std::make_unique<RepeatingTimer>(watchQueue, look);
 }
 
 void ConfigStore::State::reloadIfChanged() {
   std::unique_lock lock(mutex);
-  const ConfigFile& config = current();
-  if (config != announced) announce(lock, ConfigFile(config));
+  const ConfigFile config = current();
+  if (secondLook && halfWritten) {
+    secondLook->schedule(FileStamp::settlingTime, FileStamp::settlingTime);
+  } else if (secondLook) {
+    secondLook->stop();
+  }
+  if (config != announced) announce(lock, config);
 }
 
 ConfigStore::ConfigStore(std::filesystem::path directory,
@@ -182,7 +212,7 @@ ConfigFile ConfigStore::config() {
 void ConfigStore::update(const std::function<void(ConfigFile&)>& body) {
   createDirectory(state_->directory);
   const FileLock writers((state_->directory / "config.lock").string());
-  const SavedConfig saved = SavedConfig::read(state_->file);
+  const SavedConfig saved = state_->readToReplace();
   if (saved.condition == SavedConfig::Condition::unreadable) {
     throw Error("the settings cannot be read and stay as they are (" + saved.problem +
                 "); mend that file or move it away, then try again");

@@ -28,17 +28,22 @@ FileStamp makeStamp(const struct stat& status) {
           .changed = nanoseconds(status.st_ctim)};
 }
 
-/// Fills in condition, value and problem from the open file.
+/// Fills in condition and value from the open file.
 void take(SavedConfig& saved, const FileDescriptor& file, const std::string& path) {
-  std::string text;
+  saved.content = readRegularFile(file, SavedConfig::maxSize, path);
   try {
-    text = readRegularFile(file, SavedConfig::maxSize, path);
-    saved.config = ConfigJson::read(text);
+    saved.config = ConfigJson::read(saved.content);
+    saved.content.clear();
     saved.condition = SavedConfig::Condition::good;
-  } catch (const JsonError& unclear) {
-    BrokenFile::keepAside(path, text);
+  } catch (const JsonError&) {
     saved.condition = SavedConfig::Condition::broken;
   }
+}
+
+/// Of a missing file, the directory tells when it went.
+bool isSettled(const std::optional<FileStamp>& stamp, const std::filesystem::path& file) {
+  const auto telling = stamp ? stamp : FileStamp::of(file.parent_path());
+  return !telling || telling->settled();
 }
 
 }  // namespace
@@ -56,10 +61,9 @@ std::optional<FileStamp> FileStamp::of(int descriptor) noexcept {
 }
 
 bool FileStamp::settled() const noexcept {
-  constexpr std::chrono::nanoseconds coarsestStep = std::chrono::milliseconds(50);
   timespec now{};
   ::clock_gettime(CLOCK_REALTIME, &now);
-  return nanoseconds(now) - changed > coarsestStep.count();
+  return nanoseconds(now) - changed > std::chrono::nanoseconds(settlingTime).count();
 }
 
 SavedConfig SavedConfig::read(const std::filesystem::path& file) {
@@ -68,7 +72,7 @@ SavedConfig SavedConfig::read(const std::filesystem::path& file) {
       FileDescriptor::tryOpen(file.string(), O_RDONLY | O_NONBLOCK | O_NOCTTY);
   const int failure = errno;
   saved.stamp = open ? FileStamp::of(open.get()) : FileStamp::of(file);
-  saved.settled = !saved.stamp || saved.stamp->settled();
+  saved.settled = isSettled(saved.stamp, file);
   if (!open && (failure == ENOENT || failure == ENOTDIR)) return saved;
   saved.condition = Condition::unreadable;
   try {
@@ -78,6 +82,16 @@ SavedConfig SavedConfig::read(const std::filesystem::path& file) {
     saved.problem = error.what();
   }
   return saved;
+}
+
+void SavedConfig::keepAside(const std::filesystem::path& file) {
+  if (condition != Condition::broken) return;
+  try {
+    BrokenFile::keepAside(file.string(), content);
+  } catch (const std::exception& error) {
+    condition = Condition::unreadable;
+    problem = error.what();
+  }
 }
 
 }  // namespace lenslark

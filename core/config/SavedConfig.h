@@ -2,6 +2,7 @@
 
 #include <sys/types.h>
 
+#include <chrono>
 #include <cstdint>
 #include <filesystem>
 #include <optional>
@@ -17,8 +18,11 @@ struct FileStamp {
   static std::optional<FileStamp> of(const std::filesystem::path& file) noexcept;
   static std::optional<FileStamp> of(int descriptor) noexcept;
 
-  /// Whether a later change is sure to give another stamp. File times move in steps of some
-  /// milliseconds: a file that changed just now may change again within the same step.
+  /// Longer than the steps in which file times move, and than an editor takes to write a file.
+  static constexpr std::chrono::milliseconds settlingTime{100};
+
+  /// Whether a later change is sure to give another stamp: a file that changed just now may change
+  /// again within the same step.
   bool settled() const noexcept;
 
   dev_t device = 0;
@@ -35,8 +39,8 @@ struct SavedConfig {
   enum class Condition {
     missing,     ///< There is no file.
     good,        ///< `config` is its value.
-    broken,      ///< It does not decode, and its content was kept aside.
-    unreadable,  ///< It cannot be read, or neither decoded nor kept aside: not to be replaced.
+    broken,      ///< It does not decode.
+    unreadable,  ///< It is not to be replaced: `problem` says why.
   };
 
   /// Larger files are taken for something else.
@@ -45,9 +49,18 @@ struct SavedConfig {
   /// Never waits, whatever lies under the name, and never fails.
   static SavedConfig read(const std::filesystem::path& file);
 
+  /// Whether an editor may be at work: some empty the file or move it away before they write it.
+  bool mayBeHalfWritten() const noexcept {
+    return !settled && (condition == Condition::broken || condition == Condition::missing);
+  }
+
+  /// Keeps a broken file aside; becomes unreadable where that fails.
+  void keepAside(const std::filesystem::path& file);
+
   Condition condition = Condition::missing;
   ConfigFile config;               ///< Only when the condition is `good`.
-  std::string problem;             ///< Why it is `unreadable`.
+  std::string content;             ///< Only when the condition is `broken`.
+  std::string problem;             ///< Only when the condition is `unreadable`.
   std::optional<FileStamp> stamp;  ///< As it was just before the reading.
   bool settled = true;             ///< Whether the stamp tells every later change.
 };
