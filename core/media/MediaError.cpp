@@ -10,10 +10,17 @@ namespace {
 // A path or name as the user gave it may hold any bytes.
 std::string shown(const std::string& text) { return Text::repairUtf8(text); }
 
+/// A file that cannot be meant is a mistake in the arguments; the others are general failures.
+int exitStatus(MediaError::Kind kind) {
+  constexpr int usageError = 2;
+  const bool usage = kind == MediaError::Kind::notAFile || kind == MediaError::Kind::tooLarge;
+  return usage ? usageError : Error::generalFailure;
+}
+
 }  // namespace
 
 MediaError::MediaError(Kind kind, const std::string& message, std::string_view code)
-    : Error(message, code), kind_(kind) {}
+    : Error(message, code, lenslark::exitStatus(kind)), kind_(kind) {}
 
 MediaError MediaError::notAFile(const std::string& path) {
   return {Kind::notAFile, fmt::format("{} is not a readable file", shown(path)), "bad_args"};
