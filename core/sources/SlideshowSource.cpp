@@ -36,6 +36,7 @@ struct SlideshowSource::Show {
 
   /// That pictures cannot be read at all is worth telling, once; a single bad one is not.
   FramePtr loadOrNote(const std::filesystem::path& file) {
+    if (file.empty()) return nullptr;
     try {
       return load(file);
     } catch (const std::exception& error) {

@@ -20,7 +20,8 @@ class SlideshowSource final : public FrameSource {
   /// Reads one picture; null when it cannot be shown. Called on the slideshow's queue.
   using Loader = std::function<FramePtr(const std::filesystem::path&)>;
 
-  /// The interval is held between the bounds above. `load` is `ImageLoader` for all but tests.
+  /// An empty file name stands for a picture that cannot be read. The interval is held between the
+  /// bounds above. `load` is `ImageLoader` for all but tests.
   SlideshowSource(std::vector<std::filesystem::path> files, double intervalSec, Loader load = {});
   ~SlideshowSource() override;
 

@@ -69,15 +69,17 @@ SourceHub::~SourceHub() {
   runInBackground([source = std::move(source_)] { source->stop(); });
 }
 
-void SourceHub::start() {
+void SourceHub::start(std::optional<std::string> knownError) {
   {
     const std::lock_guard lock(mutex_);
     started_ = true;
   }
-  queue_.post([self = shared_from_this()] { self->runStart(); });
+  queue_.post([self = shared_from_this(), knownError = std::move(knownError)] {
+    self->runStart(knownError);
+  });
 }
 
-void SourceHub::runStart() {
+void SourceHub::runStart(const std::optional<std::string>& knownError) {
   {
     const std::lock_guard lock(mutex_);
     if (stopped_) return;
@@ -87,7 +89,7 @@ void SourceHub::runStart() {
       if (const auto hub = weak.lock()) hub->emit(std::move(frame));
     });
   } catch (const std::exception& error) {
-    Log::router().error("source {} failed: {}", key_, error.what());
+    if (knownError != error.what()) Log::router().error("source {} failed: {}", key_, error.what());
     const std::lock_guard lock(mutex_);
     error_ = error.what();
   }

@@ -30,8 +30,9 @@ class SourceHub : public std::enable_shared_from_this<SourceHub> {
   SourceHub(const SourceHub&) = delete;
   SourceHub& operator=(const SourceHub&) = delete;
 
-  /// Starts the source on a queue of its own. What it throws becomes `error` and is logged.
-  void start();
+  /// Starts the source on a queue of its own. What it throws becomes `error` and is logged, unless
+  /// it is the same as `knownError`: what an earlier attempt failed with.
+  void start(std::optional<std::string> knownError = {});
   /// Stops the source on that queue, after a start that is still under way, and returns at once.
   /// The result is ready when the source has stopped. No sink gets a frame that comes later.
   std::future<void> stop();
@@ -55,7 +56,7 @@ class SourceHub : public std::enable_shared_from_this<SourceHub> {
   class Seat;
   using Seats = std::vector<std::shared_ptr<Seat>>;
 
-  void runStart();
+  void runStart(const std::optional<std::string>& knownError);
   void emit(FramePtr frame) noexcept;
   FramePtr inMemory(FramePtr frame) noexcept;
 

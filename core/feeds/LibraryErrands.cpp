@@ -1,0 +1,77 @@
+#include "feeds/LibraryErrands.h"
+
+#include <atomic>
+#include <utility>
+
+#include "base/Clock.h"
+#include "base/Log.h"
+
+namespace lenslark {
+namespace {
+
+constexpr double forgottenAfterSeconds = 90.0 * 24 * 60 * 60;
+
+}  // namespace
+
+struct LibraryErrands::State {
+  State(ConfigStore& configStore, MediaLibrary& library) : store(configStore), media(library) {}
+
+  ConfigStore& store;
+  MediaLibrary& media;
+  std::atomic<bool> finished = false;
+  std::set<std::string> loggedFailures;  // the queue's
+};
+
+LibraryErrands::LibraryErrands(ConfigStore& store, MediaLibrary& media)
+    : state_(std::make_shared<State>(store, media)),
+      queue_("lenslark.router.errands", SerialQueue::Lane::blocking) {}
+
+LibraryErrands::~LibraryErrands() { state_->finished = true; }
+
+void LibraryErrands::post(std::move_only_function<void(State&)> errand) {
+  queue_.post([state = state_, errand = std::move(errand)]() mutable {
+    if (state->finished) return;
+    try {
+      errand(*state);
+    } catch (const std::exception& error) {
+      if (state->loggedFailures.insert(error.what()).second)
+        Log::router().error("{}", error.what());
+    }
+  });
+}
+
+void LibraryErrands::remember(std::vector<ConnectedDevice> devices) {
+  if (devices.empty()) return;
+  post([devices = std::move(devices)](State& state) {
+    state.store.update([&](ConfigFile& config) {
+      const auto now = Clock::now();
+      for (const auto& device : devices) config.remember(device.key, device.name, now);
+      config.prune(forgottenAfterSeconds, now);
+    });
+  });
+}
+
+void LibraryErrands::touch(std::set<std::string> mediaIDs) {
+  if (mediaIDs.empty()) return;
+  post([ids = std::move(mediaIDs)](State& state) { state.media.touch(ids, Clock::now()); });
+}
+
+void LibraryErrands::collectGarbage(std::set<std::string> shown) {
+  post([referenced = std::move(shown)](State& state) mutable {
+    // Unlike a plain reading this fails when the file is there but cannot be read: then nobody
+    // knows what is referenced, and nothing may be taken away.
+    state.store.update(
+        [&](const ConfigFile& config) { referenced.merge(config.referencedMedia()); });
+    state.media.collectGarbage(referenced, Clock::now());
+  });
+}
+
+std::future<void> LibraryErrands::finish() {
+  state_->finished = true;
+  std::promise<void> done;
+  auto result = done.get_future();
+  queue_.post([done = std::move(done)]() mutable { done.set_value(); });
+  return result;
+}
+
+}  // namespace lenslark
