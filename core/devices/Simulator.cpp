@@ -1,5 +1,7 @@
 #include "devices/Simulator.h"
 
+#include <fmt/core.h>
+
 #include <nlohmann/json.hpp>
 #include <system_error>
 
@@ -20,8 +22,18 @@ Shell::Result simctl(std::vector<std::string> arguments,
   return Shell::run("/usr/bin/xcrun", arguments, environment);
 }
 
+/// simctl's own words; ours where it ended without any.
+std::string failure(const Shell::Result& result) {
+  const std::string_view said = Text::trim(result.errors);
+  if (!said.empty()) return std::string(said);
+  constexpr int killed = 128;
+  return result.status > killed
+             ? fmt::format("xcrun simctl was killed by signal {}.", result.status - killed)
+             : fmt::format("xcrun simctl failed with status {}.", result.status);
+}
+
 Shell::Result successful(Shell::Result result) {
-  if (result.status != 0) throw CommandError(std::string(Text::trim(result.errors)));
+  if (result.status != 0) throw CommandError(failure(result));
   return result;
 }
 

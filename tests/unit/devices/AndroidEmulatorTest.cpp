@@ -304,9 +304,9 @@ class RunningEmulatorTest : public testing::Test {
   void start(const std::string& avd, const Shell::Environment& environment = {}) {
     const std::filesystem::path engine = directory_ / "qemu-system-x86_64";
     std::filesystem::copy_file("/bin/sh", engine);
+    // It stops itself: it is there and does nothing.
     pid_ = Shell::launchDetached(
-        engine.string(),
-        {"-c", "while :; do sleep 60; done", "engine", "-netdelay", "none", "-avd", avd},
+        engine.string(), {"-c", "kill -STOP $$", "engine", "-netdelay", "none", "-avd", avd},
         environment);
   }
   ~RunningEmulatorTest() override {
