@@ -13,6 +13,11 @@
 
 namespace lenslark {
 
+namespace MediaImport {
+class Copy;
+struct Measured;
+}  // namespace MediaImport
+
 /// One entry of the library.
 struct MediaItem {
   enum class Kind { image, video };
@@ -61,6 +66,7 @@ class MediaLibrary {
   MediaItem importItem(const std::filesystem::path& path, bool pin,
                        const ProgressHandler& progress = {});
 
+  /// In the index's order; none when the index cannot be read.
   std::vector<MediaItem> items() const;
   std::optional<MediaItem> item(std::string_view id) const;
 
@@ -71,8 +77,10 @@ class MediaLibrary {
   std::filesystem::path url(const MediaItem& item) const;
   std::filesystem::path thumbnailURL(std::string_view id) const;
 
+  /// What no item has is left alone by these three.
   void setPinned(std::string_view id, bool pinned);
   void touch(const std::set<std::string>& ids, Date now);
+  /// Also deletes the stored file and the thumbnail.
   void remove(std::string_view id);
 
   /// Removes what is neither pinned nor referenced and was last used more than 30 days before
@@ -80,6 +88,9 @@ class MediaLibrary {
   std::vector<std::string> collectGarbage(const std::set<std::string>& referenced, Date now);
 
  private:
+  std::optional<MediaItem> reuse(std::string_view id, bool pin);
+  MediaItem add(MediaItem item, MediaImport::Copy& copy, const MediaImport::Measured& measured);
+  std::vector<MediaItem> removeIf(const std::function<bool(const MediaItem&)>& unwanted);
   void mutateIndex(const std::function<void(std::vector<MediaItem>&)>& body);
 
   std::filesystem::path directory_;
