@@ -1,0 +1,23 @@
+#pragma once
+
+#include "devices/ConnectedDevice.h"
+
+namespace lenslark {
+
+inline ConnectedDevice simulator(std::string udid, std::string name) {
+  return {.key = DeviceKey::ios(udid),
+          .name = std::move(name),
+          .feed = ConnectedDevice::Simulator{udid},
+          .runtime = "iOS-17-2",
+          .window = {}};
+}
+
+inline ConnectedDevice emulator(std::string avd, pid_t pid) {
+  return {.key = DeviceKey::android(avd),
+          .name = avd,
+          .feed = ConnectedDevice::Emulator{pid},
+          .runtime = {},
+          .window = {}};
+}
+
+}  // namespace lenslark
