@@ -8,8 +8,14 @@
 #include <vector>
 
 #include "commands/AndroidCommand.h"
+#include "commands/DevicesCommand.h"
 #include "commands/HelpText.h"
 #include "commands/IosCommand.h"
+#include "commands/McpCommand.h"
+#include "commands/MediaCommand.h"
+#include "commands/SnapshotCommand.h"
+#include "commands/SourceCommand.h"
+#include "commands/StatusCommand.h"
 #include "commands/VersionCommand.h"
 
 namespace lenslark::Dispatcher {
@@ -23,6 +29,12 @@ struct Command {
 /// Verbs are exact and case-sensitive. A command that finds its second word unknown prints the
 /// help text itself.
 constexpr std::array commands{
+    Command{"source", SourceCommand::run},
+    Command{"devices", DevicesCommand::run},
+    Command{"media", MediaCommand::run},
+    Command{"snapshot", SnapshotCommand::run},
+    Command{"mcp", McpCommand::run},
+    Command{"status", StatusCommand::run},
     Command{"--version", VersionCommand::run},
     Command{"version", VersionCommand::run},
     Command{"ios", IosCommand::run},

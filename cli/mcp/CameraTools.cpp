@@ -1,0 +1,226 @@
+#include "mcp/CameraTools.h"
+
+#include <fmt/core.h>
+
+#include <algorithm>
+#include <array>
+#include <limits>
+#include <nlohmann/json.hpp>
+
+#include "base/Base64.h"
+#include "base/Error.h"
+#include "base/Json.h"
+#include "codecs/Modules.h"
+#include "mcp/ArgumentCheck.h"
+#include "mcp/ToolTable.h"
+
+namespace lenslark {
+namespace {
+
+using nlohmann::json;
+
+/// Longer sides of snapshots, pixels: enough to read a scan's text, small enough for a model.
+constexpr int snapshotSide = 1024;
+
+json textItem(std::string text) { return {{"type", "text"}, {"text", std::move(text)}}; }
+
+json textContent(std::string text) { return json::array({textItem(std::move(text))}); }
+
+std::optional<std::string> optionalString(const json& arguments, const char* key) {
+  const auto member = arguments.find(key);
+  if (member == arguments.end()) return std::nullopt;
+  return member->get<std::string>();
+}
+
+std::optional<CameraPosition> camera(const json& arguments) {
+  const auto word = optionalString(arguments, "camera");
+  return word ? parseCameraPosition(*word) : std::nullopt;
+}
+
+std::optional<double> optionalDouble(const json& arguments, const char* key) {
+  const auto member = arguments.find(key);
+  if (member == arguments.end()) return std::nullopt;
+  return member->get<double>();
+}
+
+std::optional<int> displayIndex(const json& arguments) {
+  const auto index = optionalDouble(arguments, "displayIndex");
+  if (!index) return std::nullopt;
+  using Limits = std::numeric_limits<int>;
+  if (*index < Limits::min() || *index > Limits::max()) {
+    throw ControlError::badArgs(
+        fmt::format("displayIndex is {}; it must be a whole number from {} to {}",
+                    Json::compact(arguments.at("displayIndex")), Limits::min(), Limits::max()));
+  }
+  return static_cast<int>(*index);
+}
+
+bool isListed(const json& word, const json& schema) {
+  const json& choices = schema.at("enum");
+  return std::ranges::find(choices, word) != choices.end();
+}
+
+/// A word that no list has gets the same answer as on the command line.
+void refuseUnknownWords(const json& arguments) {
+  if (!arguments.is_object()) return;
+  const json& properties = ToolTable::schema("set_source").at("properties");
+  if (const auto kind = arguments.find("kind"); kind != arguments.end() && kind->is_string()) {
+    if (!isListed(*kind, properties.at("kind"))) {
+      throw ControlError::unknownSource(kind->get<std::string>());
+    }
+  }
+  const auto overlay = arguments.find("overlay");
+  if (overlay == arguments.end() || !overlay->is_object()) return;
+  const auto anchor = overlay->find("anchor");
+  if (anchor == overlay->end() || !anchor->is_string()) return;
+  if (!isListed(*anchor, properties.at("overlay").at("properties").at("anchor"))) {
+    throw ControlError::badArgs("unknown anchor " + anchor->get<std::string>());
+  }
+}
+
+void readOverlay(const json& overlay, CameraControl::SetRequest& request) {
+  request.overlayPath = overlay.at("path").get<std::string>();
+  if (const auto word = optionalString(overlay, "anchor")) {
+    request.anchor = parseAnchorLoosely(*word).value_or(request.anchor);
+  }
+  request.scale = optionalDouble(overlay, "scale").value_or(request.scale);
+  request.opacity = optionalDouble(overlay, "opacity").value_or(request.opacity);
+  request.x = optionalDouble(overlay, "x");
+  request.y = optionalDouble(overlay, "y");
+}
+
+CameraControl::SetRequest setRequest(const json& arguments) {
+  CameraControl::SetRequest request{.kind = arguments.at("kind").get<std::string>()};
+  if (auto path = optionalString(arguments, "path")) request.paths.push_back(*std::move(path));
+  if (const auto paths = arguments.find("paths"); paths != arguments.end()) {
+    for (const json& path : *paths) request.paths.push_back(path.get<std::string>());
+  }
+  request.loop = arguments.value("loop", request.loop);
+  request.interval = optionalDouble(arguments, "interval").value_or(request.interval);
+  request.displayIndex = displayIndex(arguments);
+  request.windowMatch = optionalString(arguments, "window");
+  request.device = optionalString(arguments, "device");
+  request.camera = camera(arguments);
+  if (const auto overlay = arguments.find("overlay"); overlay != arguments.end()) {
+    readOverlay(*overlay, request);
+  }
+  return request;
+}
+
+std::string encodedPng(const PixelBuffer& image) {
+  ImageCodec& codec = Modules::imageCodec();
+  try {
+    return Base64::encode(codec.encodePng(image.view()));
+  } catch (const Error&) {
+    throw Error("could not encode the frame");
+  }
+}
+
+json failure(const std::exception& error) {
+  const auto* own = dynamic_cast<const Error*>(&error);
+  const std::string code = own != nullptr ? own->code() : "internal";
+  return {{"content", textContent(code + ": " + error.what())}, {"isError", true}};
+}
+
+}  // namespace
+
+json CameraTools::call(const std::string& tool, const json& arguments) const {
+  try {
+    return {{"content", content(tool, arguments)}};
+  } catch (const std::exception& error) {
+    return failure(error);
+  }
+}
+
+json CameraTools::content(const std::string& tool, const json& arguments) const {
+  struct Entry {
+    std::string_view name;
+    json (CameraTools::*run)(const json&) const;
+  };
+  static constexpr std::array entries{
+      Entry{"list_devices", &CameraTools::listDevices},
+      Entry{"set_source", &CameraTools::setSource},
+      Entry{"get_source", &CameraTools::getSource},
+      Entry{"reset_source", &CameraTools::resetSource},
+      Entry{"add_media", &CameraTools::addMedia},
+      Entry{"snapshot_feed", &CameraTools::snapshotFeed},
+  };
+  const auto entry = std::ranges::find(entries, tool, &Entry::name);
+  if (entry == entries.end()) throw ControlError::badArgs("unknown tool " + tool);
+  if (tool == "set_source") refuseUnknownWords(arguments);
+  ArgumentCheck::check(arguments, ToolTable::schema(tool));
+  return (this->*entry->run)(arguments);
+}
+
+json CameraTools::listDevices(const json&) const {
+  return textContent(Json::pretty(control_.devicesJSON()));
+}
+
+json CameraTools::setSource(const json& arguments) const {
+  const auto media = control_.mediaNames();
+  std::string text;
+  for (const Assignment& assignment : control_.set(setRequest(arguments))) {
+    const bool global = !assignment.scope.device();
+    text += global ? "global default" : assignment.scope.description();
+    text += " → " + CameraDescription::summary(assignment, media) + "\n";
+  }
+  if (text.empty()) text = "\n";
+  return textContent(text + "Running camera apps pick this up within a second.");
+}
+
+json CameraTools::getSource(const json& arguments) const {
+  const auto wanted = camera(arguments);
+  const auto device = optionalString(arguments, "device");
+  const auto media = control_.mediaNames();
+  if (!device) {
+    if (wanted) throw ControlError::badArgs("--camera needs --device");
+    const ConfigFile config = control_.store().config();
+    json described = CameraDescription::describe(config.global(), media);
+    const bool stored = config.assignment(Scope::global()) != nullptr;
+    described["inheritedFrom"] = stored ? "global" : "default";
+    return textContent(Json::pretty(described));
+  }
+  const CameraPosition position = wanted.value_or(CameraPosition::back);
+  json described = json::array();
+  for (const DeviceKey& key : control_.devices(*device)) {
+    json entry = CameraDescription::describe(control_.resolve(key, position), position, media);
+    entry["deviceKey"] = key.description();
+    described.push_back(std::move(entry));
+  }
+  return textContent(Json::pretty(described));
+}
+
+json CameraTools::resetSource(const json& arguments) const {
+  control_.reset(optionalString(arguments, "device"), camera(arguments),
+                 arguments.value("all", false));
+  return textContent(
+      "Reset. Cameras fall back to the next scope (camera › device › global › desktop).");
+}
+
+json CameraTools::addMedia(const json& arguments) const {
+  const json& paths = arguments.at("paths");
+  if (paths.empty()) throw ControlError::badArgs("paths is required");
+  const bool pin = arguments.value("pin", false);
+  json described = json::array();
+  for (const json& path : paths) {
+    MediaItem item = control_.importMedia(path.get<std::string>());
+    if (pin) {
+      control_.media().setPinned(item.id, true);
+      item.pinned = true;
+    }
+    described.push_back(CameraDescription::mediaJSON(item));
+  }
+  return textContent(Json::pretty(described));
+}
+
+json CameraTools::snapshotFeed(const json& arguments) const {
+  const CameraPosition position = camera(arguments).value_or(CameraPosition::back);
+  const auto snapshot =
+      control_.snapshot(arguments.at("device").get<std::string>(), position, snapshotSide);
+  return json::array(
+      {{{"type", "image"}, {"data", encodedPng(*snapshot.image)}, {"mimeType", "image/png"}},
+       textItem(
+           fmt::format("{} {} camera is fed right now", snapshot.deviceName, rawValue(position)))});
+}
+
+}  // namespace lenslark

@@ -1,0 +1,48 @@
+#include "mcp/ProtocolChannel.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <span>
+#include <string>
+#include <system_error>
+
+#include "base/PosixError.h"
+
+namespace lenslark {
+namespace {
+
+/// A copy beyond the standard descriptors that children do not inherit.
+FileDescriptor keep(int standard, const char* name) {
+  FileDescriptor copy(fcntl(standard, F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
+  if (!copy) throwErrno(name);
+  return copy;
+}
+
+}  // namespace
+
+ProtocolChannel::ProtocolChannel()
+    : input_(keep(STDIN_FILENO, "standard input")),
+      output_(keep(STDOUT_FILENO, "standard output")) {
+  const FileDescriptor nothing = FileDescriptor::open("/dev/null", O_RDWR);
+  dup2(nothing.get(), STDIN_FILENO);
+  // A host may have closed standard error: diagnostics then go nowhere.
+  if (dup2(STDERR_FILENO, STDOUT_FILENO) < 0) {
+    dup2(nothing.get(), STDOUT_FILENO);
+    dup2(nothing.get(), STDERR_FILENO);
+  }
+}
+
+bool ProtocolChannel::send(std::string_view line) const {
+  std::string bytes(line);
+  bytes += '\n';
+  try {
+    writeAll(output_, std::as_bytes(std::span(bytes)), "standard output");
+  } catch (const std::system_error& error) {
+    if (error.code() == std::errc::broken_pipe) return false;
+    throw;
+  }
+  return true;
+}
+
+}  // namespace lenslark
