@@ -1,10 +1,12 @@
 #include "media/MediaImport.h"
 
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cstdio>
 #include <span>
 
@@ -24,6 +26,7 @@ namespace fs = std::filesystem;
 constexpr int measuredSide = 4096;
 constexpr int thumbnailSide = 256;
 constexpr int thumbnailQuality = 85;
+constexpr const char* copyPrefix = ".import-";
 
 /// Hands the content over in pieces, and says how far it has come. It ends where the file had its
 /// end when it was opened.
@@ -42,6 +45,22 @@ void readThrough(const Original& original, MediaLibrary::Progress::Step step,
     consume(std::span<const std::byte>(piece).first(static_cast<std::size_t>(count)));
     done += static_cast<std::uint64_t>(count);
     if (progress) progress({.bytesDone = done, .bytesTotal = original.size, .step = step});
+  }
+}
+
+/// Takes away what processes that died left of their copies. What is young may belong to one that
+/// has not locked it yet.
+void removeAbandonedCopies(const fs::path& directory) {
+  constexpr auto young = std::chrono::minutes(1);
+  const auto now = fs::file_time_type::clock::now();
+  std::error_code ignored;
+  for (auto entry = fs::directory_iterator(directory, ignored); entry != fs::directory_iterator();
+       entry.increment(ignored)) {
+    const std::string path = entry->path().string();
+    if (!entry->path().filename().string().starts_with(copyPrefix)) continue;
+    if (now - entry->last_write_time(ignored) < young) continue;
+    const auto file = FileDescriptor::tryOpen(path, O_RDONLY | O_NOFOLLOW | O_NONBLOCK);
+    if (file && ::flock(file.get(), LOCK_EX | LOCK_NB) == 0) ::unlink(path.c_str());
   }
 }
 
@@ -111,18 +130,19 @@ std::string sha256(const Original& original, const MediaLibrary::ProgressHandler
 
 Copy::Copy(const Original& original, const fs::path& directory,
            const MediaLibrary::ProgressHandler& progress)
-    : path_(directory / (".import-" + Uuid::make() + original.path.extension().string())) {
-  const FileDescriptor target =
-      FileDescriptor::open(path_.string(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, 0666);
+    : path_(directory / (copyPrefix + Uuid::make() + original.path.extension().string())) {
+  removeAbandonedCopies(directory);
+  file_ = FileDescriptor::open(path_.string(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, 0666);
   try {
+    ::flock(file_.get(), LOCK_EX | LOCK_NB);
     Sha256 hash;
     readThrough(original, MediaLibrary::Progress::Step::copying, progress,
                 [&](std::span<const std::byte> piece) {
                   hash.add(piece);
-                  writeAll(target, piece, path_.string());
+                  writeAll(file_, piece, path_.string());
                 });
     digest_ = hash.finish();
-    if (::fsync(target.get()) != 0) throwErrno(path_.string());
+    if (::fsync(file_.get()) != 0) throwErrno(path_.string());
   } catch (...) {
     ::unlink(path_.c_str());
     throw;

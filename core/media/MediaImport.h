@@ -28,7 +28,8 @@ Original open(const std::filesystem::path& path);
 /// The SHA-256 of the content, in lower-case hexadecimal digits. **Fails** with std::system_error.
 std::string sha256(const Original& original, const MediaLibrary::ProgressHandler& progress);
 
-/// A copy under a temporary name, which is removed unless it is renamed.
+/// A copy under a temporary name, which is removed unless it is renamed. Should the process die,
+/// a later copy into the same directory takes it away.
 class Copy {
  public:
   /// Copies and hashes in one pass, so that the digest belongs to the copy even when somebody
@@ -46,6 +47,7 @@ class Copy {
 
  private:
   std::filesystem::path path_;
+  FileDescriptor file_;  ///< Locked: a copy that nobody holds is one that nobody makes any more.
   std::string digest_;
 };
 

@@ -88,6 +88,10 @@ MediaItem MediaLibrary::importItem(const fs::path& path, bool pin,
   fs::create_directories(directory_ / thumbsName);
   MediaImport::Copy copy(original, directory_ / itemsName, progress);
   const auto measured = MediaImport::measure(copy.path(), original.kind, original.name());
+  // The last moment to call the import off: decoding may have taken its time.
+  if (progress) {
+    progress({original.size, original.size, Progress::Step::copying});
+  }
 
   MediaItem item;
   item.id = "sha256:" + copy.digest();

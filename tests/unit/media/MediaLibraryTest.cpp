@@ -1,7 +1,9 @@
 #include "media/MediaLibrary.h"
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -9,6 +11,7 @@
 #include <chrono>
 #include <fstream>
 
+#include "base/FileDescriptor.h"
 #include "codecs/Modules.h"
 #include "media/ImageLoader.h"
 #include "media/MediaError.h"
@@ -226,11 +229,41 @@ TEST_F(MediaLibraryTest, tellsHowFarAnImportHasCome) {
   const auto size = fs::file_size(sample_.path("sample.png"));
   library_.importItem(sample_.path("sample.png"), false,
                       [&seen](const MediaLibrary::Progress& step) { seen.push_back(step); });
-  ASSERT_EQ(seen.size(), 2U);
+  ASSERT_EQ(seen.size(), 3U);
   EXPECT_EQ(seen[0].step, MediaLibrary::Progress::Step::hashing);
   EXPECT_EQ(seen[1].step, MediaLibrary::Progress::Step::copying);
   EXPECT_EQ(seen[1].bytesDone, size);
   EXPECT_EQ(seen[1].bytesTotal, size);
+}
+
+TEST_F(MediaLibraryTest, anImportCanBeCalledOffAtAnyReport) {
+  for (int last = 1; last <= 3; ++last) {
+    int reports = 0;
+    const auto callOff = [&](const MediaLibrary::Progress&) {
+      if (++reports == last) throw std::runtime_error("called off");
+    };
+    EXPECT_THROW(library_.importItem(sample_.path("sample.png"), false, callOff),
+                 std::runtime_error);
+    EXPECT_THAT(library_.items(), testing::IsEmpty());
+    EXPECT_THAT(files(), testing::Not(testing::Contains(HasSubstr("items/"))));
+  }
+}
+
+TEST_F(MediaLibraryTest, takesAwayWhatADeadImporterLeft) {
+  const fs::path items = directory_ / "Media" / "items";
+  directory_.write("Media/items/.import-old.mov", "half");
+  directory_.write("Media/items/.import-young.mov", "half");
+  directory_.write("Media/items/.import-held.mov", "half");
+  const auto hourAgo = fs::file_time_type::clock::now() - std::chrono::hours(1);
+  fs::last_write_time(items / ".import-old.mov", hourAgo);
+  fs::last_write_time(items / ".import-held.mov", hourAgo);
+  const FileDescriptor holder =
+      FileDescriptor::open((items / ".import-held.mov").string(), O_RDONLY);
+  ASSERT_EQ(::flock(holder.get(), LOCK_EX), 0);
+  library_.importItem(sample_.path("sample.png"), false);
+  EXPECT_FALSE(fs::exists(items / ".import-old.mov"));
+  EXPECT_TRUE(fs::exists(items / ".import-young.mov"));
+  EXPECT_TRUE(fs::exists(items / ".import-held.mov"));
 }
 
 TEST_F(MediaLibraryTest, findsByIdPrefixAndName) {
