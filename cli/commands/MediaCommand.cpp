@@ -7,7 +7,7 @@
 
 #include "commands/Failure.h"
 #include "commands/HelpText.h"
-#include "commands/ImportProgressLine.h"
+#include "commands/InterruptibleImport.h"
 #include "commands/Output.h"
 #include "commands/SharedControl.h"
 
@@ -44,15 +44,14 @@ void add(const Arguments& arguments) {
   const CameraControl control = sharedControl();
   const bool pin = arguments.contains("--pin");
   const bool asJSON = arguments.contains("--json");
-  ImportProgressLine progress;
   json described = json::array();
   for (const std::string& file : files) {
-    MediaItem item = control.importMedia(file, {}, progress.handler());
+    MediaItem item =
+        importing([&](const auto& progress) { return control.importMedia(file, {}, progress); });
     if (pin) {
       control.media().setPinned(item.id, true);
       item.pinned = true;
     }
-    progress.clear();
     if (asJSON) {
       described.push_back(CameraDescription::mediaJSON(item));
     } else {

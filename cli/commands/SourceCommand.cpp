@@ -6,7 +6,7 @@
 #include "commands/CameraFlag.h"
 #include "commands/Failure.h"
 #include "commands/HelpText.h"
-#include "commands/ImportProgressLine.h"
+#include "commands/InterruptibleImport.h"
 #include "commands/Output.h"
 #include "commands/SharedControl.h"
 
@@ -118,9 +118,9 @@ std::string scopeName(const Scope& scope, DeviceNames& devices) {
 
 void set(const Arguments& arguments, const Target& target) {
   const CameraControl control = sharedControl();
-  ImportProgressLine progress;
-  const auto written = control.set(setRequest(arguments, target), progress.handler());
-  progress.clear();
+  const auto request = setRequest(arguments, target);
+  const auto written =
+      importing([&](const auto& progress) { return control.set(request, progress); });
 
   const auto media = control.mediaNames();
   if (arguments.contains("--json")) {
