@@ -7,6 +7,7 @@
 #   make clean   remove everything that was built
 #   make install build and install below PREFIX (/usr/local)
 
+MAKEFLAGS += --no-print-directory
 JOBS ?= $(shell nproc)
 WERROR ?= OFF
 PREFIX ?= /usr/local

@@ -13,6 +13,7 @@
 #include "commands/IosCommand.h"
 #include "commands/McpCommand.h"
 #include "commands/MediaCommand.h"
+#include "commands/ServeCommand.h"
 #include "commands/SnapshotCommand.h"
 #include "commands/SourceCommand.h"
 #include "commands/StatusCommand.h"
@@ -29,6 +30,7 @@ struct Command {
 /// Verbs are exact and case-sensitive. A command that finds its second word unknown prints the
 /// help text itself.
 constexpr std::array commands{
+    Command{"serve", ServeCommand::run},
     Command{"source", SourceCommand::run},
     Command{"devices", DevicesCommand::run},
     Command{"media", MediaCommand::run},

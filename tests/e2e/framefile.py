@@ -76,6 +76,12 @@ class Frame:
         blue, green, red, alpha = self.pixels[(y * self.width + x) * 4:][:4]
         return red, green, blue, alpha
 
+    def rgb(self):
+        """Rows of red, green and blue, as `write_png` takes them."""
+        rows = bytearray(self.width * self.height * 3)
+        rows[0::3], rows[1::3], rows[2::3] = (self.pixels[n::4] for n in (2, 1, 0))
+        return bytes(rows)
+
     def at(self, x, y):
         """The pixel at fractions of the frame."""
         return self.pixel(int(x * self.width), int(y * self.height))

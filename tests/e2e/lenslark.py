@@ -70,7 +70,8 @@ class Lenslark:
         self.config_file = self.support / "config.json"
         self.environment = {
             **{name: value for name, value in os.environ.items()
-               if not name.startswith(("LENSLARK_", "ANDROID_"))},
+               if not name.startswith(("LENSLARK_", "ANDROID_"))
+               and name not in ("DISPLAY", "WAYLAND_DISPLAY")},
             "HOME": str(self.folder),
             "LENSLARK_CONFIG_DIR": str(self.support),
             "LENSLARK_SHM": str(self.feed),

@@ -1,0 +1,148 @@
+#include "commands/ServeCommand.h"
+
+#include <exception>
+#include <mutex>
+#include <thread>
+
+#include "base/Log.h"
+#include "base/Text.h"
+#include "commands/Failure.h"
+#include "commands/ImportProgressLine.h"
+#include "commands/Output.h"
+#include "commands/SharedControl.h"
+#include "commands/StopSignals.h"
+#include "feeds/LenslarkHost.h"
+
+namespace lenslark::ServeCommand {
+namespace {
+
+/// Standard output of a program that goes on without readers.
+void printWhilePossible(std::string_view line) noexcept {
+  try {
+    Output::printLine(line);
+  } catch (const std::exception&) {
+    // The cameras matter, not the terminal that watched them.
+  }
+}
+
+/// Prints a text whenever it differs from the one before.
+class ChangePrinter {
+ public:
+  void print(std::string text) {
+    const std::scoped_lock guard(lock_);
+    if (text == last_) return;
+    last_ = std::move(text);
+    printWhilePossible(last_);
+  }
+
+ private:
+  std::mutex lock_;
+  std::string last_;  // Guarded by `lock_`.
+};
+
+std::optional<SourceSpec> sourceOverride(const Arguments& arguments, const Import& import) {
+  if (const auto index = arguments.intAfter("--display")) {
+    return SourceSpec{SourceSpec::Display{*index}};
+  }
+  if (auto match = arguments.value("--window")) {
+    return SourceSpec{SourceSpec::Window{std::move(*match)}};
+  }
+  if (arguments.contains("--test-pattern")) return SourceSpec{SourceSpec::Pattern{}};
+  if (const auto file = arguments.value("--image")) {
+    return SourceSpec{SourceSpec::Image{import(*file, MediaItem::Kind::image).id}};
+  }
+  if (const auto file = arguments.value("--video")) {
+    return SourceSpec{SourceSpec::Video{import(*file, MediaItem::Kind::video).id}};
+  }
+  return std::nullopt;
+}
+
+std::optional<int> framesPerSecond(const Arguments& arguments) {
+  const auto text = arguments.value("--fps");
+  if (!text) return std::nullopt;
+  const auto number = Text::parseInt(*text);
+  if (!number || *number < 1) throw UsageError("--fps expects a positive number");
+  return number;
+}
+
+std::string cameraText(const CameraStatus& camera, const Summary& summary) {
+  std::string text(rawValue(camera.camera));
+  text += ": " + summary(camera.assignment);
+  if (!camera.feedPath) text += " [no feed]";
+  return text;
+}
+
+void printNotes(const LenslarkHost& host) {
+  if (host.screenAccess() == false) {
+    printWhilePossible(
+        "note: no Screen Recording permission; image, video and pattern cameras work, the live "
+        "desktop doesn't.");
+    printWhilePossible(
+        "      Allow your terminal in System Settings → Privacy & Security → Screen & System Audio "
+        "Recording.");
+  }
+  printWhilePossible(
+      "Lenslark is serving cameras. Change them with `lenslark source set …`. Ctrl-C to stop.");
+}
+
+}  // namespace
+
+FeedOverrides overrides(const Arguments& arguments, const Import& import) {
+  FeedOverrides result;
+  // Numbers first: a mistyped one must not cost an import.
+  result.fps = framesPerSecond(arguments);
+  result.source = sourceOverride(arguments, import);
+  if (const auto mode = arguments.value("--mode")) result.fill = *mode != "fit";
+  return result;
+}
+
+std::string statusText(const std::vector<DeviceStatus>& devices, const Summary& summary) {
+  if (devices.empty()) return "  (no booted simulators or running emulators)";
+  std::vector<std::string> lines;
+  for (const auto& [device, cameras] : devices) {
+    std::vector<std::string> texts;
+    for (const auto& camera : cameras) texts.push_back(cameraText(camera, summary));
+    std::string line(device.platform());
+    line += " " + device.name;
+    if (!device.window) line += " (no window)";
+    lines.push_back(line + " — " + Text::join(texts, ", "));
+  }
+  return Text::join(lines, "\n");
+}
+
+void run(const Arguments& arguments) {
+  const auto control = sharedControl();
+  const auto flags = overrides(arguments, [&](const std::string& path, MediaItem::Kind kind) {
+    ImportProgressLine progress;
+    return control.importMedia(path, kind, progress.handler());
+  });
+
+  Log::mirrorToStandardError();
+  StopSignals signals;
+  ChangePrinter printer;
+  LenslarkHost host(control.store(), control.media(), nullptr);
+  const auto printStatus = [&] {
+    printer.print(
+        statusText(host.devices(), [&](const Assignment& a) { return control.summary(a); }));
+  };
+  host.onStatusChange(printStatus);
+
+  // Beside the wait: a signal counts while the devices are still being looked for, too.
+  std::exception_ptr failure;
+  std::jthread starting([&] {
+    try {
+      host.start(flags);
+      printStatus();
+      if (host.isRunning()) printNotes(host);
+    } catch (...) {
+      failure = std::current_exception();
+      signals.cancel();
+    }
+  });
+  signals.wait();
+  host.stop();
+  starting.join();
+  if (failure) std::rethrow_exception(failure);
+}
+
+}  // namespace lenslark::ServeCommand

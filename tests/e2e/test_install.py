@@ -1,0 +1,68 @@
+"""The installed program, wherever it was installed to."""
+
+import os
+import pathlib
+import shutil
+import subprocess
+import unittest
+
+from lenslark import EndToEndTest, Lenslark, eventually
+
+BUILD = pathlib.Path(os.environ["LENSLARK_BUILD"])
+
+
+class InstallTest(EndToEndTest):
+    def install(self, prefix, destdir=None):
+        environment = {**os.environ, **({"DESTDIR": str(destdir)} if destdir else {})}
+        result = subprocess.run(["cmake", "--install", BUILD, "--prefix", prefix], env=environment,
+                                capture_output=True, check=False)
+        self.assertEqual(result.returncode, 0, result.stderr)
+
+    def assert_serves_pictures(self, program):
+        with Lenslark(program, self.folder).serve("--image", self.picture()):
+            eventually(self.lenslark.frame)
+
+    def test_puts_everything_where_it_belongs(self):
+        self.install("/usr", self.folder / "root")
+        root = self.folder / "root" / "usr"
+        found = {path.name: path for path in root.rglob("*") if path.is_file()}
+        self.assertEqual(found["lenslark"], root / "bin" / "lenslark")
+        self.assertEqual(found["frame_file.h"], root / "include" / "lenslark" / "frame_file.h")
+        self.assertEqual(found["README.md"], root / "share" / "doc" / "lenslark" / "README.md")
+        for module in ("lenslark-image.so", "lenslark-video.so"):
+            self.assertEqual(found[module].parent.name, "lenslark")
+            self.assertTrue(found[module].is_relative_to(root / "lib"))
+
+    def test_runs_from_a_staging_root(self):
+        self.install("/usr", self.folder / "root")
+        self.assert_serves_pictures(self.folder / "root" / "usr" / "bin" / "lenslark")
+
+    def test_runs_from_any_prefix_and_after_a_move(self):
+        self.install(self.folder / "one")
+        shutil.move(self.folder / "one", self.folder / "two")
+        self.assert_serves_pictures(self.folder / "two" / "bin" / "lenslark")
+
+    def test_runs_through_a_link(self):
+        self.install(self.folder / "prefix")
+        (self.folder / "link").symlink_to(self.folder / "prefix" / "bin" / "lenslark")
+        self.assert_serves_pictures(self.folder / "link")
+
+    def test_needs_no_module_for_the_help(self):
+        self.install(self.folder / "prefix")
+        for module in (self.folder / "prefix").rglob("*.so"):
+            module.unlink()
+        program = Lenslark(self.folder / "prefix" / "bin" / "lenslark", self.folder)
+        self.assertEqual(program.run("version").stdout, b"1.1.0\n")
+
+    def test_says_which_module_is_missing(self):
+        self.install(self.folder / "prefix")
+        for module in (self.folder / "prefix").rglob("*.so"):
+            module.unlink()
+        program = Lenslark(self.folder / "prefix" / "bin" / "lenslark", self.folder)
+        result = program.run("serve", "--image", self.picture())
+        self.assertEqual(result.returncode, 1)
+        self.assertIn("lenslark-image.so", result.stderr.decode())
+
+
+if __name__ == "__main__":
+    unittest.main()
