@@ -31,6 +31,11 @@ class ManualSource : public FrameSource {
     std::atomic<int> starts = 0;
     std::atomic<int> stops = 0;
 
+    bool running() {
+      const std::lock_guard lock(mutex);
+      return emitter != nullptr;
+    }
+
     void emit(FramePtr frame) {
       Emit target;
       {
@@ -53,11 +58,12 @@ class ManualSource : public FrameSource {
       const std::lock_guard lock(controls_->mutex);
       controls_->emitter = std::move(emit);
     }
+    started_ = true;
     ++controls_->starts;
   }
   void stop() override {
     if (controls_->onStop) controls_->onStop();
-    {
+    if (started_) {
       const std::lock_guard lock(controls_->mutex);
       controls_->emitter = nullptr;
     }
@@ -66,6 +72,7 @@ class ManualSource : public FrameSource {
 
  private:
   std::shared_ptr<Controls> controls_;
+  bool started_ = false;
 };
 
 /// Remembers every frame it gets.
