@@ -1,5 +1,6 @@
 #include "feeds/LenslarkHost.h"
 
+#include <atomic>
 #include <chrono>
 #include <future>
 #include <mutex>
@@ -83,10 +84,14 @@ void LenslarkHost::start(const Overrides& overrides) {
         overrides);
     state_->router = router;
   }
-  router->onChange([weak = std::weak_ptr(state_)] {
-    if (const auto state = weak.lock()) state->tellStatus();
+  // What changes while the router starts is told once, at the end.
+  const auto started = std::make_shared<std::atomic<bool>>(false);
+  router->onChange([weak = std::weak_ptr(state_), started] {
+    const auto state = weak.lock();
+    if (state && *started) state->tellStatus();
   });
   router->start();
+  *started = true;
   state_->tellStatus();
 }
 
