@@ -17,6 +17,8 @@ template <typename... Functions>
 struct Match : Functions... {
   using Functions::operator()...;
 };
+template <typename... Functions>
+Match(Functions...) -> Match<Functions...>;
 
 /// JSON has no other numbers than finite ones: any other would be written as null.
 json finite(const char* key, double value) {
