@@ -14,6 +14,10 @@ namespace {
 
 using nlohmann::json;
 
+constexpr Date earliestDate = std::chrono::sys_days(std::chrono::year(0) / 1 / 1);
+constexpr Date latestDate =
+    std::chrono::sys_days(std::chrono::year(10000) / 1 / 1) - std::chrono::seconds(1);
+
 JsonError wrongType(const char* key, const char* wanted) {
   return JsonError(fmt::format("\"{}\" is not {}", key, wanted));
 }
@@ -116,8 +120,11 @@ std::optional<Date> parseDate(std::string_view text) {
                                              std::chrono::month(static_cast<unsigned>(*month)),
                                              std::chrono::day(static_cast<unsigned>(*day)));
   if (!calendar.ok() || *hour > 23 || *minute > 59 || *second > 60) return std::nullopt;
-  return std::chrono::sys_days(calendar) + std::chrono::hours(*hour) +
-         std::chrono::minutes(*minute) + std::chrono::seconds(*second) - *zone;
+  const Date date = std::chrono::sys_days(calendar) + std::chrono::hours(*hour) +
+                    std::chrono::minutes(*minute) + std::chrono::seconds(*second) - *zone;
+  // An offset may reach beyond the years that four digits can write.
+  if (date < earliestDate || date > latestDate) return std::nullopt;
+  return date;
 }
 
 const json* find(const json& object, const char* key) {

@@ -1,0 +1,92 @@
+#include <fcntl.h>
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <set>
+
+#include "base/Clock.h"
+#include "base/Error.h"
+#include "base/MappedFile.h"
+#include "base/PosixError.h"
+#include "base/Uuid.h"
+#include "support/TemporaryDirectory.h"
+
+namespace lenslark {
+namespace {
+
+TEST(PosixErrorTest, saysWhatFailedAndWhy) {
+  const std::system_error error = posixError(ENOSPC, "/tmp/lenslark.shm");
+  EXPECT_STREQ(error.what(), "/tmp/lenslark.shm: No space left on device");
+  EXPECT_EQ(error.code().value(), ENOSPC);
+}
+
+TEST(PosixErrorTest, takesUnknownNumbersForInputOutputErrors) {
+  for (const int number : {0, -1, 99999}) EXPECT_EQ(posixError(number, "x").code().value(), EIO);
+}
+
+TEST(PosixErrorTest, throwsThePresentError) {
+  errno = EACCES;
+  EXPECT_THROW(throwErrno("x"), std::system_error);
+}
+
+TEST(ErrorTest, carriesCodeAndExitStatus) {
+  const Error plain("message");
+  EXPECT_STREQ(plain.what(), "message");
+  EXPECT_EQ(plain.code(), "internal");
+  EXPECT_EQ(plain.exitStatus(), 1);
+  const Error special("message", "bad_args", 2);
+  EXPECT_EQ(special.code(), "bad_args");
+  EXPECT_EQ(special.exitStatus(), 2);
+}
+
+TEST(UuidTest, hasTheFormOfARandomOne) {
+  const std::string uuid = Uuid::make();
+  ASSERT_EQ(uuid.size(), 36U);
+  for (std::size_t index = 0; index < uuid.size(); ++index) {
+    const bool dash = index == 8 || index == 13 || index == 18 || index == 23;
+    const bool digit = std::string_view("0123456789ABCDEF").contains(uuid[index]);
+    EXPECT_TRUE(dash ? uuid[index] == '-' : digit) << uuid;
+  }
+  EXPECT_EQ(uuid[14], '4');
+  EXPECT_TRUE(std::string_view("89AB").contains(uuid[19])) << uuid;
+}
+
+TEST(UuidTest, isAnotherEachTime) {
+  std::set<std::string> seen;
+  for (int index = 0; index < 1000; ++index) seen.insert(Uuid::make());
+  EXPECT_EQ(seen.size(), 1000U);
+}
+
+TEST(ClockTest, countsUptimeUpwards) {
+  const auto first = Clock::uptimeNanoseconds();
+  EXPECT_GT(first, 0U);
+  EXPECT_GE(Clock::uptimeNanoseconds(), first);
+  EXPECT_GE(Clock::uptimeSeconds(), static_cast<double>(first) / 1e9);
+}
+
+TEST(ClockTest, tellsTheDateToTheSecond) {
+  const auto before = std::chrono::system_clock::now() - std::chrono::seconds(1);
+  const Date now = Clock::now();
+  EXPECT_GT(now, before);
+  EXPECT_LE(now, std::chrono::system_clock::now());
+}
+
+TEST(MappedFileTest, sharesItsBytesWithTheFile) {
+  const TemporaryDirectory directory;
+  const std::string path = directory.write("f", std::string(4096, 'a'));
+  const FileDescriptor file = FileDescriptor::open(path, O_RDWR);
+  MappedFile first = MappedFile::map(file, 4096, MappedFile::Access::readWrite);
+  const MappedFile second = std::move(first);
+  ASSERT_EQ(second.size(), 4096U);
+  second.data()[1] = std::byte{'b'};
+  EXPECT_EQ(readFile(path).substr(0, 3), "aba");
+  EXPECT_EQ(first.data(), nullptr);
+}
+
+TEST(MappedFileTest, failsForADirectory) {
+  const FileDescriptor directory = FileDescriptor::open("/", O_RDONLY);
+  EXPECT_THROW(MappedFile::map(directory, 4096, MappedFile::Access::read), std::system_error);
+}
+
+}  // namespace
+}  // namespace lenslark
