@@ -1,0 +1,193 @@
+#include "Buffers.h"
+
+#include <errno.h>
+#include <string.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include "Real.h"
+#include "Stream.h"
+
+#ifndef MADV_POPULATE_WRITE
+#define MADV_POPULATE_WRITE 23
+#endif
+
+// What tells an application's mmap() which buffer is meant: far enough apart for any buffer.
+static uint32_t offsetOf(uint32_t index) { return index * (uint32_t)buffersMaxLength; }
+
+// Mappings that applications have of any device's buffers.
+static atomic_uint mappingCount;
+
+static size_t wholePages(size_t length) {
+  const size_t page = (size_t)sysconf(_SC_PAGESIZE);
+  return (length + page - 1) / page * page;
+}
+
+bool buffersKnow(uint32_t memory) {
+  return memory == V4L2_MEMORY_MMAP || memory == V4L2_MEMORY_USERPTR;
+}
+
+static uint8_t* sharedMemory(size_t length) {
+  void* memory = realMmap(NULL, wholePages(length), PROT_READ | PROT_WRITE,
+                          MAP_SHARED | MAP_ANONYMOUS | MAP_POPULATE, -1, 0);
+  return memory == MAP_FAILED ? NULL : memory;
+}
+
+int buffersAdd(Device* device, uint32_t memory, uint32_t count, uint32_t length) {
+  if (memory == V4L2_MEMORY_USERPTR) {
+    const int error = buffersReserveScratch(device, pictureSize(&device->format));
+    if (error) return error;
+  }
+  const uint32_t before = device->bufferCount;
+  for (uint32_t i = 0; i < count && device->bufferCount < deviceMaxBuffers; ++i) {
+    Buffer buffer = {.length = length};
+    if (memory == V4L2_MEMORY_MMAP) {
+      buffer.memory = sharedMemory(length);
+      if (!buffer.memory) break;
+    }
+    device->buffers[device->bufferCount++] = buffer;
+  }
+  if (device->bufferCount == before) return before == deviceMaxBuffers ? ENOBUFS : ENOMEM;
+  device->memory = memory;
+  return 0;
+}
+
+void buffersFree(Device* device) {
+  for (uint32_t i = 0; i < device->bufferCount; ++i) {
+    if (device->buffers[i].memory) {
+      realMunmap(device->buffers[i].memory, wholePages(device->buffers[i].length));
+    }
+  }
+  if (device->scratch) realMunmap(device->scratch, wholePages(2 * device->scratchSize));
+  for (int i = 0; i < deviceMaxMappings; ++i) {
+    if (device->mappings[i].address) atomic_fetch_sub(&mappingCount, 1);
+    device->mappings[i] = (Mapping){0};
+  }
+  device->scratch = NULL;
+  device->scratchSize = 0;
+  device->bufferCount = 0;
+  device->memory = 0;
+  device->last = NULL;
+  device->owner = NULL;
+  device->reading = false;
+}
+
+int buffersReserveScratch(Device* device, size_t size) {
+  if (device->scratch) return 0;
+  device->scratch = sharedMemory(2 * size);
+  if (!device->scratch) return ENOMEM;
+  device->scratchSize = size;
+  return 0;
+}
+
+// The kernel pins a user pointer's pages when it is queued, and refuses those it cannot write.
+static bool isWritable(uint64_t address, size_t length) {
+  const uint64_t page = (uint64_t)sysconf(_SC_PAGESIZE);
+  const uint64_t first = address / page * page;
+  const uint64_t span = address - first + length;
+  if (span + page < span || first + span < first) return false;
+  const int saved = errno;
+  const int outcome =
+      madvise((void*)(uintptr_t)first, wholePages((size_t)span), MADV_POPULATE_WRITE);
+  const bool refused = outcome != 0 && (errno == EFAULT || errno == ENOMEM);
+  errno = saved;
+  return !refused;
+}
+
+int buffersAdopt(Device* device, Buffer* buffer, const struct v4l2_buffer* request) {
+  if (device->memory != V4L2_MEMORY_USERPTR) return 0;
+  if (request->length != 0 && request->length < pictureSize(&device->format)) return EINVAL;
+  const uint32_t length = request->length ? request->length : buffer->length;
+  if (!isWritable(request->m.userptr, length)) return EFAULT;
+  buffer->address = request->m.userptr;
+  buffer->length = length;
+  return 0;
+}
+
+void buffersDescribe(const Device* device, uint32_t index, struct v4l2_buffer* into) {
+  const Buffer* buffer = &device->buffers[index];
+  memset(into, 0, sizeof(*into));
+  into->index = index;
+  into->type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
+  into->memory = device->memory;
+  into->length = buffer->length;
+  into->bytesused = buffer->bytesUsed;
+  into->field = V4L2_FIELD_NONE;
+  into->sequence = buffer->sequence;
+  into->timestamp = buffer->timestamp;
+  into->flags = V4L2_BUF_FLAG_TIMESTAMP_MONOTONIC | V4L2_BUF_FLAG_TSTAMP_SRC_EOF;
+  if (buffer->mappings > 0) into->flags |= V4L2_BUF_FLAG_MAPPED;
+  if (buffer->prepared) into->flags |= V4L2_BUF_FLAG_PREPARED;
+  if (buffer->state != bufferIdle) {
+    into->flags |= V4L2_BUF_FLAG_QUEUED;
+    into->bytesused = 0;
+    into->sequence = 0;
+    into->timestamp = (struct timeval){0, 0};
+  }
+  if (device->memory == V4L2_MEMORY_MMAP) {
+    into->m.offset = offsetOf(index);
+  } else {
+    into->m.userptr = (unsigned long)buffer->address;
+  }
+}
+
+static void noteMapping(Device* device, void* address, size_t length, uint32_t index) {
+  for (int i = 0; i < deviceMaxMappings; ++i) {
+    if (device->mappings[i].address) continue;
+    device->mappings[i] = (Mapping){address, length, index};
+    ++device->buffers[index].mappings;
+    atomic_fetch_add(&mappingCount, 1);
+    return;
+  }
+}
+
+// A second mapping of the same shared pages, which mremap() makes of a length of zero.
+static void* duplicate(const Buffer* buffer, void* address, size_t length, int protection,
+                       int flags) {
+  void* copy = (flags & MAP_FIXED)
+                   ? mremap(buffer->memory, 0, length, MREMAP_MAYMOVE | MREMAP_FIXED, address)
+                   : mremap(buffer->memory, 0, length, MREMAP_MAYMOVE);
+  if (copy != MAP_FAILED && protection != (PROT_READ | PROT_WRITE)) {
+    mprotect(copy, length, protection);
+  }
+  return copy;
+}
+
+void* streamMap(Handle* handle, void* address, size_t length, int protection, int flags,
+                off_t offset) {
+  Device* device = handle->device;
+  void* mapped = MAP_FAILED;
+  int error = EINVAL;
+  pthread_mutex_lock(&device->lock);
+  const off_t index = offset / buffersMaxLength;
+  const bool shared = (flags & MAP_SHARED) != 0;
+  if (device->memory == V4L2_MEMORY_MMAP && shared && offset >= 0 &&
+      offset % buffersMaxLength == 0 && index < (off_t)device->bufferCount &&
+      wholePages(length) == wholePages(device->buffers[index].length)) {
+    mapped = duplicate(&device->buffers[index], address, wholePages(length), protection, flags);
+    error = errno;
+    if (mapped != MAP_FAILED) noteMapping(device, mapped, length, (uint32_t)index);
+  }
+  pthread_mutex_unlock(&device->lock);
+  if (mapped == MAP_FAILED) errno = error;
+  return mapped;
+}
+
+void streamUnmapped(const void* address, size_t length) {
+  // Nearly every program's every call ends here.
+  if (atomic_load_explicit(&mappingCount, memory_order_relaxed) == 0 || !handlesAreOurs()) return;
+  for (int d = 0; d < deviceCount; ++d) {
+    Device* device = deviceAt(d);
+    if (device->memory != V4L2_MEMORY_MMAP) continue;
+    pthread_mutex_lock(&device->lock);
+    for (int i = 0; i < deviceMaxMappings; ++i) {
+      Mapping* mapping = &device->mappings[i];
+      const uintptr_t at = (uintptr_t)mapping->address;
+      if (!at || at < (uintptr_t)address || at - (uintptr_t)address >= length) continue;
+      --device->buffers[mapping->buffer].mappings;
+      atomic_fetch_sub(&mappingCount, 1);
+      *mapping = (Mapping){0};
+    }
+    pthread_mutex_unlock(&device->lock);
+  }
+}

@@ -1,0 +1,31 @@
+// Buffers.h - the memory of a device's buffers.
+//
+// Threads: every call is made with the device's lock held. Owns: the memory, through the device.
+// Fails: with an errno value.
+#pragma once
+
+#include "Device.h"
+
+enum {
+  buffersMaxLength = 64 << 20,
+  buffersCapabilities = V4L2_BUF_CAP_SUPPORTS_MMAP | V4L2_BUF_CAP_SUPPORTS_USERPTR |
+                        V4L2_BUF_CAP_SUPPORTS_ORPHANED_BUFS,
+};
+
+/// True for the kinds of memory that are supported.
+bool buffersKnow(uint32_t memory);
+
+/// Adds as many as there is room for of `count` buffers; EINVAL or ENOMEM if that is none.
+int buffersAdd(Device* device, uint32_t memory, uint32_t count, uint32_t length);
+
+/// Frees all buffers and leaves the device without an owner.
+void buffersFree(Device* device);
+
+/// Provides two pictures of `size` bytes to paint into.
+int buffersReserveScratch(Device* device, size_t size);
+
+/// Takes over what a buffer handed in says about its memory.
+int buffersAdopt(Device* device, Buffer* buffer, const struct v4l2_buffer* request);
+
+/// Says how a buffer stands.
+void buffersDescribe(const Device* device, uint32_t index, struct v4l2_buffer* into);

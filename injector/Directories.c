@@ -1,0 +1,235 @@
+// Directories.c - the interposed calls that list directories: our names come behind the real ones.
+//
+// A directory that only we have is a stream on "/" whose own entries are left out.
+
+#include <dirent.h>
+#include <errno.h>
+#include <fcntl.h>
+#include <glob.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/stat.h>
+
+#include "Export.h"
+#include "Places.h"
+#include "Real.h"
+
+enum { maxListings = 64 };
+
+// A stream that we add to. As with any directory stream, one thread uses it at a time.
+typedef struct Listing {
+  _Atomic(DIR*) stream;
+  Place place;
+  char name[96];  // Of a directory that only we have, else empty.
+  int next;
+  struct dirent entry;
+} Listing;
+
+static Listing listings[maxListings];
+static atomic_int listingCount;
+
+static Listing* find(DIR* stream) {
+  if (!stream || atomic_load_explicit(&listingCount, memory_order_relaxed) == 0) return NULL;
+  for (int i = 0; i < maxListings; ++i) {
+    if (atomic_load(&listings[i].stream) == stream) return &listings[i];
+  }
+  return NULL;
+}
+
+static void add(DIR* stream, const Place* place, const char* name) {
+  for (int i = 0; i < maxListings; ++i) {
+    DIR* none = NULL;
+    if (!atomic_compare_exchange_strong(&listings[i].stream, &none, stream)) continue;
+    listings[i].place = *place;
+    listings[i].next = 0;
+    listings[i].name[0] = '\0';
+    if (name) snprintf(listings[i].name, sizeof(listings[i].name), "%.90s", name);
+    atomic_fetch_add(&listingCount, 1);
+    return;
+  }
+}
+
+static void forget(DIR* stream) {
+  Listing* listing = find(stream);
+  if (!listing) return;
+  atomic_store(&listing->stream, NULL);
+  atomic_fetch_sub(&listingCount, 1);
+}
+
+const char* directoryNameOf(int descriptor) {
+  if (descriptor < 0 || atomic_load_explicit(&listingCount, memory_order_relaxed) == 0) return NULL;
+  for (int i = 0; i < maxListings; ++i) {
+    DIR* stream = atomic_load(&listings[i].stream);
+    if (stream && listings[i].name[0] && dirfd(stream) == descriptor) return listings[i].name;
+  }
+  return NULL;
+}
+
+static bool isSame(const struct stat* status, const char* path) {
+  struct stat other;
+  return realFstatat(AT_FDCWD, path, &other, 0) == 0 && other.st_dev == status->st_dev &&
+         other.st_ino == status->st_ino;
+}
+
+// Adds our names to a stream on a directory that exists, if they belong there.
+static void watch(DIR* stream) {
+  const int saved = errno;
+  struct stat status;
+  if (realFstatat(dirfd(stream), "", &status, AT_EMPTY_PATH) == 0) {
+    if (isSame(&status, "/dev")) {
+      add(stream, &(Place){placeDevice, NULL, NULL, false}, NULL);
+    } else if (isSame(&status, "/sys/class/video4linux")) {
+      add(stream, &(Place){placeClass, NULL, NULL, false}, NULL);
+    }
+  }
+  errno = saved;
+}
+
+static bool mayBeOurs(const char* path) {
+  return strstr(path, "dev") || strstr(path, "video4linux") || path[0] == '.';
+}
+
+LENSLARK_EXPORT DIR* opendir(const char* path) {
+  if (!real.opendir) realResolve();
+  DIR* stream = real.opendir(path);
+  if (!realReady()) return stream;
+  if (stream) {
+    if (mayBeOurs(path)) watch(stream);
+    return stream;
+  }
+  if (errno != ENOENT) return NULL;
+  const Place place = placeFind(AT_FDCWD, path);
+  if (place.kind != placeClass && place.kind != placeDirectory) {
+    errno = place.kind == placeNone ? ENOENT : ENOTDIR;
+    return NULL;
+  }
+  stream = real.opendir("/");
+  if (stream) {
+    char name[4096];
+    placeRealName(&place, name);
+    add(stream, &place, name);
+  }
+  return stream;
+}
+
+LENSLARK_EXPORT DIR* fdopendir(int descriptor) {
+  if (!real.fdopendir) realResolve();
+  DIR* stream = real.fdopendir(descriptor);
+  if (stream && realReady()) watch(stream);
+  return stream;
+}
+
+static struct dirent* makeEntry(Listing* listing, const char* name, unsigned char type) {
+  memset(&listing->entry, 0, sizeof(listing->entry));
+  listing->entry.d_ino = (ino_t)(0x4c4c0000 + listing->next);
+  listing->entry.d_off = 0x4c4c0000 + listing->next;
+  listing->entry.d_reclen = sizeof(listing->entry);
+  listing->entry.d_type = type;
+  strncpy(listing->entry.d_name, name, sizeof(listing->entry.d_name) - 1);
+  ++listing->next;
+  return &listing->entry;
+}
+
+LENSLARK_EXPORT struct dirent* readdir(DIR* stream) {
+  if (!real.readdir) realResolve();
+  Listing* listing = find(stream);
+  if (!listing) return real.readdir(stream);
+  if (listing->name[0] == '\0' && listing->next == 0) {
+    struct dirent* entry = real.readdir(stream);
+    if (entry) return entry;
+  }
+  char name[32];
+  unsigned char type;
+  if (!placeEntry(&listing->place, listing->next, name, &type)) return NULL;
+  return makeEntry(listing, name, type);
+}
+
+LENSLARK_EXPORT struct dirent64* readdir64(DIR* stream) {
+  return (struct dirent64*)readdir(stream);
+}
+
+LENSLARK_EXPORT int closedir(DIR* stream) {
+  if (!real.closedir) realResolve();
+  forget(stream);
+  return real.closedir(stream);
+}
+
+LENSLARK_EXPORT void rewinddir(DIR* stream) {
+  if (!real.rewinddir) realResolve();
+  Listing* listing = find(stream);
+  if (listing) listing->next = 0;
+  real.rewinddir(stream);
+}
+
+typedef int (*Filter)(const struct dirent*);
+typedef int (*Order)(const struct dirent**, const struct dirent**);
+
+// Collects what a stream lists; -1 with errno if memory runs out.
+static int collect(DIR* stream, struct dirent*** into, Filter filter) {
+  struct dirent** entries = NULL;
+  int count = 0;
+  const struct dirent* entry;
+  while ((entry = readdir(stream))) {
+    if (filter && !filter(entry)) continue;
+    struct dirent** more = realloc(entries, ((size_t)count + 1) * sizeof(*entries));
+    if (more) entries = more;
+    struct dirent* copy = more ? malloc(sizeof(*copy)) : NULL;
+    if (!copy) {
+      while (count > 0) free(entries[--count]);
+      free(entries);
+      errno = ENOMEM;
+      return -1;
+    }
+    memcpy(copy, entry, entry->d_reclen < sizeof(*copy) ? entry->d_reclen : sizeof(*copy));
+    entries[count++] = copy;
+  }
+  *into = entries;
+  return count;
+}
+
+LENSLARK_EXPORT int scandir(const char* restrict path, struct dirent*** restrict into,
+                            Filter filter, Order order) {
+  if (!real.scandir) realResolve();
+  DIR* stream = opendir(path);
+  if (!stream) return -1;
+  if (!find(stream)) {
+    closedir(stream);
+    return real.scandir(path, into, filter, order);
+  }
+  const int count = collect(stream, into, filter);
+  closedir(stream);
+  if (count > 1 && order) {
+    qsort(*into, (size_t)count, sizeof(**into), (int (*)(const void*, const void*))order);
+  }
+  return count;
+}
+
+LENSLARK_EXPORT int scandir64(const char* restrict path, struct dirent64*** restrict into,
+                              int (*filter)(const struct dirent64*),
+                              int (*order)(const struct dirent64**, const struct dirent64**)) {
+  return scandir(path, (struct dirent***)into, (Filter)filter, (Order)order);
+}
+
+static void* globOpen(const char* path) { return opendir(path); }
+static struct dirent* globRead(void* stream) { return readdir(stream); }
+static void globClose(void* stream) { closedir(stream); }
+
+LENSLARK_EXPORT int glob(const char* restrict pattern, int flags, int (*failed)(const char*, int),
+                         glob_t* restrict into) {
+  if (!real.glob) realResolve();
+  const bool ours = (flags & GLOB_ALTDIRFUNC) == 0 &&
+                    (strstr(pattern, "/dev/") || strstr(pattern, "video4linux"));
+  if (!ours) return real.glob(pattern, flags, failed, into);
+  // The C library lists with its own calls unless it is given others.
+  into->gl_opendir = globOpen;
+  into->gl_readdir = globRead;
+  into->gl_closedir = globClose;
+  into->gl_stat = stat;
+  into->gl_lstat = lstat;
+  return real.glob(pattern, flags | GLOB_ALTDIRFUNC, failed, into);
+}
+
+LENSLARK_EXPORT int glob64(const char* restrict pattern, int flags,
+                           int (*failed)(const char*, int), glob64_t* restrict into) {
+  return glob(pattern, flags, failed, (glob_t*)into);
+}

@@ -1,0 +1,4 @@
+// Export.h - marks the calls that are interposed. Everything else stays inside the library.
+#pragma once
+
+#define LENSLARK_EXPORT __attribute__((visibility("default")))

@@ -1,0 +1,153 @@
+#include "Feed.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <limits.h>
+#include <signal.h>
+#include <stdatomic.h>
+#include <stddef.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/stat.h>
+#include <time.h>
+#include <unistd.h>
+
+#include "Real.h"
+
+static char deviceFeed[PATH_MAX];
+static char globalFeed[PATH_MAX];
+
+static void remember(char* into, const char* text) {
+  const size_t length = strlen(text);
+  if (length < PATH_MAX) memcpy(into, text, length + 1);
+}
+
+void feedConfigure(void) {
+  const char* device = getenv("LENSLARK_DEVICE_FEED");
+  const char* global = getenv("LENSLARK_SHM");
+  remember(deviceFeed, device ? device : "");
+  remember(globalFeed, global ? global : "/tmp/lenslark.shm");
+}
+
+uint64_t feedClock(void) {
+  struct timespec now;
+  clock_gettime(CLOCK_MONOTONIC, &now);
+  return (uint64_t)now.tv_sec * UINT64_C(1000000000) + (uint64_t)now.tv_nsec;
+}
+
+static bool readAt(int descriptor, void* into, size_t size, uint64_t offset) {
+  return pread(descriptor, into, size, (off_t)offset) == (ssize_t)size;
+}
+
+static bool isAlive(const LLFrameHeader* header) {
+  if (header->heartbeat == 0) {
+    // A writer that has only just opened its file.
+    const pid_t writer = (pid_t)header->writerPid;
+    return writer > 0 && (kill(writer, 0) == 0 || errno == EPERM);
+  }
+  const uint64_t now = feedClock();
+  return header->heartbeat <= now && now - header->heartbeat <= FEED_PATIENCE_NS;
+}
+
+// Takes the geometry of the front slot, or of the only frame of a version 1 file.
+static bool takeGeometry(Feed* feed, const LLFrameHeader* header, uint64_t fileSize) {
+  uint64_t room;
+  if (header->version >= LL_FRAME_VERSION) {
+    const uint32_t front = header->frontSlot & 1;
+    const LLFrameSlot* slot = &header->slots[front];
+    if (header->slotCapacity > fileSize) return false;
+    feed->width = slot->width;
+    feed->height = slot->height;
+    feed->stride = slot->bytesPerRow;
+    feed->counter = slot->seq;
+    feed->counterAt = offsetof(LLFrameHeader, slots) + front * sizeof(LLFrameSlot);
+    feed->pixelsAt = LL_FRAME_DATA_OFFSET + front * header->slotCapacity;
+    room = header->slotCapacity;
+  } else {
+    feed->width = header->width;
+    feed->height = header->height;
+    feed->stride = header->bytesPerRow;
+    feed->counter = header->sequence;
+    feed->counterAt = offsetof(LLFrameHeader, sequence);
+    feed->pixelsAt = LL_FRAME_DATA_OFFSET;
+    room = fileSize;
+  }
+  if (feed->width == 0 || feed->width > feedMaxSide) return false;
+  if (feed->height == 0 || feed->height > feedMaxSide) return false;
+  if (feed->stride < feed->width * LL_FRAME_BYTES_PER_PIXEL) return false;
+  if (feed->stride > feedMaxStride) return false;
+  const uint64_t size = (uint64_t)feed->stride * feed->height;
+  return size <= room && feed->pixelsAt <= fileSize && size <= fileSize - feed->pixelsAt;
+}
+
+enum Outcome { nobody, noFrame, ready };
+
+static enum Outcome tryFile(Feed* feed, const char* path) {
+  feed->descriptor =
+      realOpenat(AT_FDCWD, path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOFOLLOW | O_NOCTTY, 0);
+  if (feed->descriptor < 0) return nobody;
+  enum Outcome outcome = nobody;
+  struct stat status;
+  LLFrameHeader header;
+  if (realFstatat(feed->descriptor, "", &status, AT_EMPTY_PATH) == 0 && S_ISREG(status.st_mode) &&
+      status.st_uid == geteuid() && status.st_nlink == 1 &&
+      status.st_size >= (off_t)LL_FRAME_DATA_OFFSET &&
+      readAt(feed->descriptor, &header, sizeof(header), 0) && header.magic == LL_FRAME_MAGIC &&
+      isAlive(&header)) {
+    feed->fill = header.sceneMode == LLSceneModeFill;
+    feed->lastSign = header.heartbeat;
+    feed->bandCount = 0;
+    const bool whole = takeGeometry(feed, &header, (uint64_t)status.st_size);
+    outcome = whole && feed->counter % 2 == 0 ? ready : noFrame;
+  }
+  if (outcome != ready) feedClose(feed);
+  return outcome;
+}
+
+bool feedOpen(Feed* feed, LLCamera camera) {
+  const char* suffix = camera == LLCameraFront ? "-front" : "-back";
+  char own[64];
+  snprintf(own, sizeof(own), "/tmp/lenslark-pid-%d", (int)getpid());
+  const char* const stems[] = {own, deviceFeed};
+  for (int i = 0; i < 2; ++i) {
+    if (stems[i][0] == '\0') continue;
+    for (int wide = 0; wide < 2; ++wide) {
+      char path[PATH_MAX + 16];
+      snprintf(path, sizeof(path), "%s%s.shm", stems[i], wide ? "" : suffix);
+      const enum Outcome outcome = tryFile(feed, path);
+      if (outcome != nobody) return outcome == ready;
+    }
+  }
+  return globalFeed[0] != '\0' && tryFile(feed, globalFeed) == ready;
+}
+
+const uint8_t* feedRows(Feed* feed, uint32_t first, uint32_t count) {
+  if (first > feed->height || count > feed->height - first) return NULL;
+  const bool held = first >= feed->bandFirst && count <= feed->bandCount &&
+                    first - feed->bandFirst <= feed->bandCount - count;
+  if (!held) {
+    uint32_t rows = feedBandBytes / feed->stride;
+    if (rows > feed->height - first) rows = feed->height - first;
+    feed->bandCount = 0;
+    if (!readAt(feed->descriptor, feed->band, (size_t)rows * feed->stride,
+                feed->pixelsAt + (uint64_t)first * feed->stride)) {
+      return NULL;
+    }
+    feed->bandFirst = first;
+    feed->bandCount = rows;
+  }
+  return feed->band + (size_t)(first - feed->bandFirst) * feed->stride;
+}
+
+bool feedIsUntorn(const Feed* feed) {
+  uint64_t counter;
+  atomic_thread_fence(memory_order_acquire);
+  return readAt(feed->descriptor, &counter, sizeof(counter), feed->counterAt) &&
+         counter == feed->counter;
+}
+
+void feedClose(Feed* feed) {
+  realClose(feed->descriptor);
+  feed->descriptor = -1;
+}

@@ -1,0 +1,62 @@
+// Feed.h - finds a camera's frame file and reads its latest whole frame.
+//
+// A frame file is opened anew for each frame and read with pread(), never mapped: a file that is
+// replaced, resized or truncated meanwhile is simply seen as it is now, and cannot raise SIGBUS in
+// the host program. Opening costs some microseconds, and no descriptor stays behind that the host
+// could close or inherit.
+//
+// Files are tried in this order, and the first that has a living writer is the feed:
+//   /tmp/lenslark-pid-PID-back.shm (or -front), /tmp/lenslark-pid-PID.shm,
+//   $LENSLARK_DEVICE_FEED-back.shm (or -front), $LENSLARK_DEVICE_FEED.shm,
+//   $LENSLARK_SHM if that is set, else /tmp/lenslark.shm.
+//
+// Threads: a Feed belongs to one thread at a time. feedConfigure() belongs to the constructor.
+// Owns: the descriptor from feedOpen() to feedClose().
+// Fails: nothing is reported but "no frame"; a file that is not a regular file of this user with
+// one link, or whose header does not add up, counts as absent.
+#pragma once
+
+#include <stdbool.h>
+#include <stdint.h>
+
+#include "lenslark/frame_file.h"
+
+enum {
+  feedMaxSide = 16384,
+  feedMaxStride = feedMaxSide * 4,
+  feedBandBytes = 4 * feedMaxStride,
+  feedPadding = 64,  ///< Vectors may read (and ignore) this much behind a row.
+};
+
+/// A writer that gave no sign of life for so long is gone.
+#define FEED_PATIENCE_NS UINT64_C(3000000000)
+
+typedef struct Feed {
+  uint32_t width, height, stride;  ///< Of the frame, in pixels and bytes.
+  bool fill;                       ///< The view is covered rather than the picture kept whole.
+  uint64_t lastSign;               ///< CLOCK_MONOTONIC nanoseconds of the writer's heartbeat.
+
+  int descriptor;
+  uint64_t pixelsAt;              // Offset of the top row in the file.
+  uint64_t counterAt, counter;    // The slot's sequence counter, and what it was.
+  uint32_t bandFirst, bandCount;  // The rows that are in the band.
+  uint8_t band[feedBandBytes + feedPadding];
+} Feed;
+
+/// Remembers what the environment says about feeds.
+void feedConfigure(void);
+
+/// Opens the feed of one camera and takes its latest frame's geometry. False if there is none.
+bool feedOpen(Feed* feed, LLCamera camera);
+
+/// `count` (at most 4) whole rows from `first` on, `stride` bytes apart, valid until the next call.
+/// NULL if the file ends before.
+const uint8_t* feedRows(Feed* feed, uint32_t first, uint32_t count);
+
+/// True if the rows read since feedOpen() all belong to the frame that it found.
+bool feedIsUntorn(const Feed* feed);
+
+void feedClose(Feed* feed);
+
+/// CLOCK_MONOTONIC in nanoseconds.
+uint64_t feedClock(void);

@@ -1,0 +1,130 @@
+// LibV4l2.c - the entry points of libv4l2, which goes to the kernel by raw system calls and would
+// never meet the calls of Files.c. A camera of ours needs none of its conversions.
+
+#include <dlfcn.h>
+#include <errno.h>
+#include <fcntl.h>
+#include <linux/videodev2.h>
+#include <stdarg.h>
+#include <stdint.h>
+#include <string.h>
+#include <sys/ioctl.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include "Device.h"
+#include "Export.h"
+#include "Places.h"
+#include "Real.h"
+#include "Stream.h"
+
+// The real library's function: it may have been loaded where RTLD_NEXT does not look.
+static void* next(const char* name) {
+  void* symbol = dlsym(RTLD_NEXT, name);
+  if (symbol) return symbol;
+  void* library = dlopen("libv4l2.so.0", RTLD_LAZY | RTLD_NOLOAD);
+  return library ? dlsym(library, name) : NULL;
+}
+
+// Declares `function` as the real one, of the given type.
+#define NEXT(name, result, ...)                \
+  result (*function)(__VA_ARGS__) = NULL;      \
+  do {                                         \
+    void* symbol = next(name);                 \
+    memcpy(&function, &symbol, sizeof(symbol)); \
+  } while (0)
+
+LENSLARK_EXPORT int v4l2_open(const char* path, int flags, ...);
+LENSLARK_EXPORT int v4l2_open(const char* path, int flags, ...) {
+  va_list arguments;
+  va_start(arguments, flags);
+  const mode_t mode = (flags & O_CREAT) ? va_arg(arguments, unsigned) : 0;
+  va_end(arguments);
+  const bool missing = realFaccessat(AT_FDCWD, path, F_OK, 0) != 0 && errno == ENOENT;
+  if (missing && realReady() && placeFind(AT_FDCWD, path).kind != placeNone) {
+    return open(path, flags, mode);
+  }
+  NEXT("v4l2_open", int, const char*, int, ...);
+  return function ? function(path, flags, mode) : open(path, flags, mode);
+}
+
+LENSLARK_EXPORT int v4l2_fd_open(int descriptor, int flags);
+LENSLARK_EXPORT int v4l2_fd_open(int descriptor, int flags) {
+  if (handleIs(descriptor)) return descriptor;
+  NEXT("v4l2_fd_open", int, int, int);
+  return function ? function(descriptor, flags) : descriptor;
+}
+
+LENSLARK_EXPORT int v4l2_close(int descriptor);
+LENSLARK_EXPORT int v4l2_close(int descriptor) {
+  if (handleIs(descriptor)) return close(descriptor);
+  NEXT("v4l2_close", int, int);
+  return function ? function(descriptor) : close(descriptor);
+}
+
+LENSLARK_EXPORT int v4l2_dup(int descriptor);
+LENSLARK_EXPORT int v4l2_dup(int descriptor) {
+  if (handleIs(descriptor)) return dup(descriptor);
+  NEXT("v4l2_dup", int, int);
+  return function ? function(descriptor) : dup(descriptor);
+}
+
+LENSLARK_EXPORT int v4l2_ioctl(int descriptor, unsigned long request, ...);
+LENSLARK_EXPORT int v4l2_ioctl(int descriptor, unsigned long request, ...) {
+  va_list arguments;
+  va_start(arguments, request);
+  void* argument = va_arg(arguments, void*);
+  va_end(arguments);
+  if (handleIs(descriptor)) return ioctl(descriptor, request, argument);
+  NEXT("v4l2_ioctl", int, int, unsigned long, ...);
+  return function ? function(descriptor, request, argument)
+                  : ioctl(descriptor, request, argument);
+}
+
+LENSLARK_EXPORT ssize_t v4l2_read(int descriptor, void* into, size_t size);
+LENSLARK_EXPORT ssize_t v4l2_read(int descriptor, void* into, size_t size) {
+  if (handleIs(descriptor)) return read(descriptor, into, size);
+  NEXT("v4l2_read", ssize_t, int, void*, size_t);
+  return function ? function(descriptor, into, size) : read(descriptor, into, size);
+}
+
+LENSLARK_EXPORT void* v4l2_mmap(void* address, size_t length, int protection, int flags,
+                                int descriptor, int64_t offset);
+LENSLARK_EXPORT void* v4l2_mmap(void* address, size_t length, int protection, int flags,
+                                int descriptor, int64_t offset) {
+  if (handleIs(descriptor)) return mmap(address, length, protection, flags, descriptor, offset);
+  NEXT("v4l2_mmap", void*, void*, size_t, int, int, int, int64_t);
+  return function ? function(address, length, protection, flags, descriptor, offset)
+                  : mmap(address, length, protection, flags, descriptor, offset);
+}
+
+LENSLARK_EXPORT int v4l2_munmap(void* address, size_t length);
+LENSLARK_EXPORT int v4l2_munmap(void* address, size_t length) {
+  streamUnmapped(address, length);
+  NEXT("v4l2_munmap", int, void*, size_t);
+  return function ? function(address, length) : munmap(address, length);
+}
+
+LENSLARK_EXPORT int v4l2_get_control(int descriptor, int control);
+LENSLARK_EXPORT int v4l2_get_control(int descriptor, int control) {
+  if (handleIs(descriptor)) {
+    errno = EINVAL;
+    return -1;
+  }
+  NEXT("v4l2_get_control", int, int, int);
+  if (function) return function(descriptor, control);
+  errno = EINVAL;
+  return -1;
+}
+
+LENSLARK_EXPORT int v4l2_set_control(int descriptor, int control, int value);
+LENSLARK_EXPORT int v4l2_set_control(int descriptor, int control, int value) {
+  if (handleIs(descriptor)) {
+    errno = EINVAL;
+    return -1;
+  }
+  NEXT("v4l2_set_control", int, int, int, int);
+  if (function) return function(descriptor, control, value);
+  errno = EINVAL;
+  return -1;
+}

@@ -1,0 +1,138 @@
+#include "Painter.h"
+
+#include <linux/videodev2.h>
+#include <string.h>
+
+#include "Placeholder.h"
+
+size_t pictureStride(const PictureFormat* format) {
+  const size_t width = (size_t)format->width;
+  switch (format->fourcc) {
+    case V4L2_PIX_FMT_YUYV:
+      return width * 2;
+    case V4L2_PIX_FMT_RGB24:
+      return width * 3;
+    case V4L2_PIX_FMT_BGR32:
+      return width * 4;
+    default:
+      return width;
+  }
+}
+
+size_t pictureSize(const PictureFormat* format) {
+  const size_t packed = pictureStride(format) * (size_t)format->height;
+  const bool planar =
+      format->fourcc == V4L2_PIX_FMT_YUV420 || format->fourcc == V4L2_PIX_FMT_NV12;
+  return planar ? packed + packed / 2 : packed;
+}
+
+static void interleave(const uint8_t* restrict even, const uint8_t* restrict odd,
+                       uint8_t* restrict out, int count) {
+  for (int i = 0; i < count; ++i) {
+    out[2 * i] = even[i];
+    out[2 * i + 1] = odd[i];
+  }
+}
+
+static void weave(const uint8_t* restrict luma, const uint8_t* restrict cb,
+                  const uint8_t* restrict cr, uint8_t* restrict out, int pairs) {
+  for (int i = 0; i < pairs; ++i) {
+    out[4 * i] = luma[2 * i];
+    out[4 * i + 1] = cb[i];
+    out[4 * i + 2] = luma[2 * i + 1];
+    out[4 * i + 3] = cr[i];
+  }
+}
+
+static void paintPlanar(Painter* painter, const PictureFormat* format, uint8_t* out, int y,
+                        const uint8_t* upper, const uint8_t* lower) {
+  const RowKernels* with = kernels();
+  const ColourMatrix* matrix = format->bt709 ? &matrixBt709 : &matrixBt601;
+  const size_t width = (size_t)format->width;
+  const size_t plane = width * (size_t)format->height;
+  const size_t half = width / 2;
+  const size_t pair = (size_t)y / 2;
+  with->luma(upper, out + (size_t)y * width, format->width, matrix);
+  with->luma(lower, out + (size_t)(y + 1) * width, format->width, matrix);
+  if (format->fourcc == V4L2_PIX_FMT_NV12) {
+    with->chroma(upper, lower, painter->cb, painter->cr, format->width, matrix);
+    interleave(painter->cb, painter->cr, out + plane + pair * width, format->width / 2);
+  } else {
+    with->chroma(upper, lower, out + plane + pair * half, out + plane + plane / 4 + pair * half,
+                 format->width, matrix);
+  }
+}
+
+static void paintPacked(Painter* painter, const PictureFormat* format, uint8_t* out,
+                        const uint8_t* row) {
+  const RowKernels* with = kernels();
+  const ColourMatrix* matrix = format->bt709 ? &matrixBt709 : &matrixBt601;
+  switch (format->fourcc) {
+    case V4L2_PIX_FMT_YUYV:
+      with->luma(row, painter->luma, format->width, matrix);
+      with->chroma(row, row, painter->cb, painter->cr, format->width, matrix);
+      weave(painter->luma, painter->cb, painter->cr, out, format->width / 2);
+      break;
+    case V4L2_PIX_FMT_RGB24:
+      with->rgb(row, out, format->width);
+      break;
+    default:
+      memcpy(out, row, pictureStride(format));
+  }
+}
+
+static void paintPair(Painter* painter, const PictureFormat* format, uint8_t* out, int y,
+                      const uint8_t* upper, const uint8_t* lower) {
+  if (format->fourcc == V4L2_PIX_FMT_YUV420 || format->fourcc == V4L2_PIX_FMT_NV12) {
+    paintPlanar(painter, format, out, y, upper, lower);
+    return;
+  }
+  const size_t stride = pictureStride(format);
+  paintPacked(painter, format, out + (size_t)y * stride, upper);
+  paintPacked(painter, format, out + (size_t)(y + 1) * stride, lower);
+}
+
+static bool paintFeed(Painter* painter, const PictureFormat* format, uint8_t* out) {
+  Feed* feed = &painter->feed;
+  scalerPlan(&painter->scaler, feed, format->width, format->height);
+  for (int y = 0; y < format->height; y += 2) {
+    const uint8_t* upper = scalerRow(&painter->scaler, feed, y);
+    const uint8_t* lower = upper ? scalerRow(&painter->scaler, feed, y + 1) : NULL;
+    if (!lower) return false;
+    paintPair(painter, format, out, y, upper, lower);
+  }
+  return feedIsUntorn(feed);
+}
+
+static void paintPlaceholder(Painter* painter, const PictureFormat* format, uint8_t* out) {
+  uint8_t* upper = painter->scaler.lanes[0];
+  uint8_t* lower = painter->scaler.lanes[1];
+  for (int y = 0; y < format->height; y += 2) {
+    placeholderRow(upper, y, format->width, format->height);
+    placeholderRow(lower, y + 1, format->width, format->height);
+    paintPair(painter, format, out, y, upper, lower);
+  }
+  // The rows were the scaler's: its next plan starts from black ones.
+  painter->scaler.sourceWidth = 0;
+}
+
+void paint(Painter* painter, LLCamera camera, const PictureFormat* format, uint8_t* out,
+           const uint8_t* last) {
+  // A writer that publishes while the frame is read leaves it torn; the next one is whole.
+  for (int attempt = 0; attempt < 3; ++attempt) {
+    if (!feedOpen(&painter->feed, camera)) break;
+    const bool whole = paintFeed(painter, format, out);
+    feedClose(&painter->feed);
+    if (whole) {
+      painter->lastSign = painter->feed.lastSign;
+      return;
+    }
+  }
+  const bool recent =
+      painter->lastSign != 0 && feedClock() - painter->lastSign <= FEED_PATIENCE_NS;
+  if (last && recent) {
+    if (last != out) memcpy(out, last, pictureSize(format));
+    return;
+  }
+  paintPlaceholder(painter, format, out);
+}

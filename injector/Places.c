@@ -1,0 +1,260 @@
+#include "Places.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <limits.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/mman.h>
+#include <sys/sysmacros.h>
+#include <unistd.h>
+
+#include "Real.h"
+
+enum { videoMajor = 81 };
+
+static const char classDirectory[] = "/sys/class/video4linux";
+static const char deviceDirectory[] = "/sys/devices/virtual/video4linux";
+static const char numberDirectory[] = "/sys/dev/char";
+static const char* const fileNames[] = {"name", "dev", "index", "uevent"};
+
+enum { fileCount = sizeof(fileNames) / sizeof(fileNames[0]) };
+
+// Takes "." and ".." and doubled slashes out of an absolute path, as text.
+static bool normalise(const char* path, char into[static PATH_MAX]) {
+  size_t length = 0;
+  while (*path) {
+    while (*path == '/') ++path;
+    const size_t part = strcspn(path, "/");
+    if (part == 2 && path[0] == '.' && path[1] == '.') {
+      while (length > 0 && into[--length] != '/') {
+      }
+    } else if (part > 0 && !(part == 1 && path[0] == '.')) {
+      if (length + part + 2 > PATH_MAX) return false;
+      into[length++] = '/';
+      memcpy(into + length, path, part);
+      length += part;
+    }
+    path += part;
+  }
+  into[length] = '\0';
+  return true;
+}
+
+static bool absolute(int directory, const char* path, char into[static PATH_MAX]) {
+  if (path[0] == '/') return normalise(path, into);
+  char whole[2 * PATH_MAX];
+  const char* known = directory == AT_FDCWD ? NULL : directoryNameOf(directory);
+  if (known) {
+    snprintf(whole, sizeof(whole), "%s/%s", known, path);
+    return normalise(whole, into);
+  }
+  char link[64];
+  char base[PATH_MAX];
+  if (directory == AT_FDCWD) {
+    snprintf(link, sizeof(link), "/proc/self/cwd");
+  } else {
+    snprintf(link, sizeof(link), "/proc/self/fd/%d", directory);
+  }
+  const ssize_t length = realReadlinkat(AT_FDCWD, link, base, sizeof(base) - 1);
+  if (length <= 0) return false;
+  base[length] = '\0';
+  snprintf(whole, sizeof(whole), "%s/%s", base, path);
+  return normalise(whole, into);
+}
+
+// The rest of `path` behind `prefix`, which ends at a slash or at the end.
+static const char* behind(const char* path, const char* prefix) {
+  const size_t length = strlen(prefix);
+  if (strncmp(path, prefix, length) != 0) return NULL;
+  if (path[length] == '/') return path + length + 1;
+  return path[length] == '\0' ? path + length : NULL;
+}
+
+// Reads the camera's number after `prefix`; `rest` is what follows.
+static Device* numbered(const char* text, const char* prefix, const char** rest) {
+  const size_t length = strlen(prefix);
+  if (strncmp(text, prefix, length) != 0) return NULL;
+  const char* digits = text + length;
+  if (*digits < '0' || *digits > '9' || (digits[0] == '0' && digits[1] >= '0' && digits[1] <= '9')) {
+    return NULL;
+  }
+  char* end = NULL;
+  const long number = strtol(digits, &end, 10);
+  *rest = end;
+  return deviceWithNumber(number);
+}
+
+static Place below(Device* device, const char* rest, bool isLink) {
+  Place place = {placeNone, device, NULL, false};
+  if (!device) return place;
+  if (*rest == '\0') {
+    place.kind = placeDirectory;
+    place.isLink = isLink;
+    return place;
+  }
+  for (int i = 0; *rest == '/' && i < fileCount; ++i) {
+    if (strcmp(rest + 1, fileNames[i]) == 0) {
+      place.kind = placeFile;
+      place.file = fileNames[i];
+    }
+  }
+  return place;
+}
+
+static Place recognise(const char* path) {
+  const Place none = {placeNone, NULL, NULL, false};
+  const char* rest = behind(path, "/dev");
+  if (rest) {
+    const char* end = "";
+    Device* device = numbered(rest, "video", &end);
+    bool isLink = false;
+    if (!device) {
+      device = numbered(rest, "char/81:", &end);
+      isLink = true;
+    }
+    return device && *end == '\0' ? (Place){placeDevice, device, NULL, isLink} : none;
+  }
+  rest = behind(path, classDirectory);
+  const bool inClass = rest != NULL;
+  if (!rest) rest = behind(path, deviceDirectory);
+  if (rest) {
+    if (*rest == '\0') return (Place){placeClass, NULL, NULL, false};
+    const char* end = "";
+    Device* device = numbered(rest, "video", &end);
+    return below(device, end, inClass);
+  }
+  rest = behind(path, numberDirectory);
+  if (rest) {
+    const char* end = "";
+    Device* device = numbered(rest, "81:", &end);
+    return below(device, end, true);
+  }
+  return none;
+}
+
+Place placeFind(int directory, const char* path) {
+  // Most of what is missing has nothing in common with our names.
+  if (!strstr(path, "video") && !strstr(path, "81:") && !directoryNameOf(directory)) {
+    return (Place){placeNone, NULL, NULL, false};
+  }
+  const int saved = errno;
+  char whole[PATH_MAX];
+  const bool known = absolute(directory, path, whole);
+  errno = saved;
+  return known ? recognise(whole) : (Place){placeNone, NULL, NULL, false};
+}
+
+static int contents(const Place* place, char into[static 128]) {
+  const int number = deviceNumber(place->device);
+  if (strcmp(place->file, "name") == 0) return snprintf(into, 128, "%s\n", place->device->name);
+  if (strcmp(place->file, "dev") == 0) return snprintf(into, 128, "%d:%d\n", videoMajor, number);
+  if (strcmp(place->file, "index") == 0) return snprintf(into, 128, "0\n");
+  return snprintf(into, 128, "MAJOR=%d\nMINOR=%d\nDEVNAME=video%d\n", videoMajor, number, number);
+}
+
+void placeStatDevice(const Device* device, struct stat* into) {
+  // Everything that has no meaning here is as for any node of /dev.
+  if (realFstatat(AT_FDCWD, "/dev/null", into, 0) != 0) memset(into, 0, sizeof(*into));
+  const int number = deviceNumber(device);
+  into->st_mode = S_IFCHR | 0660;
+  into->st_nlink = 1;
+  into->st_rdev = makedev(videoMajor, (unsigned)number);
+  into->st_ino = (ino_t)(0x4c4c0000 + number);
+  into->st_uid = geteuid();
+  into->st_gid = getegid();
+}
+
+void placeStat(const Place* place, bool follow, struct stat* into) {
+  if (place->kind == placeDevice && (follow || !place->isLink)) {
+    placeStatDevice(place->device, into);
+    return;
+  }
+  if (realFstatat(AT_FDCWD, "/sys", into, 0) != 0) memset(into, 0, sizeof(*into));
+  into->st_ino = (ino_t)(0x4c4c1000 + (place->device ? 1 + place->device->index : 0));
+  into->st_nlink = 1;
+  into->st_size = 0;
+  if (place->kind == placeFile) {
+    char text[128];
+    into->st_mode = S_IFREG | 0444;
+    into->st_size = contents(place, text);
+    into->st_ino += (ino_t)(0x100 * (1 + (int)place->file[0]));
+  } else if (place->isLink && !follow) {
+    into->st_mode = S_IFLNK | 0777;
+  } else {
+    into->st_mode = S_IFDIR | 0755;
+    into->st_nlink = 2;
+  }
+}
+
+int placeOpen(const Place* place, int flags) {
+  if (place->kind == placeDevice) {
+    if ((flags & O_CREAT) && (flags & O_EXCL)) {
+      errno = EEXIST;
+      return -1;
+    }
+    if (flags & O_DIRECTORY) {
+      errno = ENOTDIR;
+      return -1;
+    }
+    return handleOpen(place->device, flags);
+  }
+  if (place->kind != placeFile) {
+    errno = ENOENT;
+    return -1;
+  }
+  if ((flags & O_ACCMODE) != O_RDONLY) {
+    errno = EACCES;
+    return -1;
+  }
+  char text[128];
+  const int length = contents(place, text);
+  const int descriptor = memfd_create(place->file, (flags & O_CLOEXEC) ? MFD_CLOEXEC : 0);
+  if (descriptor < 0) return -1;
+  if (pwrite(descriptor, text, (size_t)length, 0) != length) {
+    realClose(descriptor);
+    errno = EIO;
+    return -1;
+  }
+  return descriptor;
+}
+
+int placeAccess(const Place* place, int mode) {
+  const int allowed = place->kind == placeDevice ? R_OK | W_OK
+                      : place->kind == placeFile ? R_OK
+                                                 : R_OK | X_OK;
+  if ((mode & ~allowed) == 0) return 0;
+  errno = EACCES;
+  return -1;
+}
+
+void placeRealName(const Place* place, char* into) {
+  const int number = place->device ? deviceNumber(place->device) : 0;
+  switch (place->kind) {
+    case placeDevice:
+      snprintf(into, PATH_MAX, "/dev/video%d", number);
+      break;
+    case placeDirectory:
+      snprintf(into, PATH_MAX, "%s/video%d", deviceDirectory, number);
+      break;
+    case placeFile:
+      snprintf(into, PATH_MAX, "%s/video%d/%s", deviceDirectory, number, place->file);
+      break;
+    default:
+      snprintf(into, PATH_MAX, "%s", classDirectory);
+  }
+}
+
+bool placeEntry(const Place* directory, int n, char name[static 32], unsigned char* type) {
+  if (directory->kind == placeDirectory) {
+    if (n >= fileCount) return false;
+    snprintf(name, 32, "%s", fileNames[n]);
+    *type = DT_REG;
+    return true;
+  }
+  if (n >= deviceCount) return false;
+  snprintf(name, 32, "video%d", deviceNumber(deviceAt(n)));
+  *type = directory->kind == placeDevice ? DT_CHR : DT_LNK;
+  return true;
+}

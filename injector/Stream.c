@@ -1,0 +1,384 @@
+#include "Stream.h"
+
+#include <errno.h>
+#include <string.h>
+#include <sys/mman.h>
+#include <sys/timerfd.h>
+#include <time.h>
+#include <unistd.h>
+
+#include "Buffers.h"
+#include "Real.h"
+#include "UserMemory.h"
+
+static uint64_t intervalOf(const Device* device) {
+  return UINT64_C(1000000000) * device->interval.numerator / device->interval.denominator;
+}
+
+static void setTimer(int descriptor, uint64_t at) {
+  const struct itimerspec when = {
+      {0, 0}, {(time_t)(at / UINT64_C(1000000000)), (long)(at % UINT64_C(1000000000))}};
+  timerfd_settime(descriptor, TFD_TIMER_ABSTIME, &when, NULL);
+}
+
+static void disarm(int descriptor) { setTimer(descriptor, 0); }
+static void fire(int descriptor) { setTimer(descriptor, 1); }
+
+// Lets the descriptor turn readable when the next frame is due, if there is a buffer for it.
+static void arm(const Device* device, int descriptor) {
+  if (device->streaming && (device->reading || device->queued > 0)) {
+    setTimer(descriptor, device->next);
+  } else {
+    disarm(descriptor);
+  }
+}
+
+static void startClock(Device* device) {
+  device->streaming = true;
+  ++device->generation;
+  device->sequence = 0;
+  device->start = device->next = feedClock();
+  device->last = NULL;
+}
+
+// Numbers the frame that is handed out now and moves on to the next. An application that is late
+// finds as many frames as it had buffers queued, as a driver would have filled them; what was
+// missed beyond that is counted and left out.
+static uint32_t advance(Device* device, uint64_t now) {
+  const uint64_t interval = intervalOf(device);
+  const uint64_t tick = now > device->start ? (now - device->start) / interval : 0;
+  const uint32_t number = tick > (uint64_t)device->sequence + device->queued + 1
+                              ? (uint32_t)tick
+                              : device->sequence;
+  device->sequence = number + 1;
+  device->next = device->start + (uint64_t)device->sequence * interval;
+  return number;
+}
+
+void streamOpened(Handle* handle, int descriptor) {
+  Device* device = handle->device;
+  pthread_mutex_lock(&device->lock);
+  if (!device->owner) setTimer(descriptor, feedClock() + intervalOf(device));
+  pthread_mutex_unlock(&device->lock);
+}
+
+// Waits for a picture that another thread is painting, which takes about a millisecond. The lock is
+// held before and after.
+static void awaitPainter(Device* device) {
+  while (atomic_load(&device->painting)) {
+    pthread_mutex_unlock(&device->lock);
+    nanosleep(&(struct timespec){0, 100000}, NULL);
+    pthread_mutex_lock(&device->lock);
+  }
+}
+
+static void stop(Device* device) {
+  device->streaming = false;
+  ++device->generation;
+  device->queued = 0;
+  for (uint32_t i = 0; i < device->bufferCount; ++i) device->buffers[i].state = bufferIdle;
+}
+
+void streamClosed(Handle* handle) {
+  Device* device = handle->device;
+  pthread_mutex_lock(&device->lock);
+  if (device->owner == handle) {
+    stop(device);
+    awaitPainter(device);
+    buffersFree(device);
+  }
+  pthread_mutex_unlock(&device->lock);
+}
+
+int streamRequest(Handle* handle, int descriptor, struct v4l2_requestbuffers* request) {
+  Device* device = handle->device;
+  const uint32_t memory = request->memory;
+  const uint32_t count = request->count;
+  if (request->type != V4L2_BUF_TYPE_VIDEO_CAPTURE || !buffersKnow(memory)) return EINVAL;
+  pthread_mutex_lock(&device->lock);
+  int error = 0;
+  if ((device->owner && device->owner != handle) || device->reading) {
+    error = EBUSY;
+  } else {
+    stop(device);
+    awaitPainter(device);
+    buffersFree(device);
+    if (count > 0) {
+      error = buffersAdd(device, memory, count, (uint32_t)pictureSize(&device->format));
+    }
+    if (device->bufferCount > 0) device->owner = handle;
+    disarm(descriptor);
+    request->count = device->bufferCount;
+  }
+  pthread_mutex_unlock(&device->lock);
+  request->capabilities = buffersCapabilities;
+  request->flags = 0;
+  return error;
+}
+
+int streamCreate(Handle* handle, int descriptor, struct v4l2_create_buffers* create) {
+  Device* device = handle->device;
+  const struct v4l2_pix_format* pix = &create->format.fmt.pix;
+  create->capabilities = buffersCapabilities;
+  create->flags = 0;
+  memset(create->reserved, 0, sizeof(create->reserved));
+  if (create->format.type != V4L2_BUF_TYPE_VIDEO_CAPTURE || !buffersKnow(create->memory)) {
+    return EINVAL;
+  }
+  pthread_mutex_lock(&device->lock);
+  int error = 0;
+  const uint32_t before = device->bufferCount;
+  create->index = before;
+  if (create->count == 0) {
+    // Only asks what there is.
+  } else if ((device->owner && device->owner != handle) || device->reading) {
+    error = EBUSY;
+  } else if (pix->sizeimage < pictureSize(&device->format) ||
+             pix->sizeimage > buffersMaxLength || (before > 0 && device->memory != create->memory)) {
+    error = EINVAL;
+  } else {
+    if (before == 0) disarm(descriptor);
+    error = buffersAdd(device, create->memory, create->count, pix->sizeimage);
+    create->count = device->bufferCount - before;
+    if (device->bufferCount > 0) device->owner = handle;
+  }
+  pthread_mutex_unlock(&device->lock);
+  return error;
+}
+
+// The buffer that a request means, or the error that it deserves.
+static int find(Device* device, const struct v4l2_buffer* request, Buffer** found) {
+  if (request->type != V4L2_BUF_TYPE_VIDEO_CAPTURE || request->index >= device->bufferCount) {
+    return EINVAL;
+  }
+  *found = &device->buffers[request->index];
+  return 0;
+}
+
+int streamQuery(Handle* handle, struct v4l2_buffer* request) {
+  Device* device = handle->device;
+  pthread_mutex_lock(&device->lock);
+  Buffer* buffer = NULL;
+  const int error = find(device, request, &buffer);
+  if (!error) buffersDescribe(device, request->index, request);
+  pthread_mutex_unlock(&device->lock);
+  return error;
+}
+
+static int accept(Device* device, Handle* handle, const struct v4l2_buffer* request,
+                  Buffer** found) {
+  if (device->owner && (device->owner != handle || device->reading)) return EBUSY;
+  const int error = find(device, request, found);
+  if (error) return error;
+  if (request->memory != device->memory || (*found)->state != bufferIdle) return EINVAL;
+  if (request->flags & V4L2_BUF_FLAG_REQUEST_FD) return EBADR;
+  return buffersAdopt(device, *found, request);
+}
+
+int streamPrepare(Handle* handle, struct v4l2_buffer* request) {
+  Device* device = handle->device;
+  pthread_mutex_lock(&device->lock);
+  Buffer* buffer = NULL;
+  int error = accept(device, handle, request, &buffer);
+  if (!error && buffer->prepared) error = EINVAL;
+  if (!error) {
+    buffer->prepared = true;
+    buffersDescribe(device, request->index, request);
+  }
+  pthread_mutex_unlock(&device->lock);
+  return error;
+}
+
+int streamQueue(Handle* handle, int descriptor, struct v4l2_buffer* request) {
+  Device* device = handle->device;
+  pthread_mutex_lock(&device->lock);
+  Buffer* buffer = NULL;
+  const int error = accept(device, handle, request, &buffer);
+  if (!error) {
+    buffer->prepared = false;
+    buffer->state = bufferQueued;
+    device->queue[device->queued++] = request->index;
+    if (device->queued == 1 && device->streaming && !atomic_load(&device->painting)) {
+      arm(device, descriptor);
+    }
+    buffersDescribe(device, request->index, request);
+  }
+  pthread_mutex_unlock(&device->lock);
+  return error;
+}
+
+int streamOn(Handle* handle, int descriptor, uint32_t type) {
+  Device* device = handle->device;
+  if (type != V4L2_BUF_TYPE_VIDEO_CAPTURE) return EINVAL;
+  pthread_mutex_lock(&device->lock);
+  int error = 0;
+  if (device->owner && (device->owner != handle || device->reading)) {
+    error = EBUSY;
+  } else if (device->bufferCount == 0) {
+    error = EINVAL;
+  } else if (!device->streaming) {
+    startClock(device);
+    arm(device, descriptor);
+  }
+  pthread_mutex_unlock(&device->lock);
+  return error;
+}
+
+int streamOff(Handle* handle, int descriptor, uint32_t type) {
+  Device* device = handle->device;
+  if (type != V4L2_BUF_TYPE_VIDEO_CAPTURE) return EINVAL;
+  pthread_mutex_lock(&device->lock);
+  int error = 0;
+  if (device->owner && (device->owner != handle || device->reading)) {
+    error = EBUSY;
+  } else if (device->owner) {
+    stop(device);
+    for (uint32_t i = 0; i < device->bufferCount; ++i) device->buffers[i].prepared = false;
+    if (device->waiters > 0) {
+      fire(descriptor);
+    } else {
+      disarm(descriptor);
+    }
+    awaitPainter(device);
+  }
+  pthread_mutex_unlock(&device->lock);
+  return error;
+}
+
+// Waits until a frame is due. The timer's one expiration goes to one thread, which then owns the
+// painter until it arms the timer again. Called and left with the lock held.
+static int awaitFrame(Device* device, int descriptor) {
+  const uint32_t generation = device->generation;
+  for (;;) {
+    ++device->waiters;
+    pthread_mutex_unlock(&device->lock);
+    uint64_t expirations;
+    const ssize_t got = realRead(descriptor, &expirations, sizeof(expirations));
+    const int error = errno;
+    pthread_mutex_lock(&device->lock);
+    --device->waiters;
+    if (!device->streaming || device->generation != generation) {
+      if (device->waiters > 0) fire(descriptor);
+      return EINVAL;
+    }
+    if (got < 0) return error;
+    if (device->reading || device->queued > 0) return 0;
+  }
+}
+
+// Paints into `out` with the lock released. Called and left with the lock held.
+static void paintUnlocked(Device* device, uint8_t* out) {
+  const PictureFormat format = device->format;
+  const uint8_t* last = device->last;
+  atomic_store(&device->painting, true);
+  pthread_mutex_unlock(&device->lock);
+  paint(&device->painter, device->camera, &format, out, last);
+  pthread_mutex_lock(&device->lock);
+  atomic_store(&device->painting, false);
+}
+
+// Where the next picture goes that the application's memory gets as a copy.
+static uint8_t* otherScratch(const Device* device) {
+  return device->last == device->scratch ? device->scratch + device->scratchSize : device->scratch;
+}
+
+static struct timeval timeval(uint64_t nanoseconds) {
+  return (struct timeval){(time_t)(nanoseconds / UINT64_C(1000000000)),
+                          (suseconds_t)(nanoseconds % UINT64_C(1000000000) / 1000)};
+}
+
+int streamDequeue(Handle* handle, int descriptor, struct v4l2_buffer* request) {
+  Device* device = handle->device;
+  if (request->type != V4L2_BUF_TYPE_VIDEO_CAPTURE) return EINVAL;
+  pthread_mutex_lock(&device->lock);
+  int error = 0;
+  if (device->owner && (device->owner != handle || device->reading)) {
+    error = EBUSY;
+  } else if (!device->streaming || request->memory != device->memory) {
+    error = EINVAL;
+  } else {
+    error = awaitFrame(device, descriptor);
+  }
+  if (error) {
+    pthread_mutex_unlock(&device->lock);
+    return error;
+  }
+  const uint32_t index = device->queue[0];
+  --device->queued;
+  memmove(device->queue, device->queue + 1, device->queued * sizeof(device->queue[0]));
+  Buffer* buffer = &device->buffers[index];
+  buffer->state = bufferPainting;
+  const uint32_t generation = device->generation;
+  const uint64_t now = feedClock();
+  uint8_t* out = buffer->memory ? buffer->memory : otherScratch(device);
+  paintUnlocked(device, out);
+  if (generation != device->generation) {
+    pthread_mutex_unlock(&device->lock);
+    return EINVAL;
+  }
+  buffer->state = bufferIdle;
+  buffer->bytesUsed = (uint32_t)pictureSize(&device->format);
+  buffer->timestamp = timeval(now);
+  buffer->sequence = advance(device, now);
+  device->last = out;
+  const uint64_t address = buffer->memory ? 0 : buffer->address;
+  buffersDescribe(device, index, request);
+  arm(device, descriptor);
+  if (address && !copyToUser((void*)(uintptr_t)address, out, buffer->bytesUsed)) {
+    request->flags |= V4L2_BUF_FLAG_ERROR;
+  }
+  pthread_mutex_unlock(&device->lock);
+  return 0;
+}
+
+// Makes the handle the device's reader. Called with the lock held.
+static int startReading(Device* device, Handle* handle) {
+  if (device->owner == handle && device->reading) return 0;
+  if (device->owner) return EBUSY;
+  const int error = buffersReserveScratch(device, pictureSize(&device->format));
+  if (error) return error;
+  device->owner = handle;
+  device->reading = true;
+  device->readOffset = 0;
+  startClock(device);
+  return 0;
+}
+
+ssize_t streamRead(Handle* handle, int descriptor, void* into, size_t size) {
+  Device* device = handle->device;
+  if (size == 0) return 0;
+  pthread_mutex_lock(&device->lock);
+  const bool starts = !device->owner;
+  int error = startReading(device, handle);
+  if (!error && starts) arm(device, descriptor);
+  const size_t whole = pictureSize(&device->format);
+  if (!error && device->readOffset == 0) {
+    error = awaitFrame(device, descriptor);
+    if (!error) {
+      const uint64_t now = feedClock();
+      uint8_t* out = otherScratch(device);
+      paintUnlocked(device, out);
+      device->last = out;
+      advance(device, now);
+    }
+  }
+  if (error) {
+    pthread_mutex_unlock(&device->lock);
+    errno = error;
+    return -1;
+  }
+  const size_t rest = whole - device->readOffset;
+  const size_t part = size < rest ? size : rest;
+  const bool copied = copyToUser(into, device->last + device->readOffset, part);
+  if (copied) device->readOffset = part == rest ? 0 : device->readOffset + part;
+  if (!copied || device->readOffset == 0) {
+    device->readOffset = 0;
+    arm(device, descriptor);
+  } else {
+    fire(descriptor);  // The rest of the picture is there to be read.
+  }
+  pthread_mutex_unlock(&device->lock);
+  if (copied) return (ssize_t)part;
+  errno = EFAULT;
+  return -1;
+}
