@@ -229,7 +229,7 @@ LENSLARK_EXPORT int glob(const char* restrict pattern, int flags, int (*failed)(
   return real.glob(pattern, flags | GLOB_ALTDIRFUNC, failed, into);
 }
 
-LENSLARK_EXPORT int glob64(const char* restrict pattern, int flags,
-                           int (*failed)(const char*, int), glob64_t* restrict into) {
+LENSLARK_EXPORT int glob64(const char* restrict pattern, int flags, int (*failed)(const char*, int),
+                           glob64_t* restrict into) {
   return glob(pattern, flags, failed, (glob_t*)into);
 }

@@ -47,13 +47,13 @@ static bool takesMode(int flags) {
   return (flags & O_CREAT) != 0 || (flags & O_TMPFILE) == O_TMPFILE;
 }
 
-#define MODE_OF(flags, last)               \
-  mode_t mode = 0;                         \
-  if (takesMode(flags)) {                  \
-    va_list arguments;                     \
-    va_start(arguments, last);             \
-    mode = va_arg(arguments, unsigned);    \
-    va_end(arguments);                     \
+#define MODE_OF(flags, last)            \
+  mode_t mode = 0;                      \
+  if (takesMode(flags)) {               \
+    va_list arguments;                  \
+    va_start(arguments, last);          \
+    mode = va_arg(arguments, unsigned); \
+    va_end(arguments);                  \
   }
 
 LENSLARK_EXPORT int open(const char* path, int flags, ...) {

@@ -8,8 +8,10 @@ static const struct {
   uint32_t fourcc;
   const char* name;
 } formats[] = {
-    {V4L2_PIX_FMT_YUV420, "Planar YUV 4:2:0"}, {V4L2_PIX_FMT_NV12, "Y/CbCr 4:2:0"},
-    {V4L2_PIX_FMT_YUYV, "YUYV 4:2:2"},         {V4L2_PIX_FMT_RGB24, "24-bit RGB 8-8-8"},
+    {V4L2_PIX_FMT_YUV420, "Planar YUV 4:2:0"},
+    {V4L2_PIX_FMT_NV12, "Y/CbCr 4:2:0"},
+    {V4L2_PIX_FMT_YUYV, "YUYV 4:2:2"},
+    {V4L2_PIX_FMT_RGB24, "24-bit RGB 8-8-8"},
     {V4L2_PIX_FMT_BGR32, "32-bit BGRA/X 8-8-8-8"},
 };
 

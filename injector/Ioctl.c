@@ -48,8 +48,8 @@ static int queryCapability(const Call* call, struct v4l2_capability* into) {
   snprintf((char*)into->bus_info, sizeof(into->bus_info), "platform:lenslark-%03d",
            call->device->index);
   into->version = kernelVersion();
-  into->device_caps = V4L2_CAP_VIDEO_CAPTURE | V4L2_CAP_READWRITE | V4L2_CAP_STREAMING |
-                      V4L2_CAP_EXT_PIX_FORMAT;
+  into->device_caps =
+      V4L2_CAP_VIDEO_CAPTURE | V4L2_CAP_READWRITE | V4L2_CAP_STREAMING | V4L2_CAP_EXT_PIX_FORMAT;
   into->capabilities = into->device_caps | V4L2_CAP_DEVICE_CAPS;
   return 0;
 }
@@ -154,9 +154,8 @@ static int answer(const Call* call, uint32_t request, Argument* argument) {
     case VIDIOC_S_PRIORITY:
       return setPriority(call, argument->number);
     case VIDIOC_REQBUFS:
-      return isOverruled(call)
-                 ? EBUSY
-                 : streamRequest(call->handle, call->descriptor, &argument->request);
+      return isOverruled(call) ? EBUSY
+                               : streamRequest(call->handle, call->descriptor, &argument->request);
     case VIDIOC_CREATE_BUFS:
       return isOverruled(call) ? EBUSY
                                : streamCreate(call->handle, call->descriptor, &argument->create);
@@ -169,8 +168,7 @@ static int answer(const Call* call, uint32_t request, Argument* argument) {
     case VIDIOC_DQBUF:
       return streamDequeue(call->handle, call->descriptor, &argument->buffer);
     case VIDIOC_STREAMON:
-      return isOverruled(call) ? EBUSY
-                               : streamOn(call->handle, call->descriptor, argument->number);
+      return isOverruled(call) ? EBUSY : streamOn(call->handle, call->descriptor, argument->number);
     case VIDIOC_STREAMOFF:
       return isOverruled(call) ? EBUSY
                                : streamOff(call->handle, call->descriptor, argument->number);

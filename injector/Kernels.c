@@ -19,8 +19,8 @@ static void luma(const uint8_t* restrict bgra, uint8_t* restrict y, int width,
   const int g = matrix->lumaG;
   const int r = matrix->lumaR;
   for (int x = 0; x < width; ++x) {
-    y[x] = asByte((b * bgra[4 * x] + g * bgra[4 * x + 1] + r * bgra[4 * x + 2] + 16 * 256 + 128) >>
-                  8);
+    y[x] =
+        asByte((b * bgra[4 * x] + g * bgra[4 * x + 1] + r * bgra[4 * x + 2] + 16 * 256 + 128) >> 8);
   }
 }
 
@@ -48,8 +48,8 @@ static void rgb(const uint8_t* restrict bgra, uint8_t* restrict out, int width) 
   }
 }
 
-static void mix(const uint8_t* restrict upper, const uint8_t* restrict lower,
-                uint8_t* restrict out, int width, int weight) {
+static void mix(const uint8_t* restrict upper, const uint8_t* restrict lower, uint8_t* restrict out,
+                int width, int weight) {
   for (int i = 0; i < 4 * width; ++i) {
     out[i] = asByte((upper[i] * (128 - weight) + lower[i] * weight + 64) >> 7);
   }
@@ -60,8 +60,8 @@ static void resample(const uint8_t* restrict row, uint8_t* restrict out, int wid
   for (int x = 0; x < width; ++x) {
     const uint8_t* pixel = row + taps[x].first;
     for (int channel = 0; channel < 4; ++channel) {
-      out[4 * x + channel] = asByte(
-          (pixel[channel] * taps[x].left + pixel[4 + channel] * taps[x].right + 64) >> 7);
+      out[4 * x + channel] =
+          asByte((pixel[channel] * taps[x].left + pixel[4 + channel] * taps[x].right + 64) >> 7);
     }
   }
 }

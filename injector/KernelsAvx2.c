@@ -18,8 +18,8 @@ AVX2 static inline void store(uint8_t* into, __m256i value) {
 }
 
 AVX2 static inline __m256i quad(int b, int g, int r) {
-  return _mm256_set1_epi32((int)((uint32_t)(uint8_t)b | (uint32_t)(uint8_t)g << 8 |
-                                 (uint32_t)(uint8_t)r << 16));
+  return _mm256_set1_epi32(
+      (int)((uint32_t)(uint8_t)b | (uint32_t)(uint8_t)g << 8 | (uint32_t)(uint8_t)r << 16));
 }
 
 // Packing in 128-bit halves leaves the 4-byte groups of 32 results in this order.
@@ -36,8 +36,7 @@ AVX2 static void luma(const uint8_t* bgra, uint8_t* y, int width, const ColourMa
   for (int x = 0; x < width; x += 32) {
     __m256i sums[4];
     for (int i = 0; i < 4; ++i) {
-      sums[i] = _mm256_maddubs_epi16(weights,
-                                     _mm256_xor_si256(load(bgra + 4 * x + 32 * i), sign));
+      sums[i] = _mm256_maddubs_epi16(weights, _mm256_xor_si256(load(bgra + 4 * x + 32 * i), sign));
     }
     __m256i low = _mm256_add_epi16(_mm256_hadd_epi16(sums[0], sums[1]), bias);
     __m256i high = _mm256_add_epi16(_mm256_hadd_epi16(sums[2], sums[3]), bias);
@@ -60,8 +59,8 @@ AVX2 static inline __m256i means(const uint8_t* upper, const uint8_t* lower) {
 }
 
 AVX2 static inline __m128i weigh(__m256i low, __m256i high, __m256i weights, __m256i bias) {
-  __m256i sum = _mm256_hadd_epi16(_mm256_maddubs_epi16(low, weights),
-                                  _mm256_maddubs_epi16(high, weights));
+  __m256i sum =
+      _mm256_hadd_epi16(_mm256_maddubs_epi16(low, weights), _mm256_maddubs_epi16(high, weights));
   sum = _mm256_srli_epi16(_mm256_add_epi16(sum, bias), 8);
   // 4-byte groups: low 0-3, high 0-3 in the first half, low 4-7, high 4-7 in the second.
   const __m256i bytes = _mm256_packus_epi16(sum, sum);
@@ -84,9 +83,8 @@ AVX2 static void chroma(const uint8_t* upper, const uint8_t* lower, uint8_t* cb,
 }
 
 AVX2 static void rgb(const uint8_t* bgra, uint8_t* out, int width) {
-  const __m256i order =
-      _mm256_setr_epi8(2, 1, 0, 6, 5, 4, 10, 9, 8, 14, 13, 12, -1, -1, -1, -1, 2, 1, 0, 6, 5, 4,
-                       10, 9, 8, 14, 13, 12, -1, -1, -1, -1);
+  const __m256i order = _mm256_setr_epi8(2, 1, 0, 6, 5, 4, 10, 9, 8, 14, 13, 12, -1, -1, -1, -1, 2,
+                                         1, 0, 6, 5, 4, 10, 9, 8, 14, 13, 12, -1, -1, -1, -1);
   const __m256i tight = _mm256_setr_epi32(0, 1, 2, 4, 5, 6, 3, 7);
   // A store writes 32 bytes of which 24 count; the last eight pixels must not write past the row.
   int x = 0;
@@ -96,8 +94,7 @@ AVX2 static void rgb(const uint8_t* bgra, uint8_t* out, int width) {
   }
   uint8_t last[32];
   for (; x < width; x += 8) {
-    store(last,
-          _mm256_permutevar8x32_epi32(_mm256_shuffle_epi8(load(bgra + 4 * x), order), tight));
+    store(last, _mm256_permutevar8x32_epi32(_mm256_shuffle_epi8(load(bgra + 4 * x), order), tight));
     memcpy(out + 3 * x, last, 24);
   }
 }
@@ -121,13 +118,13 @@ AVX2 static void mix(const uint8_t* upper, const uint8_t* lower, uint8_t* out, i
 }
 
 AVX2 static void resample(const uint8_t* row, uint8_t* out, int width, const Tap* taps) {
-  const __m256i pairs = _mm256_setr_epi8(0, 4, 1, 5, 2, 6, 3, 7, 8, 12, 9, 13, 10, 14, 11, 15, 0,
-                                         4, 1, 5, 2, 6, 3, 7, 8, 12, 9, 13, 10, 14, 11, 15);
+  const __m256i pairs = _mm256_setr_epi8(0, 4, 1, 5, 2, 6, 3, 7, 8, 12, 9, 13, 10, 14, 11, 15, 0, 4,
+                                         1, 5, 2, 6, 3, 7, 8, 12, 9, 13, 10, 14, 11, 15);
   const __m256i sign = _mm256_set1_epi8((char)0x80);
   const __m256i half = _mm256_set1_epi16(64);
   // Each tap's weights, from the fifth and sixth byte of its eight, four times over.
-  const __m256i spread = _mm256_setr_epi8(4, 5, 4, 5, 4, 5, 4, 5, 12, 13, 12, 13, 12, 13, 12, 13,
-                                          4, 5, 4, 5, 4, 5, 4, 5, 12, 13, 12, 13, 12, 13, 12, 13);
+  const __m256i spread = _mm256_setr_epi8(4, 5, 4, 5, 4, 5, 4, 5, 12, 13, 12, 13, 12, 13, 12, 13, 4,
+                                          5, 4, 5, 4, 5, 4, 5, 12, 13, 12, 13, 12, 13, 12, 13);
   int x = 0;
   for (; x + 4 <= width; x += 4) {
     long long pixels[4];

@@ -27,10 +27,10 @@ static void* next(const char* name) {
 }
 
 // Declares `function` as the real one, of the given type.
-#define NEXT(name, result, ...)                \
-  result (*function)(__VA_ARGS__) = NULL;      \
-  do {                                         \
-    void* symbol = next(name);                 \
+#define NEXT(name, result, ...)                 \
+  result (*function)(__VA_ARGS__) = NULL;       \
+  do {                                          \
+    void* symbol = next(name);                  \
     memcpy(&function, &symbol, sizeof(symbol)); \
   } while (0)
 
@@ -77,8 +77,7 @@ LENSLARK_EXPORT int v4l2_ioctl(int descriptor, unsigned long request, ...) {
   va_end(arguments);
   if (handleIs(descriptor)) return ioctl(descriptor, request, argument);
   NEXT("v4l2_ioctl", int, int, unsigned long, ...);
-  return function ? function(descriptor, request, argument)
-                  : ioctl(descriptor, request, argument);
+  return function ? function(descriptor, request, argument) : ioctl(descriptor, request, argument);
 }
 
 LENSLARK_EXPORT ssize_t v4l2_read(int descriptor, void* into, size_t size);

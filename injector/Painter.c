@@ -21,8 +21,7 @@ size_t pictureStride(const PictureFormat* format) {
 
 size_t pictureSize(const PictureFormat* format) {
   const size_t packed = pictureStride(format) * (size_t)format->height;
-  const bool planar =
-      format->fourcc == V4L2_PIX_FMT_YUV420 || format->fourcc == V4L2_PIX_FMT_NV12;
+  const bool planar = format->fourcc == V4L2_PIX_FMT_YUV420 || format->fourcc == V4L2_PIX_FMT_NV12;
   return planar ? packed + packed / 2 : packed;
 }
 
@@ -128,8 +127,7 @@ void paint(Painter* painter, LLCamera camera, const PictureFormat* format, uint8
       return;
     }
   }
-  const bool recent =
-      painter->lastSign != 0 && feedClock() - painter->lastSign <= FEED_PATIENCE_NS;
+  const bool recent = painter->lastSign != 0 && feedClock() - painter->lastSign <= FEED_PATIENCE_NS;
   if (last && recent) {
     if (last != out) memcpy(out, last, pictureSize(format));
     return;

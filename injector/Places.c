@@ -77,7 +77,8 @@ static Device* numbered(const char* text, const char* prefix, const char** rest)
   const size_t length = strlen(prefix);
   if (strncmp(text, prefix, length) != 0) return NULL;
   const char* digits = text + length;
-  if (*digits < '0' || *digits > '9' || (digits[0] == '0' && digits[1] >= '0' && digits[1] <= '9')) {
+  if (*digits < '0' || *digits > '9' ||
+      (digits[0] == '0' && digits[1] >= '0' && digits[1] <= '9')) {
     return NULL;
   }
   char* end = NULL;

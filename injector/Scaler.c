@@ -127,8 +127,8 @@ const uint8_t* scalerRow(Scaler* scaler, Feed* feed, int y) {
   }
   const uint8_t* columns = row + (scaler->firstColumn >> 16) * 4;
   // Only rows that follow one another leave the other lane's row where it was.
-  const bool lasting = !weight && !scaler->halved && scaler->rowStep == 65536 &&
-                       scaler->shownWidth == scaler->width;
+  const bool lasting =
+      !weight && !scaler->halved && scaler->rowStep == 65536 && scaler->shownWidth == scaler->width;
   if (lasting) return columns;
   memcpy(out, columns, bytes);
   return scaler->lanes[lane];

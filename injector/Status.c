@@ -116,8 +116,7 @@ LENSLARK_EXPORT int statx(int directory, const char* restrict path, int flags, u
   const int outcome = real.statx(directory, path, flags, mask, into);
   struct stat status;
   if (outcome == 0) {
-    Handle* handle =
-        (flags & AT_EMPTY_PATH) != 0 && directory >= 0 ? handlePin(directory) : NULL;
+    Handle* handle = (flags & AT_EMPTY_PATH) != 0 && directory >= 0 ? handlePin(directory) : NULL;
     if (handle) {
       placeStatDevice(handle->device, &status);
       toStatx(&status, into);

@@ -47,9 +47,8 @@ static void startClock(Device* device) {
 static uint32_t advance(Device* device, uint64_t now) {
   const uint64_t interval = intervalOf(device);
   const uint64_t tick = now > device->start ? (now - device->start) / interval : 0;
-  const uint32_t number = tick > (uint64_t)device->sequence + device->queued + 1
-                              ? (uint32_t)tick
-                              : device->sequence;
+  const uint32_t number =
+      tick > (uint64_t)device->sequence + device->queued + 1 ? (uint32_t)tick : device->sequence;
   device->sequence = number + 1;
   device->next = device->start + (uint64_t)device->sequence * interval;
   return number;
@@ -133,8 +132,8 @@ int streamCreate(Handle* handle, int descriptor, struct v4l2_create_buffers* cre
     // Only asks what there is.
   } else if ((device->owner && device->owner != handle) || device->reading) {
     error = EBUSY;
-  } else if (pix->sizeimage < pictureSize(&device->format) ||
-             pix->sizeimage > buffersMaxLength || (before > 0 && device->memory != create->memory)) {
+  } else if (pix->sizeimage < pictureSize(&device->format) || pix->sizeimage > buffersMaxLength ||
+             (before > 0 && device->memory != create->memory)) {
     error = EINVAL;
   } else {
     if (before == 0) disarm(descriptor);
@@ -172,7 +171,8 @@ static int accept(Device* device, Handle* handle, const struct v4l2_buffer* requ
   if (error) return error;
   if (request->memory != device->memory || (*found)->state != bufferIdle) return EINVAL;
   if (request->flags & V4L2_BUF_FLAG_REQUEST_FD) return EBADR;
-  return buffersAdopt(device, *found, request);
+  // What was prepared stays as it was then.
+  return (*found)->prepared ? 0 : buffersAdopt(device, *found, request);
 }
 
 int streamPrepare(Handle* handle, struct v4l2_buffer* request) {
