@@ -6,10 +6,11 @@
 namespace lenslark::BmpDecoder {
 namespace {
 
-/// Lets the loader go on only with the size that was asked for.
+/// Lets the loader go on only with the size that was asked for, and counts what it has drawn.
 struct SizeGate {
   Size announced;
   std::optional<Size> wanted;
+  int rows = 0;
 };
 
 void checkSize(GdkPixbufLoader* loader, int width, int height, void* gate) {
@@ -19,11 +20,16 @@ void checkSize(GdkPixbufLoader* loader, int width, int height, void* gate) {
   if (sizes.announced != sizes.wanted) gdk_pixbuf_loader_set_size(loader, 0, 0);
 }
 
+void countRows(GdkPixbufLoader*, int, int, int, int height, void* gate) {
+  static_cast<SizeGate*>(gate)->rows += height;
+}
+
 class Loader {
  public:
   explicit Loader(SizeGate& gate) : loader_(gdk_pixbuf_loader_new_with_type("bmp", nullptr)) {
     if (loader_ != nullptr) {
       g_signal_connect(loader_, "size-prepared", G_CALLBACK(checkSize), &gate);
+      g_signal_connect(loader_, "area-updated", G_CALLBACK(countRows), &gate);
     }
   }
   Loader(const Loader&) = delete;
@@ -91,6 +97,9 @@ Pixels decode(const FileDescriptor& file, Size size) {
     offset += count;
   }
   if (!loader.close() || gate.announced != size) return nullptr;
+  // Half a picture is none, which the loader does not mind. Of a compressed one it does not report
+  // the last row.
+  if (gate.rows + 1 < size.height) return nullptr;
   return loader.pixels();
 }
 

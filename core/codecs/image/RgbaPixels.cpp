@@ -38,7 +38,8 @@ std::size_t pixelCount(Size size) noexcept {
 
 std::shared_ptr<PixelBuffer> toPremultiplied(const std::uint8_t* pixels, Size size, int bands,
                                              std::ptrdiff_t stride) {
-  auto buffer = std::make_shared<PixelBuffer>(size, bands == 3);
+  const bool opaque = bands == 3 || isOpaque({pixels, size, stride});
+  auto buffer = std::make_shared<PixelBuffer>(size, opaque);
   const PixelSpan target = buffer->span();
   for (int y = 0; y < size.height; ++y) {
     if (bands == 3) {

@@ -12,6 +12,7 @@
 #include "codecs/image/PictureSource.h"
 #include "codecs/image/RgbaPixels.h"
 #include "codecs/image/VipsLibrary.h"
+#include "graphics/Compositor.h"
 
 namespace lenslark {
 namespace {
@@ -68,7 +69,8 @@ std::optional<Header> readHeader(const PictureSource& source) {
 std::shared_ptr<PixelBuffer> render(VipsImagePtr image) {
   const auto apply = [&image](auto operation) {
     VipsImage* out = nullptr;
-    image = VipsLibrary::adopt(operation(image.get(), &out), out);
+    const int status = operation(image.get(), &out);
+    image = VipsLibrary::adopt(status, out);
     return image != nullptr;
   };
   if (vips_image_get_interpretation(image.get()) != VIPS_INTERPRETATION_sRGB &&
@@ -105,16 +107,18 @@ std::shared_ptr<PixelBuffer> loadVips(const PictureSource& source, int maxSide) 
   const auto header = readHeader(source);
   if (!header || header->vector) return nullptr;
   const VipsSourcePtr reader = source.makeReader();
+  // Half a picture is none. The thumbnailer hands its own "fail_on" to loaders of files alone.
+  constexpr const char* options = "[fail_on=truncated]";
   VipsImage* out = nullptr;
   // Colours are only converted where the picture says what they are: asking for sRGB regardless
   // would change those that are sRGB already.
   const int status =
       header->hasProfile
           ? vips_thumbnail_source(reader.get(), &out, maxSide, "height", maxSide, "size",
-                                  VIPS_SIZE_DOWN, "fail_on", VIPS_FAIL_ON_TRUNCATED,
-                                  "export_profile", "srgb", nullptr)
+                                  VIPS_SIZE_DOWN, "option_string", options, "export_profile",
+                                  "srgb", nullptr)
           : vips_thumbnail_source(reader.get(), &out, maxSide, "height", maxSide, "size",
-                                  VIPS_SIZE_DOWN, "fail_on", VIPS_FAIL_ON_TRUNCATED, nullptr);
+                                  VIPS_SIZE_DOWN, "option_string", options, nullptr);
   VipsImagePtr image = VipsLibrary::adopt(status, out);
   return image ? render(std::move(image)) : nullptr;
 }
@@ -124,12 +128,13 @@ std::shared_ptr<PixelBuffer> loadBmp(const FileDescriptor& file, int maxSide) {
   if (!size || !withinLimits(*size)) return nullptr;
   const BmpDecoder::Pixels pixels = BmpDecoder::decode(file, *size);
   if (!pixels) return nullptr;
-  const int bands = gdk_pixbuf_get_n_channels(pixels.get());
-  const auto* bytes = gdk_pixbuf_read_pixels(pixels.get());
-  if (size->longerSide() <= maxSide) {
-    return RgbaPixels::toPremultiplied(bytes, *size, bands, gdk_pixbuf_get_rowstride(pixels.get()));
-  }
-  return nullptr;
+  auto picture = RgbaPixels::toPremultiplied(gdk_pixbuf_read_pixels(pixels.get()), *size,
+                                             gdk_pixbuf_get_n_channels(pixels.get()),
+                                             gdk_pixbuf_get_rowstride(pixels.get()));
+  const Size bounded = boundedBy(*size, maxSide);
+  if (bounded == *size) return picture;
+  auto scaled = std::make_shared<PixelBuffer>(bounded, picture->opaque());
+  return Compositor::scale(picture->view(), scaled->span()) ? scaled : nullptr;
 }
 
 VipsImagePtr wrap(const std::vector<std::uint8_t>& pixels, Size size, int bands) {
