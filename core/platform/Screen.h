@@ -116,4 +116,7 @@ class Screen {
                                                     StopHandler onStop) = 0;
 };
 
+/// The screen of this system. Where there is none, its operations fail.
+std::unique_ptr<Screen> makeScreen();
+
 }  // namespace lenslark
