@@ -57,7 +57,7 @@ std::optional<PictureSource> PictureSource::open(const std::string& path) {
 VipsSourcePtr PictureSource::makeReader() const {
   if (!file_) return VipsSourcePtr(vips_source_new_from_memory(bytes_.data(), bytes_.size()));
   VipsSourceCustom* source = vips_source_custom_new();
-  auto cursor = std::make_unique<Cursor>(file_, size_);
+  std::unique_ptr<Cursor> cursor(new Cursor{file_, size_});
   g_signal_connect(source, "seek", G_CALLBACK(seekSource), cursor.get());
   // The handlers end with the source, and the cursor with them.
   g_signal_connect_data(source, "read", G_CALLBACK(readSource), cursor.release(), dropCursor,
