@@ -69,7 +69,7 @@ void ImportProgressLine::show(const std::string& path, const MediaLibrary::Progr
   lastShown_ = now;
   shown_ = true;
   const double seconds = std::chrono::duration<double>(now - stepBegan_).count();
-  fmt::print(stderr, "\r\033[K{}", line(path, progress, seconds));
+  std::fputs(("\r\033[K" + line(path, progress, seconds)).c_str(), stderr);
 }
 
 void ImportProgressLine::clear() noexcept {

@@ -10,12 +10,18 @@
 #include "mcp/ProtocolChannel.h"
 
 namespace lenslark::McpCommand {
+namespace {
+
+/// Diagnostics are for whoever looks at standard error; nobody has to.
+void log(const std::string& line) { std::fputs((line + "\n").c_str(), stderr); }
+
+}  // namespace
 
 void run(const Arguments&) {
   ProtocolChannel channel;
   JsonRpc::LineReader input(channel.takeInput());
   const MCPServer server(sharedControl());
-  fmt::print(stderr, "lenslark mcp {} ready on stdio\n", Lenslark::version);
+  log(fmt::format("lenslark mcp {} ready on stdio", Lenslark::version));
   server.run(input, [&](std::string_view line) { return channel.send(line); });
 }
 

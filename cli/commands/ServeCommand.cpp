@@ -7,7 +7,7 @@
 #include "base/Log.h"
 #include "base/Text.h"
 #include "commands/Failure.h"
-#include "commands/ImportProgressLine.h"
+#include "commands/InterruptibleImport.h"
 #include "commands/Output.h"
 #include "commands/SharedControl.h"
 #include "commands/StopSignals.h"
@@ -113,8 +113,8 @@ std::string statusText(const std::vector<DeviceStatus>& devices, const Summary& 
 void run(const Arguments& arguments) {
   const auto control = sharedControl();
   const auto flags = overrides(arguments, [&](const std::string& path, MediaItem::Kind kind) {
-    ImportProgressLine progress;
-    return control.importMedia(path, kind, progress.handler());
+    return importing(
+        [&](const auto& progress) { return control.importMedia(path, kind, progress); });
   });
 
   Log::mirrorToStandardError();

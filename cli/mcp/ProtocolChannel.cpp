@@ -24,13 +24,12 @@ FileDescriptor keep(int standard, const char* name) {
 ProtocolChannel::ProtocolChannel()
     : input_(keep(STDIN_FILENO, "standard input")),
       output_(keep(STDOUT_FILENO, "standard output")) {
-  const FileDescriptor nothing = FileDescriptor::open("/dev/null", O_RDWR);
+  FileDescriptor nothing = FileDescriptor::open("/dev/null", O_RDWR);
   dup2(nothing.get(), STDIN_FILENO);
-  // A host may have closed standard error: diagnostics then go nowhere.
-  if (dup2(STDERR_FILENO, STDOUT_FILENO) < 0) {
-    dup2(nothing.get(), STDOUT_FILENO);
-    dup2(nothing.get(), STDERR_FILENO);
-  }
+  // A host may have closed standard error: then the null device has taken its place just now, and
+  // stays there.
+  if (nothing.get() == STDERR_FILENO) nothing.release();
+  dup2(STDERR_FILENO, STDOUT_FILENO);
 }
 
 bool ProtocolChannel::send(std::string_view line) const {
