@@ -1,0 +1,84 @@
+"""The calls of a V4L2 client, one by one."""
+import subprocess
+import unittest
+
+from feed import Feed, halves, solid
+from support import BLUE, CameraTest, PROBE, RED
+
+
+class ClientTest(CameraTest):
+    def setUp(self):
+        super().setUp()
+        self.feed = Feed(self.feed_path)
+        self.addCleanup(self.feed.close)
+        self.feed.write(1280, 720, halves(1280, 720, RED, BLUE))
+
+    def test_frames_arrive_at_thirty_a_second(self):
+        rate = float(self.check(PROBE, "rate").stdout)
+        self.assertAlmostEqual(rate, 30.0, delta=1.5)
+
+    def test_emulator_shaped_client_streams_every_size(self):
+        self.check(PROBE, "emulator")
+        self.check(PROBE, "emulator", PROBE_DEVICE="/dev/video1")
+
+    def test_formats_convert_by_the_tagged_matrix(self):
+        self.feed.write(640, 480, solid(640, 480, RED))
+        y601, cb601, cr601 = 81, 90, 240
+        luma, quarter = 640 * 480, 640 * 480 // 4
+        for kernels in ("portable", "best"):
+            def grab(fourcc, *more):
+                return self.check(PROBE, "grab", fourcc, "640", "480", *more, text=False,
+                                  LENSLARK_KERNELS=kernels).stdout
+            with self.subTest(kernels=kernels):
+                self.near(grab("YU12"), [(0, luma, 1, [y601]), (luma, quarter, 1, [cb601]),
+                                         (luma + quarter, quarter, 1, [cr601])])
+                self.near(grab("NV12"), [(0, luma, 1, [y601]),
+                                         (luma, 2 * quarter, 2, [cb601, cr601])])
+                self.near(grab("YUYV"), [(0, 2 * luma, 4, [y601, cb601, y601, cr601])])
+                self.near(grab("RGB3"), [(0, 3 * luma, 3, [255, 0, 0])])
+                self.near(grab("BGR4"), [(0, 4 * luma, 4, [0, 0, 255, 255])])
+                self.near(grab("YU12", "709"), [(0, luma, 1, [63]), (luma, quarter, 1, [102]),
+                                                (luma + quarter, quarter, 1, [240])])
+
+    def near(self, picture, parts):
+        self.assertEqual(len(picture), sum(length for _, length, _, _ in parts))
+        for start, length, step, wanted in parts:
+            part = picture[start:start + length]
+            for i, value in enumerate(wanted):
+                self.assertLessEqual(max(part[i::step]) - value, 2)
+                self.assertLessEqual(value - min(part[i::step]), 2)
+
+    def test_both_arithmetics_agree(self):
+        row = bytes((x * 7 + c * 50) % 256 for x in range(1280) for c in range(4))
+        self.feed.write(1280, 720, b"".join(row[4 * y:] + row[:4 * y] for y in range(720)))
+        for fourcc, width, height in (("YU12", 1280, 720), ("YUYV", 1920, 1080),
+                                      ("RGB3", 640, 480), ("NV12", 1280, 960)):
+            pictures = [self.check(PROBE, "grab", fourcc, str(width), str(height), text=False,
+                                   LENSLARK_KERNELS=kernels).stdout
+                        for kernels in ("portable", "best")]
+            self.assertEqual(len(pictures[0]), len(pictures[1]))
+            worst = max(abs(a - b) for a, b in zip(*pictures))
+            self.assertLessEqual(worst, 2, fourcc)
+
+
+def add(command, name):
+    def test(self):
+        self.check(PROBE, command)
+    setattr(ClientTest, "test_" + name, test)
+
+
+add("waiting", "poll_and_epoll_tell_when_a_frame_is_due")
+add("interrupted", "a_signal_interrupts_the_wait")
+add("stopped", "streamoff_wakes_the_waiters")
+add("reading", "read_hands_out_pictures_in_pieces")
+add("badPointers", "bad_pointers_are_answered_not_followed")
+add("copies", "copies_of_the_descriptor_are_the_camera_too")
+add("manyOpens", "ten_thousand_opens_leave_nothing_behind")
+add("storm", "forks_and_spawns_leave_the_stream_alone")
+add("child", "a_child_has_its_own_cameras")
+add("threads", "threads_open_and_close_at_once")
+add("userPointers", "user_pointers_are_filled_and_checked")
+add("listing", "the_cameras_are_listed_where_programs_look")
+
+if __name__ == "__main__":
+    unittest.main()
