@@ -72,6 +72,13 @@ void buffersFree(Device* device) {
   device->reading = false;
 }
 
+bool buffersAreMapped(const Device* device) {
+  for (uint32_t i = 0; i < device->bufferCount; ++i) {
+    if (device->buffers[i].mappings > 0) return true;
+  }
+  return false;
+}
+
 int buffersReserveScratch(Device* device, size_t size) {
   if (device->scratch) return 0;
   device->scratch = sharedMemory(2 * size);

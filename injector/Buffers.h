@@ -21,6 +21,9 @@ int buffersAdd(Device* device, uint32_t memory, uint32_t count, uint32_t length)
 /// Frees all buffers and leaves the device without an owner.
 void buffersFree(Device* device);
 
+/// True if an application has mapped any of them.
+bool buffersAreMapped(const Device* device);
+
 /// Provides two pictures of `size` bytes to paint into.
 int buffersReserveScratch(Device* device, size_t size);
 

@@ -3,12 +3,12 @@
 #include <errno.h>
 #include <string.h>
 #include <sys/mman.h>
+#include <sys/syscall.h>
 #include <sys/timerfd.h>
 #include <time.h>
 #include <unistd.h>
 
 #include "Buffers.h"
-#include "Real.h"
 #include "UserMemory.h"
 
 static uint64_t intervalOf(const Device* device) {
@@ -106,7 +106,7 @@ int streamRequest(Handle* handle, int descriptor, struct v4l2_requestbuffers* re
       error = buffersAdd(device, memory, count, (uint32_t)pictureSize(&device->format));
     }
     if (device->bufferCount > 0) device->owner = handle;
-    disarm(descriptor);
+    setTimer(descriptor, feedClock() + intervalOf(device));
     request->count = device->bufferCount;
   }
   pthread_mutex_unlock(&device->lock);
@@ -198,9 +198,7 @@ int streamQueue(Handle* handle, int descriptor, struct v4l2_buffer* request) {
     buffer->prepared = false;
     buffer->state = bufferQueued;
     device->queue[device->queued++] = request->index;
-    if (device->queued == 1 && device->streaming && !atomic_load(&device->painting)) {
-      arm(device, descriptor);
-    }
+    if (device->queued == 1 && !atomic_load(&device->painting)) arm(device, descriptor);
     buffersDescribe(device, request->index, request);
   }
   pthread_mutex_unlock(&device->lock);
@@ -253,7 +251,8 @@ static int awaitFrame(Device* device, int descriptor) {
     ++device->waiters;
     pthread_mutex_unlock(&device->lock);
     uint64_t expirations;
-    const ssize_t got = realRead(descriptor, &expirations, sizeof(expirations));
+    // Not the next read(): one that knows cameras too would bring the call back here.
+    const ssize_t got = syscall(SYS_read, descriptor, &expirations, sizeof(expirations));
     const int error = errno;
     pthread_mutex_lock(&device->lock);
     --device->waiters;
@@ -332,8 +331,13 @@ int streamDequeue(Handle* handle, int descriptor, struct v4l2_buffer* request) {
 }
 
 // Makes the handle the device's reader. Called with the lock held.
-static int startReading(Device* device, Handle* handle) {
+static int startReading(Device* device, Handle* handle, size_t size) {
   if (device->owner == handle && device->reading) return 0;
+  // Some programs (zbarcam is one) ask for buffers, use none of them and read whole pictures.
+  if (device->owner == handle && !device->streaming && device->queued == 0 &&
+      !buffersAreMapped(device) && size >= pictureSize(&device->format)) {
+    buffersFree(device);
+  }
   if (device->owner) return EBUSY;
   const int error = buffersReserveScratch(device, pictureSize(&device->format));
   if (error) return error;
@@ -348,8 +352,8 @@ ssize_t streamRead(Handle* handle, int descriptor, void* into, size_t size) {
   Device* device = handle->device;
   if (size == 0) return 0;
   pthread_mutex_lock(&device->lock);
-  const bool starts = !device->owner;
-  int error = startReading(device, handle);
+  const bool starts = !device->reading;
+  int error = startReading(device, handle, size);
   if (!error && starts) arm(device, descriptor);
   const size_t whole = pictureSize(&device->format);
   if (!error && device->readOffset == 0) {

@@ -24,7 +24,7 @@ class CameraTest(unittest.TestCase):
         self.feed_path = os.path.join(self.directory, "feed.shm")
 
     def environment(self, **more):
-        environment = dict(os.environ, LENSLARK_SHM=self.feed_path, LD_PRELOAD=LIBRARY, **more)
+        environment = dict(os.environ, LENSLARK_SHM=self.feed_path, LD_PRELOAD=LIBRARY)
         environment.pop("LENSLARK_DEVICE_FEED", None)
         environment.update(more)
         return environment

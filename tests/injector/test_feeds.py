@@ -1,0 +1,207 @@
+"""A streaming client while its feed comes, goes, changes and misbehaves."""
+import os
+import struct
+import subprocess
+import sys
+import time
+import unittest
+
+from feed import Feed, OFFSET, halves, now, solid
+from support import BLUE, CameraTest, GREEN, LIBRARY, PROBE, RED, Watcher, has
+
+GROUND = (0x2a, 0x24, 0x20)  # The placeholder's background at the edges...
+PLACEHOLDER = (GROUND, GROUND)
+BLACK = (0, 0, 0)
+
+
+class FeedsTest(CameraTest):
+    def feed(self, path=None, **more):
+        feed = Feed(path or self.feed_path, **more)
+        self.addCleanup(lambda: feed.stop.set())
+        return feed
+
+    def test_placeholder_until_a_feed_appears_and_again_when_it_went(self):
+        client = self.watch()
+        client.await_colours(*PLACEHOLDER)
+        feed = self.feed()
+        feed.write(640, 480, halves(640, 480, RED, BLUE))
+        client.await_colours(RED, BLUE)
+        os.unlink(self.feed_path)
+        client.await_colours(*PLACEHOLDER)
+
+    def test_silent_writer_is_waited_for_three_seconds(self):
+        feed = self.feed(beat=False)
+        feed.write(640, 480, solid(640, 480, GREEN))
+        client = self.watch()
+        client.await_colours(GREEN, GREEN)
+        feed.write(640, 480, solid(640, 480, RED))
+        begin = time.monotonic()
+        client.await_colours(RED, RED)
+        self.assertAlmostEqual(client.await_colours(*PLACEHOLDER) - begin, 3.0, delta=0.7)
+
+    def test_killed_writer_that_restarts_is_followed(self):
+        code = ("import sys, time; from feed import *; f = Feed(sys.argv[1]);"
+                "f.write(640, 480, solid(640, 480, (0, 255, 0))); print(1, flush=True);"
+                "time.sleep(60)")
+        writer = subprocess.Popen([sys.executable, "-c", code, self.feed_path],
+                                  stdout=subprocess.PIPE)
+        self.addCleanup(writer.wait)
+        self.addCleanup(writer.kill)
+        writer.stdout.readline()
+        client = self.watch()
+        client.await_colours(GREEN, GREEN)
+        writer.kill()
+        client.await_colours(*PLACEHOLDER)
+        feed = self.feed()
+        feed.write(640, 480, solid(640, 480, BLUE))
+        client.await_colours(BLUE, BLUE)
+        writer.stdout.close()
+
+    def test_restart_shows_no_other_picture_meanwhile(self):
+        feed = self.feed()
+        feed.write(640, 480, solid(640, 480, GREEN))
+        client = self.watch()
+        client.await_colours(GREEN, GREEN)
+        feed = self.feed()
+        time.sleep(0.3)
+        feed.write(640, 480, solid(640, 480, BLUE))
+        seen = set()
+        for _ in range(100):
+            seen.add(client.process.stdout.readline().split()[0])
+            if "0000ff" in seen:
+                break
+        self.assertEqual(seen, {"00ff00", "0000ff"})
+
+    def test_replaced_and_resized_feeds_are_followed(self):
+        feed = self.feed()
+        feed.write(640, 480, solid(640, 480, RED))
+        client = self.watch()
+        client.await_colours(RED, RED)
+        feed.write(1280, 960, solid(1280, 960, GREEN))
+        client.await_colours(GREEN, GREEN)
+        os.unlink(self.feed_path)
+        larger = self.feed(max_width=1920, max_height=1080)
+        larger.write(1920, 1080, halves(1920, 1080, BLUE, RED))
+        client.await_colours(BLUE, RED)
+
+    def test_truncated_feed_does_not_harm_the_client(self):
+        feed = self.feed()
+        feed.write(1280, 960, solid(1280, 960, RED))
+        client = self.watch()
+        client.await_colours(RED, RED)
+        feed.stop.set()  # A write to what is cut off would end this program.
+        feed.thread.join()
+        for size in (OFFSET + 100000, OFFSET, 100, 0):
+            os.truncate(self.feed_path, size)
+            time.sleep(0.2)
+        client.await_colours(*PLACEHOLDER)
+        self.assertIsNone(client.process.poll())
+
+    def test_picture_is_filled_or_fitted_as_the_feed_says(self):
+        tall = b"".join(bytes((*colour, 255)) * 480 * 320 for colour in (RED, RED, RED))
+        feed = self.feed(fill=False)
+        feed.write(480, 960, tall)
+        client = self.watch()
+        client.await_colours(BLACK, BLACK)
+        feed.put(20, "I", 1)
+        client.await_colours(RED, RED)
+
+    def test_front_and_back_take_the_feeds_of_the_device(self):
+        stem = os.path.join(self.directory, "device")
+        for suffix, colour in (("-back", RED), ("-front", BLUE)):
+            self.feed(stem + suffix + ".shm").write(640, 480, solid(640, 480, colour))
+        self.feed().write(640, 480, solid(640, 480, GREEN))
+        self.watch(LENSLARK_DEVICE_FEED=stem).await_colours(RED, RED)
+        front = self.watch(LENSLARK_DEVICE_FEED=stem, PROBE_DEVICE="/dev/video1")
+        front.await_colours(BLUE, BLUE)
+        os.unlink(stem + "-front.shm")
+        front.await_colours(GREEN, GREEN)
+
+    def test_feed_of_the_process_itself_comes_first(self):
+        if not has("bwrap"):
+            self.skipTest("bubblewrap is not installed")
+        own = os.path.join(self.directory, "tmp")
+        os.mkdir(own)
+        self.feed().write(640, 480, solid(640, 480, GREEN))
+        client = Watcher(["bwrap", "--ro-bind", "/", "/", "--dev", "/dev", "--proc", "/proc",
+                          "--unshare-pid", "--as-pid-1", "--bind", own, "/tmp",
+                          "--ro-bind", self.feed_path, "/tmp/lenslark.shm",
+                          "env", "LD_PRELOAD=" + LIBRARY, PROBE, "watch", "20"],
+                         {k: v for k, v in os.environ.items() if not k.startswith("LENSLARK_")})
+        self.addCleanup(client.end)
+        client.await_colours(GREEN, GREEN)
+        wide = self.feed(os.path.join(own, "lenslark-pid-1.shm"))
+        wide.write(640, 480, solid(640, 480, RED))
+        client.await_colours(RED, RED)
+        narrow = self.feed(os.path.join(own, "lenslark-pid-1-back.shm"))
+        narrow.write(640, 480, solid(640, 480, BLUE))
+        client.await_colours(BLUE, BLUE)
+
+    def test_anything_but_an_own_regular_file_is_refused(self):
+        target = os.path.join(self.directory, "target")
+        self.feed(target).write(640, 480, solid(640, 480, RED))
+        os.symlink(target, self.feed_path)
+        client = self.watch(60)
+        client.await_colours(*PLACEHOLDER)
+        os.unlink(self.feed_path)
+        os.link(target, self.feed_path)
+        client.await_colours(*PLACEHOLDER)
+        os.unlink(self.feed_path)
+        os.mkfifo(self.feed_path)
+        client.await_colours(*PLACEHOLDER)
+        os.unlink(self.feed_path)
+        os.mkdir(self.feed_path)
+        client.await_colours(*PLACEHOLDER)
+        os.rmdir(self.feed_path)
+        os.rename(target, self.feed_path)
+        client.await_colours(RED, RED)
+        if os.geteuid() == 0:
+            os.chown(self.feed_path, 65534, 65534)
+            client.await_colours(*PLACEHOLDER)
+
+    def test_hostile_headers_are_refused(self):
+        top32, top64 = 2**32 - 1, 2**64 - 1
+        plants = [(0, "4s", b"LLF2"), (56, "Q", top64), (56, "Q", 2**63), (112 + 16, "I", top32),
+                  (112 + 20, "I", top32), (112 + 24, "I", top32), (112 + 24, "I", 4),
+                  (112 + 16, "II", 0, 0), (112 + 16, "III", 2**30, 4, 0), (40, "Q", top64),
+                  (112, "Q", top64)]
+        feed = self.feed(beat=False)
+        client = self.watch(120)
+        for offset, layout, *values in plants:
+            with self.subTest(offset=offset, values=values):
+                feed.put(0, "4sI", b"LLF1", 2)
+                feed.put(56, "Q", feed.capacity)
+                feed.put(64, "I", 0)
+                feed.put(68, "I", 0)
+                feed.counters = [0, 0]
+                feed.write(640, 480, solid(640, 480, RED))
+                client.await_colours(RED, RED)
+                feed.put(offset, layout, *values)
+                client.await_colours(*PLACEHOLDER)
+
+    def test_version_one_file_is_read(self):
+        feed = self.feed()
+        picture = solid(640, 480, BLUE)
+        feed.map[OFFSET:OFFSET + len(picture)] = picture
+        feed.put(4, "IIII", 1, 640, 480, 640 * 4)
+        feed.put(24, "QQQ", 2, now(), now())
+        self.watch().await_colours(BLUE, BLUE)
+
+    def test_no_frame_is_ever_torn(self):
+        feed = self.feed()
+        pictures = [solid(1280, 960, RED), solid(1280, 960, BLUE)]
+        feed.write(1280, 960, pictures[0])
+        client = self.watch(4)
+        client.await_colours(RED, RED)
+        end = time.monotonic() + 3
+        turn = 0
+        while time.monotonic() < end:
+            turn += 1
+            feed.write(1280, 960, pictures[turn % 2])
+        for line in client.process.stdout.read().splitlines():
+            left, right = line.split()
+            self.assertEqual(left, right)
+
+
+if __name__ == "__main__":
+    unittest.main()
