@@ -1,5 +1,10 @@
 #include "platform/linux/XcbScreen.h"
 
+#include <algorithm>
+#include <cmath>
+#include <utility>
+
+#include "platform/linux/X11Stream.h"
 #include "platform/linux/XcbAtoms.h"
 #include "platform/linux/XcbConnection.h"
 #include "platform/linux/XcbTree.h"
@@ -34,8 +39,16 @@ std::optional<Rect> readBounds(std::uint32_t window) {
   }
 }
 
-[[noreturn]] void refuseToCapture() {
-  throw CaptureError::unavailable("this build of Lenslark lists windows but does not film them.");
+PixelRect wholePixels(const Rect& rect) {
+  const auto whole = [](double value) { return static_cast<int>(std::lround(value)); };
+  return {whole(rect.x), whole(rect.y), whole(rect.width), whole(rect.height)};
+}
+
+PixelRect areaOfDisplay(const XcbConnection& connection, std::uint32_t id) {
+  const auto displays = XcbWindows::displays(connection);
+  const auto found = std::ranges::find(displays, id, &DisplayInfo::id);
+  if (found == displays.end()) throw CaptureError::unavailable("the display was taken away.");
+  return wholePixels(found->frame);
 }
 
 }  // namespace
@@ -50,19 +63,26 @@ std::optional<Rect> XcbScreen::windowBounds(std::uint32_t window) {
       .value_or(std::nullopt);
 }
 
-std::unique_ptr<ScreenStream> XcbScreen::captureDisplay(std::uint32_t, const Request&, FrameHandler,
-                                                        StopHandler) {
-  refuseToCapture();
+std::unique_ptr<ScreenStream> XcbScreen::captureDisplay(std::uint32_t display,
+                                                        const Request& request,
+                                                        FrameHandler onFrame, StopHandler onStop) {
+  return startX11Stream(
+      [display](const X11Connection& x) { return makeDisplayScene(x, areaOfDisplay(x, display)); },
+      request, std::move(onFrame), std::move(onStop));
 }
 
-std::unique_ptr<ScreenStream> XcbScreen::captureWindow(std::uint32_t, const Request&, FrameHandler,
-                                                       StopHandler) {
-  refuseToCapture();
+std::unique_ptr<ScreenStream> XcbScreen::captureWindow(std::uint32_t window, const Request& request,
+                                                       FrameHandler onFrame, StopHandler onStop) {
+  return startX11Stream([window](const X11Connection& x) { return makeWindowScene(x, window); },
+                        request, std::move(onFrame), std::move(onStop));
 }
 
-std::unique_ptr<ScreenStream> XcbScreen::captureArea(const PixelRect&, const ExcludedApplications&,
-                                                     const Request&, FrameHandler, StopHandler) {
-  refuseToCapture();
+std::unique_ptr<ScreenStream> XcbScreen::captureArea(const PixelRect& area,
+                                                     const ExcludedApplications& excluded,
+                                                     const Request& request, FrameHandler onFrame,
+                                                     StopHandler onStop) {
+  return startX11Stream([&](const X11Connection& x) { return makeAreaScene(x, area, excluded); },
+                        request, std::move(onFrame), std::move(onStop));
 }
 
 std::unique_ptr<Screen> makeScreen() { return std::make_unique<XcbScreen>(); }

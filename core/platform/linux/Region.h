@@ -1,0 +1,60 @@
+#pragma once
+
+#include <pixman.h>
+
+#include <span>
+#include <utility>
+
+#include "graphics/Geometry.h"
+
+namespace lenslark {
+
+/// A set of pixels made of rectangles.
+class Region {
+ public:
+  Region() noexcept { pixman_region32_init(&region_); }
+  explicit Region(const PixelRect& rect) noexcept {
+    pixman_region32_init_rect(&region_, rect.x, rect.y, static_cast<unsigned>(rect.width),
+                              static_cast<unsigned>(rect.height));
+  }
+  Region(const Region& other) : Region() { pixman_region32_copy(&region_, other.raw()); }
+  Region(Region&& other) noexcept : Region() { std::swap(region_, other.region_); }
+  Region& operator=(Region other) noexcept {
+    std::swap(region_, other.region_);
+    return *this;
+  }
+  ~Region() { pixman_region32_fini(&region_); }
+
+  bool empty() const noexcept { return !pixman_region32_not_empty(raw()); }
+
+  Region& add(const Region& other) {
+    pixman_region32_union(&region_, &region_, other.raw());
+    return *this;
+  }
+  Region& subtract(const Region& other) {
+    pixman_region32_subtract(&region_, &region_, other.raw());
+    return *this;
+  }
+  Region& intersect(const Region& other) {
+    pixman_region32_intersect(&region_, &region_, other.raw());
+    return *this;
+  }
+  Region& move(int x, int y) {
+    pixman_region32_translate(&region_, x, y);
+    return *this;
+  }
+
+  std::span<const pixman_box32_t> boxes() const noexcept {
+    int count = 0;
+    const pixman_box32_t* first = pixman_region32_rectangles(raw(), &count);
+    return {first, static_cast<std::size_t>(count)};
+  }
+
+ private:
+  /// pixman's reading functions take pointers to what they do not change.
+  pixman_region32_t* raw() const noexcept { return &region_; }
+
+  mutable pixman_region32_t region_{};
+};
+
+}  // namespace lenslark

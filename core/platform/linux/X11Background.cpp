@@ -1,0 +1,93 @@
+#include "platform/linux/X11Background.h"
+
+#include <xcb/composite.h>
+
+#include <cstring>
+
+namespace lenslark {
+
+X11Background::X11Background(const X11Connection& x)
+    : x_(x), rootPixmapAtom_(x.atom("_XROOTPMAP_ID")), gc_(xcb_generate_id(x.get())) {
+  const std::uint32_t values[] = {0, 0};
+  xcb_create_gc(x.get(), gc_, x.root(), XCB_GC_FOREGROUND | XCB_GC_GRAPHICS_EXPOSURES, values);
+  makeWindow();
+  readRootPixmap();
+}
+
+X11Background::~X11Background() {
+  if (window_ != XCB_NONE) xcb_destroy_window(x_.get(), window_);
+  xcb_free_gc(x_.get(), gc_);
+  xcb_flush(x_.get());
+}
+
+void X11Background::makeWindow() {
+  const xcb_window_t window = xcb_generate_id(x_.get());
+  const std::uint32_t values[] = {XCB_BACK_PIXMAP_PARENT_RELATIVE, 1};
+  xcb_create_window(x_.get(), XCB_COPY_FROM_PARENT, window, x_.root(), 0, 0,
+                    x_.screen().width_in_pixels, x_.screen().height_in_pixels, 0,
+                    XCB_WINDOW_CLASS_INPUT_OUTPUT, XCB_COPY_FROM_PARENT,
+                    XCB_CW_BACK_PIXMAP | XCB_CW_OVERRIDE_REDIRECT, values);
+  // Redirected by hand it is drawn into its store and never onto the screen.
+  const auto cookie =
+      xcb_composite_redirect_window_checked(x_.get(), window, XCB_COMPOSITE_REDIRECT_MANUAL);
+  const XcbReply<xcb_generic_error_t> error(xcb_request_check(x_.get(), cookie));
+  if (error) {
+    xcb_destroy_window(x_.get(), window);
+    return;
+  }
+  const std::uint32_t below = XCB_STACK_MODE_BELOW;
+  xcb_configure_window(x_.get(), window, XCB_CONFIG_WINDOW_STACK_MODE, &below);
+  xcb_map_window(x_.get(), window);
+  window_ = window;
+}
+
+void X11Background::readRootPixmap() {
+  rootPixmap_ = XCB_NONE;
+  const auto property = x_.ask(xcb_get_property, xcb_get_property_reply, std::uint8_t{0}, x_.root(),
+                               rootPixmapAtom_, xcb_atom_t{XCB_ATOM_PIXMAP}, 0U, 1U);
+  if (!property || xcb_get_property_value_length(property.get()) < 4) return;
+  xcb_pixmap_t pixmap = XCB_NONE;
+  std::memcpy(&pixmap, xcb_get_property_value(property.get()), sizeof pixmap);
+  const auto geometry = x_.ask(xcb_get_geometry, xcb_get_geometry_reply, pixmap);
+  if (geometry && geometry->depth == x_.screen().root_depth) rootPixmap_ = pixmap;
+}
+
+bool X11Background::handle(const xcb_generic_event_t& event) {
+  if ((event.response_type & 0x7F) != XCB_PROPERTY_NOTIFY) return false;
+  const auto& property = reinterpret_cast<const xcb_property_notify_event_t&>(event);
+  if (property.window != x_.root() || property.atom != rootPixmapAtom_) return false;
+  readRootPixmap();
+  return true;
+}
+
+void X11Background::paint(const X11Picture& target, const Region& region, const PixelRect& area) {
+  const auto originX = static_cast<std::int16_t>(-area.x);
+  const auto originY = static_cast<std::int16_t>(-area.y);
+  const std::uint32_t solid = XCB_FILL_STYLE_SOLID;
+  xcb_change_gc(x_.get(), gc_, XCB_GC_FILL_STYLE, &solid);
+  for (const auto& box : region.boxes()) {
+    const auto x = static_cast<std::int16_t>(box.x1 + originX);
+    const auto y = static_cast<std::int16_t>(box.y1 + originY);
+    const auto width = static_cast<std::uint16_t>(box.x2 - box.x1);
+    const auto height = static_cast<std::uint16_t>(box.y2 - box.y1);
+    const xcb_rectangle_t rect{x, y, width, height};
+    xcb_poly_fill_rectangle(x_.get(), target.pixmap(), gc_, 1, &rect);
+    if (window_ != XCB_NONE) {
+      xcb_copy_area(x_.get(), window_, target.pixmap(), gc_, static_cast<std::int16_t>(box.x1),
+                    static_cast<std::int16_t>(box.y1), x, y, width, height);
+    }
+    if (rootPixmap_ != XCB_NONE) {
+      const std::uint32_t tiled[] = {XCB_FILL_STYLE_TILED, rootPixmap_,
+                                     static_cast<std::uint32_t>(originX),
+                                     static_cast<std::uint32_t>(originY)};
+      xcb_change_gc(x_.get(), gc_,
+                    XCB_GC_FILL_STYLE | XCB_GC_TILE | XCB_GC_TILE_STIPPLE_ORIGIN_X |
+                        XCB_GC_TILE_STIPPLE_ORIGIN_Y,
+                    tiled);
+      xcb_poly_fill_rectangle(x_.get(), target.pixmap(), gc_, 1, &rect);
+      xcb_change_gc(x_.get(), gc_, XCB_GC_FILL_STYLE, &solid);
+    }
+  }
+}
+
+}  // namespace lenslark

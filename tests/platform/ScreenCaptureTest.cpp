@@ -1,0 +1,288 @@
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <functional>
+#include <mutex>
+#include <thread>
+
+#include "graphics/PixelBuffer.h"
+#include "platform/linux/X11Stream.h"
+#include "support/Eventually.h"
+#include "support/XPainter.h"
+#include "support/XvfbServer.h"
+
+namespace lenslark {
+namespace {
+
+constexpr std::uint32_t red = 0xFF0000;
+constexpr std::uint32_t green = 0x00FF00;
+constexpr std::uint32_t blue = 0x0000FF;
+constexpr std::uint32_t white = 0xFFFFFF;
+constexpr std::uint32_t grey = 0x808080;
+
+std::uint32_t colourAt(const Frame& frame, int x, int y) {
+  const PixelView view = frame.pixelBuffer()->view();
+  const std::uint8_t* pixel = view.row(y) + static_cast<std::ptrdiff_t>(x) * 4;
+  return static_cast<std::uint32_t>(pixel[2] << 16 | pixel[1] << 8 | pixel[0]);
+}
+
+bool holds(const Frame& frame, std::uint32_t colour) {
+  const PixelView view = frame.pixelBuffer()->view();
+  for (int y = 0; y < view.size.height; ++y) {
+    for (int x = 0; x < view.size.width; ++x) {
+      if (colourAt(frame, x, y) == colour) return true;
+    }
+  }
+  return false;
+}
+
+/// Keeps the latest picture, and whether a colour was ever seen.
+class Film {
+ public:
+  explicit Film(std::uint32_t forbidden = 0x123456) : forbidden_(forbidden) {}
+
+  Screen::FrameHandler onFrame() {
+    return [this](const FramePtr& frame) {
+      const bool seen = holds(*frame, forbidden_);
+      const std::lock_guard lock(mutex_);
+      last_ = frame;
+      count_ += 1;
+      if (seen) forbiddenFrames_ += 1;
+    };
+  }
+
+  Screen::StopHandler onStop() {
+    return [this](const Error& error) {
+      const std::lock_guard lock(mutex_);
+      stopped_ = error.what();
+    };
+  }
+
+  FramePtr last() const {
+    const std::lock_guard lock(mutex_);
+    return last_;
+  }
+  int count() const {
+    const std::lock_guard lock(mutex_);
+    return count_;
+  }
+  int forbiddenFrames() const {
+    const std::lock_guard lock(mutex_);
+    return forbiddenFrames_;
+  }
+  std::string stopped() const {
+    const std::lock_guard lock(mutex_);
+    return stopped_;
+  }
+
+  bool shows(int x, int y, std::uint32_t colour) const {
+    return eventually(
+        [&] {
+          const FramePtr frame = last();
+          return frame && colourAt(*frame, x, y) == colour;
+        },
+        std::chrono::seconds(3));
+  }
+
+ private:
+  const std::uint32_t forbidden_;
+  mutable std::mutex mutex_;
+  FramePtr last_;
+  int count_ = 0;
+  int forbiddenFrames_ = 0;
+  std::string stopped_;
+};
+
+constexpr Screen::Request plain(int width, int height) { return {{width, height}, 30, false}; }
+
+class ScreenCaptureTest : public testing::Test {
+ protected:
+  std::unique_ptr<ScreenStream> filmArea(const PixelRect& area, std::vector<std::uint32_t> excluded,
+                                         Film& film, Screen::Request request) {
+    return startX11Stream(
+        [&](const X11Connection& x) {
+          return makeAreaScene(x, area, {{}, {}, std::move(excluded)});
+        },
+        request, film.onFrame(), film.onStop());
+  }
+
+  XvfbServer server;
+  XPainter painter;
+};
+
+TEST_F(ScreenCaptureTest, filmsADisplay) {
+  painter.window({100, 100, 200, 100}, red);
+  Film film;
+  const auto stream = startX11Stream(
+      [](const X11Connection& x) {
+        return makeDisplayScene(x, {0, 0, 800, 600});
+      },
+      plain(800, 600), film.onFrame(), film.onStop());
+  EXPECT_TRUE(film.shows(150, 150, red));
+}
+
+TEST_F(ScreenCaptureTest, tellsOfAChange) {
+  const auto window = painter.window({100, 100, 200, 100}, red);
+  Film film;
+  const auto stream = filmArea({0, 0, 400, 300}, {}, film, plain(400, 300));
+  ASSERT_TRUE(film.shows(150, 150, red));
+  painter.fill(window, {0, 0, 200, 100}, green);
+  EXPECT_TRUE(film.shows(150, 150, green));
+}
+
+TEST_F(ScreenCaptureTest, makesNoPictureWhileNothingChanges) {
+  painter.window({100, 100, 200, 100}, red);
+  Film film;
+  const auto stream = filmArea({0, 0, 400, 300}, {}, film, plain(400, 300));
+  ASSERT_TRUE(film.shows(150, 150, red));
+  std::this_thread::sleep_for(std::chrono::milliseconds(400));
+  const int count = film.count();
+  std::this_thread::sleep_for(std::chrono::milliseconds(300));
+  EXPECT_EQ(film.count(), count);
+}
+
+TEST_F(ScreenCaptureTest, showsWhatLiesUnderAnExcludedWindow) {
+  painter.window({0, 0, 400, 300}, green);
+  const auto device = painter.window({100, 100, 200, 100}, red);
+  Film film(red);
+  const auto stream = filmArea({100, 100, 200, 100}, {device}, film, plain(200, 100));
+  EXPECT_TRUE(film.shows(50, 50, green));
+  EXPECT_EQ(film.forbiddenFrames(), 0);
+}
+
+TEST_F(ScreenCaptureTest, showsWhatLiesOverTheExcludedWindow) {
+  const auto device = painter.window({100, 100, 200, 100}, red);
+  painter.window({150, 120, 50, 50}, blue);
+  Film film(red);
+  const auto stream = filmArea({100, 100, 200, 100}, {device}, film, plain(200, 100));
+  EXPECT_TRUE(film.shows(60, 30, blue));
+  EXPECT_EQ(film.forbiddenFrames(), 0);
+}
+
+TEST_F(ScreenCaptureTest, showsTheRootsBackgroundUnderAnExcludedWindow) {
+  painter.paintRoot(grey);
+  const auto device = painter.window({100, 100, 200, 100}, red);
+  Film film(red);
+  const auto stream = filmArea({100, 100, 200, 100}, {device}, film, plain(200, 100));
+  EXPECT_TRUE(film.shows(50, 50, grey));
+  EXPECT_EQ(film.forbiddenFrames(), 0);
+}
+
+TEST_F(ScreenCaptureTest, showsTheUpperOfTwoWindows) {
+  const auto lower = painter.window({0, 0, 200, 200}, green);
+  painter.window({0, 0, 100, 100}, blue);
+  Film film;
+  const auto stream = filmArea({0, 0, 200, 200}, {}, film, plain(200, 200));
+  ASSERT_TRUE(film.shows(50, 50, blue));
+  painter.raise(lower);
+  EXPECT_TRUE(film.shows(50, 50, green));
+}
+
+TEST_F(ScreenCaptureTest, neverShowsTheExcludedWindowWhileItIsDragged) {
+  painter.paintRoot(grey);
+  painter.window({0, 0, 300, 600}, green);
+  painter.window({300, 0, 300, 600}, blue);
+  const auto device = painter.window({10, 10, 120, 200}, red);
+  Film film(red);
+  const auto stream = filmArea({10, 10, 120, 200}, {device}, film, plain(120, 200));
+  ASSERT_TRUE(eventually([&] { return film.count() > 0; }));
+  for (int step = 0; step < 150; ++step) {
+    painter.move(device, 10 + step * 4, 10 + step);
+    stream->retarget({10 + step * 4, 10 + step, 120, 200}, {120, 200});
+    if (step % 10 == 0) painter.raise(device);
+    if (step % 25 == 0) {
+      painter.unmap(device);
+      painter.map(device);
+    }
+    if (step % 30 == 0) painter.resize(device, 120 + step % 20, 200);
+    std::this_thread::sleep_for(std::chrono::milliseconds(7));
+  }
+  EXPECT_GT(film.count(), 10);
+  EXPECT_EQ(film.forbiddenFrames(), 0);
+}
+
+TEST_F(ScreenCaptureTest, showsWindowsThatAppearLater) {
+  Film film;
+  const auto stream = filmArea({0, 0, 200, 200}, {}, film, plain(200, 200));
+  ASSERT_TRUE(eventually([&] { return film.count() > 0; }));
+  painter.window({0, 0, 100, 100}, blue);
+  EXPECT_TRUE(film.shows(50, 50, blue));
+}
+
+TEST_F(ScreenCaptureTest, forgetsWindowsThatGo) {
+  painter.window({0, 0, 200, 200}, green);
+  const auto upper = painter.window({0, 0, 100, 100}, blue);
+  Film film;
+  const auto stream = filmArea({0, 0, 200, 200}, {}, film, plain(200, 200));
+  ASSERT_TRUE(film.shows(50, 50, blue));
+  painter.destroy(upper);
+  EXPECT_TRUE(film.shows(50, 50, green));
+}
+
+TEST_F(ScreenCaptureTest, followsAnotherArea) {
+  painter.window({0, 0, 100, 100}, green);
+  painter.window({400, 300, 100, 100}, blue);
+  Film film;
+  const auto stream = filmArea({0, 0, 100, 100}, {}, film, plain(100, 100));
+  ASSERT_TRUE(film.shows(50, 50, green));
+  stream->retarget({400, 300, 100, 100}, {100, 100});
+  EXPECT_TRUE(film.shows(50, 50, blue));
+}
+
+TEST_F(ScreenCaptureTest, changesThePictureSizeWithTheArea) {
+  Film film;
+  const auto stream = filmArea({0, 0, 100, 100}, {}, film, plain(100, 100));
+  ASSERT_TRUE(eventually([&] { return film.count() > 0; }));
+  stream->retarget({0, 0, 200, 100}, {200, 100});
+  EXPECT_TRUE(eventually([&] { return film.last()->size() == Size{200, 100}; }));
+}
+
+TEST_F(ScreenCaptureTest, filmsACoveredWindowsOwnPixels) {
+  const auto window = painter.window({100, 100, 200, 100}, red);
+  painter.window({0, 0, 800, 600}, white);
+  Film film;
+  const auto stream =
+      startX11Stream([&](const X11Connection& x) { return makeWindowScene(x, window); },
+                     plain(200, 100), film.onFrame(), film.onStop());
+  painter.fill(window, {0, 0, 200, 100}, red);
+  EXPECT_TRUE(film.shows(100, 50, red));
+}
+
+TEST_F(ScreenCaptureTest, fitsPicturesOnBlack) {
+  painter.window({0, 0, 100, 100}, green);
+  Film film;
+  const auto stream = filmArea({0, 0, 100, 100}, {}, film, plain(200, 100));
+  ASSERT_TRUE(film.shows(100, 50, green));
+  EXPECT_EQ(colourAt(*film.last(), 10, 50), 0U);
+}
+
+TEST_F(ScreenCaptureTest, tellsWhenTheWindowIsClosed) {
+  const auto window = painter.window({100, 100, 200, 100}, red);
+  Film film;
+  const auto stream =
+      startX11Stream([&](const X11Connection& x) { return makeWindowScene(x, window); },
+                     plain(200, 100), film.onFrame(), film.onStop());
+  painter.destroy(window);
+  EXPECT_TRUE(eventually([&] { return !film.stopped().empty(); }));
+}
+
+TEST_F(ScreenCaptureTest, tellsWhenTheServerGoes) {
+  Film film;
+  const auto stream = filmArea({0, 0, 100, 100}, {}, film, plain(100, 100));
+  server.end();
+  EXPECT_TRUE(eventually([&] { return !film.stopped().empty(); }));
+}
+
+TEST(ScreenCaptureWithoutServerTest, saysThatThereIsNoDisplay) {
+  const ScopedVariable display("DISPLAY", std::nullopt);
+  Film film;
+  EXPECT_THROW(startX11Stream(
+                   [](const X11Connection& x) {
+                     return makeDisplayScene(x, {0, 0, 10, 10});
+                   },
+                   plain(10, 10), film.onFrame(), film.onStop()),
+               CaptureError);
+}
+
+}  // namespace
+}  // namespace lenslark

@@ -1,0 +1,112 @@
+#pragma once
+
+#include <xcb/xcb.h>
+
+#include <cstdint>
+#include <cstring>
+#include <string>
+
+#include "graphics/Geometry.h"
+
+namespace lenslark {
+
+/// An application of a test's own: windows that fill themselves with one colour and repaint it when
+/// they are told to.
+class XPainter {
+ public:
+  XPainter() : connection_(xcb_connect(nullptr, nullptr)) {
+    screen_ = xcb_setup_roots_iterator(xcb_get_setup(connection_)).data;
+  }
+  ~XPainter() { xcb_disconnect(connection_); }
+  XPainter(const XPainter&) = delete;
+  XPainter& operator=(const XPainter&) = delete;
+
+  /// A window without decoration in one colour (0xRRGGBB), mapped. The server paints it.
+  xcb_window_t window(const PixelRect& frame, std::uint32_t colour, const std::string& title = {}) {
+    const xcb_window_t id = xcb_generate_id(connection_);
+    const std::uint32_t values[] = {colour, 1};
+    xcb_create_window(connection_, XCB_COPY_FROM_PARENT, id, screen_->root,
+                      static_cast<std::int16_t>(frame.x), static_cast<std::int16_t>(frame.y),
+                      static_cast<std::uint16_t>(frame.width),
+                      static_cast<std::uint16_t>(frame.height), 0, XCB_WINDOW_CLASS_INPUT_OUTPUT,
+                      XCB_COPY_FROM_PARENT, XCB_CW_BACK_PIXEL | XCB_CW_OVERRIDE_REDIRECT, values);
+    if (!title.empty()) {
+      xcb_change_property(connection_, XCB_PROP_MODE_REPLACE, id, XCB_ATOM_WM_NAME, XCB_ATOM_STRING,
+                          8, static_cast<std::uint32_t>(title.size()), title.data());
+    }
+    xcb_map_window(connection_, id);
+    sync();
+    return id;
+  }
+
+  void fill(xcb_window_t window, const PixelRect& part, std::uint32_t colour) {
+    const xcb_gcontext_t gc = xcb_generate_id(connection_);
+    xcb_create_gc(connection_, gc, window, XCB_GC_FOREGROUND, &colour);
+    const xcb_rectangle_t rect{static_cast<std::int16_t>(part.x), static_cast<std::int16_t>(part.y),
+                               static_cast<std::uint16_t>(part.width),
+                               static_cast<std::uint16_t>(part.height)};
+    xcb_poly_fill_rectangle(connection_, window, gc, 1, &rect);
+    xcb_free_gc(connection_, gc);
+    sync();
+  }
+
+  void move(xcb_window_t window, int x, int y) {
+    const std::uint32_t values[] = {static_cast<std::uint32_t>(x), static_cast<std::uint32_t>(y)};
+    xcb_configure_window(connection_, window, XCB_CONFIG_WINDOW_X | XCB_CONFIG_WINDOW_Y, values);
+    sync();
+  }
+
+  void resize(xcb_window_t window, int width, int height) {
+    const std::uint32_t values[] = {static_cast<std::uint32_t>(width),
+                                    static_cast<std::uint32_t>(height)};
+    xcb_configure_window(connection_, window, XCB_CONFIG_WINDOW_WIDTH | XCB_CONFIG_WINDOW_HEIGHT,
+                         values);
+    sync();
+  }
+
+  void raise(xcb_window_t window) {
+    const std::uint32_t above = XCB_STACK_MODE_ABOVE;
+    xcb_configure_window(connection_, window, XCB_CONFIG_WINDOW_STACK_MODE, &above);
+    sync();
+  }
+
+  void unmap(xcb_window_t window) {
+    xcb_unmap_window(connection_, window);
+    sync();
+  }
+
+  void map(xcb_window_t window) {
+    xcb_map_window(connection_, window);
+    sync();
+  }
+
+  void destroy(xcb_window_t window) {
+    xcb_destroy_window(connection_, window);
+    sync();
+  }
+
+  void movePointer(int x, int y) {
+    xcb_warp_pointer(connection_, XCB_NONE, screen_->root, 0, 0, 0, 0, static_cast<std::int16_t>(x),
+                     static_cast<std::int16_t>(y));
+    sync();
+  }
+
+  void paintRoot(std::uint32_t colour) {
+    xcb_change_window_attributes(connection_, screen_->root, XCB_CW_BACK_PIXEL, &colour);
+    xcb_clear_area(connection_, 0, screen_->root, 0, 0, 0, 0);
+    sync();
+  }
+
+  void sync() {
+    std::free(xcb_get_input_focus_reply(connection_, xcb_get_input_focus(connection_), nullptr));
+  }
+
+  xcb_connection_t* get() const noexcept { return connection_; }
+  xcb_window_t root() const noexcept { return screen_->root; }
+
+ private:
+  xcb_connection_t* connection_;
+  xcb_screen_t* screen_;
+};
+
+}  // namespace lenslark
