@@ -7,8 +7,6 @@
 namespace lenslark::DeviceMerge {
 namespace {
 
-constexpr std::string_view simulatorBundle = "com.apple.iphonesimulator";
-constexpr std::string_view emulatorEngine = "qemu-system";
 constexpr std::string_view emulatorTitle = "Android Emulator";
 
 bool isSimulatorWindow(const WindowInfo& window) {

@@ -2,6 +2,7 @@
 
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "devices/AndroidEmulator.h"
@@ -11,6 +12,11 @@
 
 /// How simulators, emulators and windows become the list of connected devices. Pure functions.
 namespace lenslark::DeviceMerge {
+
+/// The applications that show devices on the screen: the Simulator by its bundle, an emulator's
+/// engine by what its name starts with.
+inline constexpr std::string_view simulatorBundle = "com.apple.iphonesimulator";
+inline constexpr std::string_view emulatorEngine = "qemu-system";
 
 /// The normal, visible windows of the Simulator and of emulators, in the order of the listing.
 std::vector<WindowInfo> deviceWindows(const std::optional<ScreenContent>& content);

@@ -1,8 +1,11 @@
 #include "feeds/SourceFactory.h"
 
 #include "base/Error.h"
+#include "devices/DeviceMerge.h"
+#include "sources/DesktopUnderWindowSource.h"
 #include "sources/ImageSource.h"
 #include "sources/PatternSource.h"
+#include "sources/ScreenSource.h"
 #include "sources/SlideshowSource.h"
 #include "sources/VideoSource.h"
 
@@ -28,9 +31,17 @@ class Factory {
  public:
   explicit Factory(Screen* screen) : screen_(screen) {}
 
-  SourcePtr operator()(const SourceDescription::Desktop&) const { return capture(); }
-  SourcePtr operator()(const SourceDescription::Display&) const { return capture(); }
-  SourcePtr operator()(const SourceDescription::Window&) const { return capture(); }
+  SourcePtr operator()(const SourceDescription::Desktop& desktop) const {
+    if (screen_ == nullptr) return noScreen();
+    return std::make_unique<DesktopUnderWindowSource>(*screen_, desktop.device, deviceWindows(),
+                                                      desktop.fps);
+  }
+  SourcePtr operator()(const SourceDescription::Display& display) const {
+    return capture({CaptureSource::Display{display.index}}, display.fps);
+  }
+  SourcePtr operator()(const SourceDescription::Window& window) const {
+    return capture({CaptureSource::Window{window.match}}, window.fps);
+  }
   SourcePtr operator()(const SourceDescription::Image& image) const {
     return std::make_unique<ImageSource>(image.file);
   }
@@ -48,10 +59,22 @@ class Factory {
   }
 
  private:
-  SourcePtr capture() const {
+  /// The applications that show devices: their windows never appear in a device's camera.
+  static ExcludedApplications deviceWindows() {
+    return {{std::string(DeviceMerge::simulatorBundle)},
+            {std::string(DeviceMerge::emulatorEngine)},
+            {}};
+  }
+
+  static SourcePtr noScreen() {
     return std::make_unique<UnavailableSource>(
-        screen_ ? "screen capture is not available in this build"
-                : "screen capture is not available: no display server");
+        "screen capture is not available: no display server");
+  }
+
+  SourcePtr capture(CaptureSource source, int fps) const {
+    if (screen_ == nullptr) return noScreen();
+    CaptureOptions options{.source = std::move(source), .fps = fps};
+    return std::make_unique<ScreenSource>(*screen_, std::move(options));
   }
 
   Screen* screen_;

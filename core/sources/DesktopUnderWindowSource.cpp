@@ -1,0 +1,70 @@
+#include "sources/DesktopUnderWindowSource.h"
+
+#include <cmath>
+#include <utility>
+
+#include "sources/CaptureGeometry.h"
+
+namespace lenslark {
+namespace {
+
+PixelRect onScreen(const Rect& source, const Rect& display) {
+  const auto whole = [](double value) { return static_cast<int>(std::lround(value)); };
+  return {whole(source.x + display.x), whole(source.y + display.y), whole(source.width),
+          whole(source.height)};
+}
+
+}  // namespace
+
+DesktopUnderWindowSource::DesktopUnderWindowSource(Screen& screen, ConnectedDevice device,
+                                                   ExcludedApplications excluded, int fps)
+    : screen_(screen),
+      device_(std::move(device)),
+      excluded_(std::move(excluded)),
+      fps_(fps < 2 ? 1 : fps) {}
+
+std::optional<DesktopUnderWindowSource::Target> DesktopUnderWindowSource::targetFor(
+    const Rect& window, const std::vector<DisplayInfo>& displays) const {
+  const DisplayInfo* display = CaptureGeometry::display(window, displays);
+  if (display == nullptr) return std::nullopt;
+  const auto capture = CaptureGeometry::capture(window, !device_.isIOS(), display->frame);
+  return Target{onScreen(capture.source, display->frame), capture.output};
+}
+
+void DesktopUnderWindowSource::start(Emit emit) {
+  failure_.clear();
+  const auto bounds = screen_.windowBounds(device_.window->windowID);
+  if (!bounds) throw CaptureError::unavailable("the window of " + device_.name + " is gone");
+  auto displays = screen_.content().displays;
+  const auto target = targetFor(*bounds, displays);
+  if (!target) {
+    throw CaptureError::unavailable("the window of " + device_.name + " is on no display");
+  }
+  auto stream = screen_.captureArea(
+      target->area, excluded_, {target->output, fps_, true}, std::move(emit),
+      [this](const Error& error) { failure_.note("the desktop under " + device_.name, error); });
+
+  const std::lock_guard lock(mutex_);
+  displays_ = std::move(displays);
+  sourceRect_ = *bounds;
+  stream_ = std::move(stream);
+}
+
+void DesktopUnderWindowSource::stop() {
+  std::unique_ptr<ScreenStream> ended;
+  {
+    const std::lock_guard lock(mutex_);
+    ended = std::move(stream_);
+  }
+}
+
+bool DesktopUnderWindowSource::track() {
+  const auto bounds = screen_.windowBounds(device_.window->windowID);
+  const std::lock_guard lock(mutex_);
+  if (stream_ == nullptr || !bounds || *bounds == sourceRect_) return false;
+  sourceRect_ = *bounds;
+  if (const auto target = targetFor(*bounds, displays_)) stream_->retarget(target->area, target->output);
+  return true;
+}
+
+}  // namespace lenslark
