@@ -16,6 +16,7 @@
 #include "commands/ServeCommand.h"
 #include "commands/SnapshotCommand.h"
 #include "commands/SourceCommand.h"
+#include "commands/SourcesCommand.h"
 #include "commands/StatusCommand.h"
 #include "commands/VersionCommand.h"
 
@@ -36,6 +37,7 @@ constexpr std::array commands{
     Command{"media", MediaCommand::run},
     Command{"snapshot", SnapshotCommand::run},
     Command{"mcp", McpCommand::run},
+    Command{"sources", SourcesCommand::run},
     Command{"status", StatusCommand::run},
     Command{"--version", VersionCommand::run},
     Command{"version", VersionCommand::run},

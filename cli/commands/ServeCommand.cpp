@@ -12,6 +12,7 @@
 #include "commands/SharedControl.h"
 #include "commands/StopSignals.h"
 #include "feeds/LenslarkHost.h"
+#include "platform/Screen.h"
 
 namespace lenslark::ServeCommand {
 namespace {
@@ -120,7 +121,8 @@ void run(const Arguments& arguments) {
   Log::mirrorToStandardError();
   StopSignals signals;
   ChangePrinter printer;
-  LenslarkHost host(control.store(), control.media(), nullptr);
+  const auto screen = makeScreen();
+  LenslarkHost host(control.store(), control.media(), screen.get());
   const auto printStatus = [&] {
     printer.print(
         statusText(host.devices(), [&](const Assignment& a) { return control.summary(a); }));

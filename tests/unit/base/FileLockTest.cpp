@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
-#include <atomic>
 #include <system_error>
 #include <thread>
 #include <vector>
@@ -16,16 +15,16 @@ namespace {
 TEST(FileLockTest, letsOneHolderInAtATime) {
   const TemporaryDirectory directory;
   const std::string path = directory / "lock";
-  std::atomic<int> counter = 0;  // read and written in two steps, which only the lock makes one
+  int counter = 0;
   {
     std::vector<std::jthread> threads;
     for (int index = 0; index < 4; ++index) {
       threads.emplace_back([&] {
         for (int round = 0; round < 100; ++round) {
           const FileLock lock(path);
-          const int before = counter.load();
+          const int before = counter;
           std::this_thread::yield();
-          counter.store(before + 1);
+          counter = before + 1;
         }
       });
     }
