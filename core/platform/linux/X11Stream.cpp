@@ -126,6 +126,16 @@ class X11Stream final : public ScreenStream {
     if (FramePtr frame = scaled(pixels, area)) onFrame_(std::move(frame));
   }
 
+  /// The picture is fitted, but a pixel that only rounding left over becomes no black edge.
+  PixelRect shownIn(Size area) const {
+    const PixelRect whole{0, 0, output_.width, output_.height};
+    const PixelRect fitted = place(area, whole, false).target;
+    constexpr int rounding = 100;  // a hundredth of a side
+    const bool fills = output_.width - fitted.width <= output_.width / rounding &&
+                       output_.height - fitted.height <= output_.height / rounding;
+    return fills ? whole : fitted;
+  }
+
   FramePtr scaled(const PixelView& pixels, const PixelRect& area) {
     if (pool_ == nullptr || pool_->size() != output_) {
       pool_ = std::make_unique<PixelBufferPool>(output_, true);
