@@ -193,7 +193,14 @@ ConfigStore::ConfigStore(std::filesystem::path directory,
                          std::shared_ptr<const Preferences> legacyPreferences)
     : state_(std::make_shared<State>(std::move(directory), std::move(legacyPreferences))) {}
 
-ConfigStore::~ConfigStore() = default;
+ConfigStore::~ConfigStore() {
+  {
+    const std::scoped_lock lock(state_->mutex);
+    state_->observers.clear();
+  }
+  // A reload that is under way may still be telling those it found.
+  if (!state_->watchQueue.isCurrent()) state_->watchQueue.sync([] {});
+}
 
 ConfigStore& ConfigStore::shared() {
   static ConfigStore store(Lenslark::supportDirectory(), appPreferences());

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <atomic>
 #include <system_error>
 #include <thread>
 #include <vector>
@@ -15,16 +16,16 @@ namespace {
 TEST(FileLockTest, letsOneHolderInAtATime) {
   const TemporaryDirectory directory;
   const std::string path = directory / "lock";
-  int counter = 0;
+  std::atomic<int> counter = 0;  // read and written in two steps, which only the lock makes one
   {
     std::vector<std::jthread> threads;
     for (int index = 0; index < 4; ++index) {
       threads.emplace_back([&] {
         for (int round = 0; round < 100; ++round) {
           const FileLock lock(path);
-          const int before = counter;
+          const int before = counter.load();
           std::this_thread::yield();
-          counter = before + 1;
+          counter.store(before + 1);
         }
       });
     }
