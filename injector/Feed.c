@@ -127,7 +127,9 @@ const uint8_t* feedRows(Feed* feed, uint32_t first, uint32_t count) {
   const bool held = first >= feed->bandFirst && count <= feed->bandCount &&
                     first - feed->bandFirst <= feed->bandCount - count;
   if (!held) {
-    uint32_t rows = feedBandBytes / feed->stride;
+    // As much as stays in the processor's nearer cache until it is converted.
+    uint32_t rows = feedBandTarget / feed->stride;
+    if (rows < feedLeastRows) rows = feedLeastRows;
     if (rows > feed->height - first) rows = feed->height - first;
     feed->bandCount = 0;
     if (!readAt(feed->descriptor, feed->band, (size_t)rows * feed->stride,

@@ -24,7 +24,9 @@
 enum {
   feedMaxSide = 16384,
   feedMaxStride = feedMaxSide * 4,
-  feedBandBytes = 4 * feedMaxStride,
+  feedLeastRows = 4,  ///< As many as may be asked for at once.
+  feedBandBytes = feedLeastRows * feedMaxStride,
+  feedBandTarget = 65536,
   feedPadding = 64,  ///< Vectors may read (and ignore) this much behind a row.
 };
 
@@ -49,8 +51,8 @@ void feedConfigure(void);
 /// Opens the feed of one camera and takes its latest frame's geometry. False if there is none.
 bool feedOpen(Feed* feed, LLCamera camera);
 
-/// `count` (at most 4) whole rows from `first` on, `stride` bytes apart, valid until the next call.
-/// NULL if the file ends before.
+/// `count` (at most feedLeastRows) whole rows from `first` on, `stride` bytes apart, valid until
+/// the next call. NULL if the file ends before.
 const uint8_t* feedRows(Feed* feed, uint32_t first, uint32_t count);
 
 /// True if the rows read since feedOpen() all belong to the frame that it found.
