@@ -1,8 +1,8 @@
 #include "base/Base64.h"
 
-#include <openssl/evp.h>
-
 #include <algorithm>
+
+#include "base/LazyCrypto.h"
 
 namespace lenslark::Base64 {
 
@@ -16,9 +16,9 @@ std::string encode(std::span<const std::byte> bytes) {
     const std::size_t written = (piece.size() + 2) / 3 * 4;
     const std::size_t end = text.size();
     text.resize(end + written + 1);  // The library ends its text with a zero byte.
-    EVP_EncodeBlock(reinterpret_cast<unsigned char*>(text.data() + end),
-                    reinterpret_cast<const unsigned char*>(piece.data()),
-                    static_cast<int>(piece.size()));
+    LazyCrypto::shared().encodeBlock(reinterpret_cast<unsigned char*>(text.data() + end),
+                                     reinterpret_cast<const unsigned char*>(piece.data()),
+                                     static_cast<int>(piece.size()));
     text.resize(end + written);
   }
   return text;

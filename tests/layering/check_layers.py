@@ -17,7 +17,7 @@ OWNERS = [
     ("nlohmann/json_fwd.hpp", ["core/*", "cli/*"]),
     ("nlohmann/*", ["core/*.cpp", "cli/*.cpp", "cli/mcp/*"]),
     ("fmt/*", ["core/*", "cli/*"]),
-    ("openssl/*", ["core/base/*.cpp"]),
+    ("openssl/*", ["core/base/*.cpp", "core/base/LazyCrypto.h"]),
     ("asio.hpp", ["core/base/SerialQueue.cpp", "cli/*.cpp"]),
     ("asio/*", ["core/base/SerialQueue.cpp", "cli/*.cpp"]),
     ("libyuv.h", ["core/graphics/*.cpp", "core/codecs/*", "core/platform/linux/*"]),
