@@ -66,6 +66,12 @@ std::optional<int> framesPerSecond(const Arguments& arguments) {
   return number;
 }
 
+/// Never destroyed: a look at a hanging display outlives the host that asked for it.
+Screen& screenOfTheProcess() {
+  static Screen& screen = *makeScreen().release();
+  return screen;
+}
+
 std::string cameraText(const CameraStatus& camera, const Summary& summary) {
   std::string text(rawValue(camera.camera));
   text += ": " + summary(camera.assignment);
@@ -121,8 +127,7 @@ void run(const Arguments& arguments) {
   Log::mirrorToStandardError();
   StopSignals signals;
   ChangePrinter printer;
-  const auto screen = makeScreen();
-  LenslarkHost host(control.store(), control.media(), screen.get());
+  LenslarkHost host(control.store(), control.media(), &screenOfTheProcess());
   const auto printStatus = [&] {
     printer.print(
         statusText(host.devices(), [&](const Assignment& a) { return control.summary(a); }));

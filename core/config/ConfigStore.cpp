@@ -203,7 +203,8 @@ ConfigStore::~ConfigStore() {
 }
 
 ConfigStore& ConfigStore::shared() {
-  static ConfigStore store(Lenslark::supportDirectory(), appPreferences());
+  // Never destroyed: work in the background may still need it while the process ends.
+  static auto& store = *new ConfigStore(Lenslark::supportDirectory(), appPreferences());
   return store;
 }
 

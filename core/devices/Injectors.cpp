@@ -48,6 +48,10 @@ void addPlace(std::vector<fs::path>& places, const fs::path& directory, const st
 std::vector<fs::path> candidates(const std::string& name, const fs::path& executableDirectory) {
   const fs::path parent = executableDirectory.parent_path();
   std::vector<fs::path> places;
+  // Debian keeps libraries below the architecture's name when they come with the system.
+  if (std::string_view(LENSLARK_LIBRARY_DIR) != "lib") {
+    addPlace(places, parent / LENSLARK_LIBRARY_DIR / "lenslark", name);
+  }
   addPlace(places, parent / "lib" / "lenslark", name);
   addPlace(places, executableDirectory, name);
   addPlace(places, parent / "Resources", name);

@@ -74,7 +74,8 @@ bool isStored(const fs::path& file, std::uint64_t size) {
 MediaLibrary::MediaLibrary(fs::path directory) : directory_(std::move(directory)) {}
 
 MediaLibrary& MediaLibrary::shared() {
-  static MediaLibrary library(Lenslark::supportDirectory() / "Media");
+  // Never destroyed: work in the background may still need it while the process ends.
+  static auto& library = *new MediaLibrary(Lenslark::supportDirectory() / "Media");
   return library;
 }
 

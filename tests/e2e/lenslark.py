@@ -4,6 +4,7 @@ import contextlib
 import json
 import os
 import pathlib
+import shutil
 import signal
 import subprocess
 import tempfile
@@ -77,6 +78,11 @@ class Lenslark:
             "LENSLARK_SHM": str(self.feed),
             "TZ": "UTC",
         }
+
+    def move_away(self, folder):
+        """From now on runs a copy of the program without what was built beside it."""
+        folder.mkdir(parents=True)
+        self.program = shutil.copy(self.program, folder)
 
     def run(self, *arguments, prefix=(), **options):
         options = {"capture_output": True, "timeout": 60, "env": self.environment, **options}

@@ -466,6 +466,7 @@ class DevicesTest(DeviceTest):
 
 class StatusTest(DeviceTest):
     def test_nothing_is_there(self):
+        self.lenslark.move_away(self.folder / "away" / "bin")
         self.assert_prints(self.run_program("status"),
                            "iOS injector      : missing (run scripts/build-injector.sh)\n"
                            "Android injector  : missing (run scripts/build-injector.sh)\n"

@@ -278,6 +278,7 @@ class StartedEmulatorTest(EmulatorTest):
 
     def test_without_the_injector_nothing_is_started(self):
         self.injector.unlink()
+        self.lenslark.move_away(self.folder / "away" / "bin")
         self.assert_fails(self.android("launch", "Pixel_8"),
                           "LenslarkEmuInject.dylib not found. Run scripts/build-injector.sh or "
                           "install Lenslark.app.", 1)

@@ -407,12 +407,5 @@ TEST_F(EmulatorToolTest, withoutOurWebcamNothingIsStarted) {
   EXPECT_FALSE(std::filesystem::exists(sdk_ / "started"));
 }
 
-TEST_F(EmulatorToolTest, withoutTheInjectorNothingIsStarted) {
-  const ScopedVariable none("LENSLARK_EMU_INJECT_DYLIB", std::nullopt);
-  tool("touch \"$ANDROID_HOME/started\"");
-  EXPECT_THROW(AndroidEmulator::launch("Pixel", Facing::back, {}), CommandError);
-  EXPECT_FALSE(std::filesystem::exists(sdk_ / "started"));
-}
-
 }  // namespace
 }  // namespace lenslark
