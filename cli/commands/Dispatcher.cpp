@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "commands/AndroidCommand.h"
+#include "commands/AppCommand.h"
 #include "commands/DevicesCommand.h"
 #include "commands/HelpText.h"
 #include "commands/IosCommand.h"
@@ -37,6 +38,7 @@ constexpr std::array commands{
     Command{"media", MediaCommand::run},
     Command{"snapshot", SnapshotCommand::run},
     Command{"mcp", McpCommand::run},
+    Command{"app", AppCommand::run},
     Command{"sources", SourcesCommand::run},
     Command{"status", StatusCommand::run},
     Command{"--version", VersionCommand::run},

@@ -60,4 +60,8 @@ ImageCodec& imageCodec() { return *imageModule.get().images; }
 TextRenderer& textRenderer() { return *imageModule.get().text; }
 VideoCodec& videoCodec() { return *videoModule.get().films; }
 
+void* entry(const char* library, const char* symbol) {
+  return ModuleFinder::load(library, symbol, searchPath());
+}
+
 }  // namespace lenslark::Modules

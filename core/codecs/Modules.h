@@ -20,4 +20,7 @@ ImageCodec& imageCodec();
 TextRenderer& textRenderer();
 VideoCodec& videoCodec();
 
+/// The function `symbol` of a module that holds something else than codecs.
+void* entry(const char* library, const char* symbol);
+
 }  // namespace lenslark::Modules

@@ -22,6 +22,12 @@ TEST(DispatcherTest, anEmptyVerbPrintsTheHelp) { EXPECT_EQ(outputOf({""}), HelpT
 
 TEST(DispatcherTest, verbsAreCaseSensitive) { EXPECT_EQ(outputOf({"Version"}), HelpText::text()); }
 
+TEST(DispatcherTest, anUnknownWordForTheAppPrintsTheHelp) {
+  EXPECT_EQ(outputOf({"app", "restart"}), HelpText::text());
+  EXPECT_EQ(outputOf({"app", "Status"}), HelpText::text());
+  EXPECT_EQ(outputOf({"app"}), HelpText::text());
+}
+
 TEST(DispatcherTest, printsTheVersionOnALine) { EXPECT_EQ(outputOf({"version"}), "1.1.0\n"); }
 
 TEST(DispatcherTest, takesTheVersionAsAFlagToo) { EXPECT_EQ(outputOf({"--version"}), "1.1.0\n"); }
