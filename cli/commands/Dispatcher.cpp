@@ -32,18 +32,12 @@ struct Command {
 /// Verbs are exact and case-sensitive. A command that finds its second word unknown prints the
 /// help text itself.
 constexpr std::array commands{
-    Command{"serve", ServeCommand::run},
-    Command{"source", SourceCommand::run},
-    Command{"devices", DevicesCommand::run},
-    Command{"media", MediaCommand::run},
-    Command{"snapshot", SnapshotCommand::run},
-    Command{"mcp", McpCommand::run},
-    Command{"app", AppCommand::run},
-    Command{"sources", SourcesCommand::run},
-    Command{"status", StatusCommand::run},
-    Command{"--version", VersionCommand::run},
-    Command{"version", VersionCommand::run},
-    Command{"ios", IosCommand::run},
+    Command{"serve", ServeCommand::run},       Command{"source", SourceCommand::run},
+    Command{"devices", DevicesCommand::run},   Command{"media", MediaCommand::run},
+    Command{"snapshot", SnapshotCommand::run}, Command{"mcp", McpCommand::run},
+    Command{"app", AppCommand::run},           Command{"sources", SourcesCommand::run},
+    Command{"status", StatusCommand::run},     Command{"--version", VersionCommand::run},
+    Command{"version", VersionCommand::run},   Command{"ios", IosCommand::run},
     Command{"android", AndroidCommand::run},
 };
 

@@ -63,7 +63,8 @@ bool DesktopUnderWindowSource::track() {
   const std::lock_guard lock(mutex_);
   if (stream_ == nullptr || !bounds || *bounds == sourceRect_) return false;
   sourceRect_ = *bounds;
-  if (const auto target = targetFor(*bounds, displays_)) stream_->retarget(target->area, target->output);
+  if (const auto target = targetFor(*bounds, displays_))
+    stream_->retarget(target->area, target->output);
   return true;
 }
 
