@@ -91,7 +91,8 @@ TEST_F(DetachedLaunchTest, itIsFreeOfOurSignalSettings) {
   const auto before = signal(SIGHUP, SIG_IGN);
   launch("grep -E '^Sig(Blk|Ign):' /proc/self/status");
   signal(SIGHUP, before);
-  EXPECT_EQ(told(), "SigBlk:\t0000000000000000\nSigIgn:\t0000000000000000\n");
+  // The C library keeps signals 32 and 33 to itself; whoever started us may have them ignored.
+  EXPECT_THAT(told(), testing::MatchesRegex("SigBlk:\t0+\nSigIgn:\t0+[01]?[08]?0000000\n"));
 }
 
 TEST_F(DetachedLaunchTest, aMissingProgramIsAnErrorThatNamesIt) {
