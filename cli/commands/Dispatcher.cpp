@@ -10,6 +10,7 @@
 #include "commands/AndroidCommand.h"
 #include "commands/AppCommand.h"
 #include "commands/DevicesCommand.h"
+#include "commands/DoctorCommand.h"
 #include "commands/HelpText.h"
 #include "commands/IosCommand.h"
 #include "commands/McpCommand.h"
@@ -34,11 +35,11 @@ struct Command {
 constexpr std::array commands{
     Command{"serve", ServeCommand::run},       Command{"source", SourceCommand::run},
     Command{"devices", DevicesCommand::run},   Command{"media", MediaCommand::run},
-    Command{"snapshot", SnapshotCommand::run}, Command{"mcp", McpCommand::run},
-    Command{"app", AppCommand::run},           Command{"sources", SourcesCommand::run},
-    Command{"status", StatusCommand::run},     Command{"--version", VersionCommand::run},
-    Command{"version", VersionCommand::run},   Command{"ios", IosCommand::run},
-    Command{"android", AndroidCommand::run},
+    Command{"snapshot", SnapshotCommand::run}, Command{"doctor", DoctorCommand::run},
+    Command{"mcp", McpCommand::run},           Command{"app", AppCommand::run},
+    Command{"sources", SourcesCommand::run},   Command{"status", StatusCommand::run},
+    Command{"--version", VersionCommand::run}, Command{"version", VersionCommand::run},
+    Command{"ios", IosCommand::run},           Command{"android", AndroidCommand::run},
 };
 
 /// How many letters must be added, removed or replaced to make `right` of `left` (Levenshtein).

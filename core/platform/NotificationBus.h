@@ -38,6 +38,9 @@ class NotificationBus {
 
   /// The bus of the user's session.
   static NotificationBus& session();
+
+  /// **Fails** with Error when the module that speaks to that bus cannot be loaded.
+  static void load();
 };
 
 }  // namespace lenslark

@@ -17,6 +17,12 @@ constexpr milliseconds grace{100};
 constexpr milliseconds patienceOfFind{1000};
 constexpr milliseconds patienceOfPost{1000};
 
+BusModule busModule() {
+  const auto entry = reinterpret_cast<decltype(&lenslarkBusModule)>(
+      Modules::entry("lenslark-bus.so", busModuleSymbol));
+  return entry();
+}
+
 /// What the work returns; nothing when there is no bus, or none that answers. The thread that
 /// connects may hang in a bus that is stopped, so it is one that can be left behind.
 template <typename Work>
@@ -25,9 +31,7 @@ auto withBus(milliseconds patience, Work work) -> std::invoke_result_t<Work&, co
   using Answer = std::invoke_result_t<Work&, const BusModule&>;
   auto answer = bounded(patience, [work = std::move(work)]() mutable -> Answer {
     try {
-      const auto entry = reinterpret_cast<decltype(&lenslarkBusModule)>(
-          Modules::entry("lenslark-bus.so", busModuleSymbol));
-      return work(entry());
+      return work(busModule());
     } catch (const std::exception&) {
       return Answer{};
     }
@@ -54,6 +58,8 @@ class SessionBus final : public NotificationBus {
 };
 
 }  // namespace
+
+void NotificationBus::load() { busModule(); }
 
 NotificationBus& NotificationBus::session() {
   static SessionBus& bus = *new SessionBus;
