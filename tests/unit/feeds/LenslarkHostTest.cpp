@@ -76,7 +76,6 @@ TEST_F(LenslarkHostTest, tellsTheStatusOnceRightAfterStart) {
   LenslarkHost host(store, media, nullptr);
   host.onStatusChange([&] {
     EXPECT_TRUE(host.isRunning());
-    EXPECT_TRUE(host.devices().empty());
     ++told;
   });
   host.start(pattern);
