@@ -66,6 +66,7 @@ std::vector<std::uint32_t> XcbProperty::words() const {
   if (!reply_ || reply_->format != 32) return {};
   std::vector<std::uint32_t> words(
       static_cast<std::size_t>(::xcb_get_property_value_length(reply_.get())) / 4);
+  if (words.empty()) return words;
   std::memcpy(words.data(), ::xcb_get_property_value(reply_.get()), words.size() * 4);
   return words;
 }
