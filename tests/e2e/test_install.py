@@ -29,7 +29,8 @@ class InstallTest(EndToEndTest):
         self.assertEqual(found["lenslark"], root / "bin" / "lenslark")
         self.assertEqual(found["frame_file.h"], root / "include" / "lenslark" / "frame_file.h")
         self.assertEqual(found["README.md"], root / "share" / "doc" / "lenslark" / "README.md")
-        for module in ("lenslark-bus.so", "lenslark-image.so", "lenslark-video.so"):
+        for module in ("lenslark-bus.so", "lenslark-image.so", "lenslark-screen.so",
+                       "lenslark-video.so"):
             self.assertEqual(found[module].parent.name, "lenslark")
             self.assertTrue(found[module].is_relative_to(root / "lib"))
 

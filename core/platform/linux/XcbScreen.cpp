@@ -85,6 +85,4 @@ std::unique_ptr<ScreenStream> XcbScreen::captureArea(const PixelRect& area,
                         request, std::move(onFrame), std::move(onStop));
 }
 
-std::unique_ptr<Screen> makeScreen() { return std::make_unique<XcbScreen>(); }
-
 }  // namespace lenslark
