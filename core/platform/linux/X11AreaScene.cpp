@@ -1,6 +1,5 @@
 #include <algorithm>
 #include <map>
-#include <ranges>
 #include <utility>
 #include <vector>
 
@@ -160,7 +159,8 @@ class AreaScene final : public X11Scene {
   void paint(X11Picture& picture, Region& wanted) {
     std::vector<std::pair<const X11TopLevel*, Region>> translucent;
     copier_.forget();
-    for (const X11TopLevel& window : stack_.windows() | std::views::reverse) {
+    for (auto top = stack_.windows().rbegin(); top != stack_.windows().rend(); ++top) {
+      const X11TopLevel& window = *top;
       if (wanted.empty()) break;
       if (!window.mapped || window.excluded || !window.drawable) continue;
       Region visible = Region(window.shape).move(window.frame.x, window.frame.y);
@@ -174,8 +174,8 @@ class AreaScene final : public X11Scene {
       wanted.subtract(visible);
     }
     background_.paint(picture, wanted, area_);
-    for (const auto& [window, region] : translucent | std::views::reverse) {
-      paintWindow(picture, *window, region);
+    for (auto lower = translucent.rbegin(); lower != translucent.rend(); ++lower) {
+      paintWindow(picture, *lower->first, lower->second);
     }
   }
 
