@@ -128,7 +128,7 @@ const bool registered = [] {
     const bool noise = film.source == noisy;
     const std::string name = std::string("film/") + film.name;
     const auto add = [&](const std::string& beside, auto body) {
-      benchmark::RegisterBenchmark((name + "/" + beside).c_str(), body)
+      benchmark::RegisterBenchmark(std::string(name).append("/").append(beside).c_str(), body)
           ->Iterations(1)
           ->UseManualTime()
           ->Unit(benchmark::kMillisecond);
