@@ -71,7 +71,7 @@ static void findLibrary(char into[static PATH_MAX]) {
   directory[length] = '\0';
   *strrchr(directory, '/') = '\0';
   const char* const places[] = {"",
-                                "/../" LENSLARK_LIBRARY_DIRECTORY,
+                                ("/../" LENSLARK_LIBRARY_DIRECTORY),
                                 "/../lib/lenslark",
                                 "/..",
                                 "/build",

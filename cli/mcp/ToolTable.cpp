@@ -20,9 +20,9 @@ json number(double minimum, double maximum) {
 }
 
 json tool(const char* name, const char* description, json properties,
-          std::vector<std::string> required = {}) {
+          const std::vector<std::string>& required = {}) {
   json schema = {{"type", "object"}, {"properties", std::move(properties)}};
-  if (!required.empty()) schema["required"] = std::move(required);
+  if (!required.empty()) schema["required"] = required;
   return {{"name", name}, {"description", description}, {"inputSchema", std::move(schema)}};
 }
 

@@ -17,6 +17,8 @@ template <typename... Cases>
 struct Overloaded : Cases... {
   using Cases::operator()...;
 };
+template <typename... Cases>
+Overloaded(Cases...) -> Overloaded<Cases...>;
 
 void addMedia(json& description, const std::string& id, const MediaNames& names) {
   description["mediaId"] = id;
