@@ -25,7 +25,7 @@ run: build
 test: setup
 	cmake -S . -B $(BUILD) -DCMAKE_BUILD_TYPE=Release -DLENSLARK_TESTS=ON -DLENSLARK_WERROR=$(WERROR)
 	cmake --build $(BUILD) --parallel $(JOBS)
-	ctest --test-dir $(BUILD) --parallel $(JOBS) --output-on-failure $(CTEST_FLAGS)
+	ctest --test-dir $(BUILD) --parallel $(JOBS) --output-on-failure
 
 bench: setup
 	cmake --preset bench
