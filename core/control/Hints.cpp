@@ -44,7 +44,7 @@ void addDisplay(Checks& checks) {
 bool hasAnotherTmp(pid_t pid) {
   struct stat ours {};
   struct stat theirs {};
-  const std::string path = fmt::format("/proc/{}/root/tmp", pid);
+  const auto path = std::filesystem::path("/proc") / std::to_string(pid) / "root" / "tmp";
   return ::stat("/tmp", &ours) == 0 && ::stat(path.c_str(), &theirs) == 0 &&
          (ours.st_dev != theirs.st_dev || ours.st_ino != theirs.st_ino);
 }
