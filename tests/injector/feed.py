@@ -73,9 +73,13 @@ class Feed:
         self.beat()
         self.put(68, "I", slot)
 
-    def close(self):
+    def end_beat(self):
+        """As when the writer is killed."""
         self.stop.set()
         if self.thread:
             self.thread.join()
+
+    def close(self):
+        self.end_beat()
         self.put(48, "I", 0)
         self.map.close()

@@ -98,17 +98,17 @@ static Camera start(int flags, uint32_t fourcc, uint32_t width, uint32_t height)
   return camera;
 }
 
-// Prints the colour at the middle of the left and right half of each frame, for so many seconds.
-static void watch(double duration) {
+// Prints for each frame when it was made and the colours in the middle of its left and right half.
+static void watch(void) {
   Camera camera = start(0, V4L2_PIX_FMT_BGR32, 640, 480);
-  const double end = seconds() + duration;
-  while (seconds() < end) {
+  for (;;) {
     struct v4l2_buffer buffer;
     CHECK(dequeue(&camera, &buffer) == 0);
     const uint8_t* row = camera.buffers[buffer.index] + 240 * 640 * 4;
     const uint8_t* left = row + 160 * 4;
     const uint8_t* right = row + 480 * 4;
-    printf("%02x%02x%02x %02x%02x%02x\n", left[2], left[1], left[0], right[2], right[1], right[0]);
+    printf("%ld.%06ld %02x%02x%02x %02x%02x%02x\n", (long)buffer.timestamp.tv_sec,
+           (long)buffer.timestamp.tv_usec, left[2], left[1], left[0], right[2], right[1], right[0]);
     fflush(stdout);
     queue(&camera, buffer.index);
   }
@@ -424,6 +424,7 @@ int main(int count, char** arguments) {
     const char* name;
     void (*run)(void);
   } commands[] = {
+      {"watch", watch},
       {"emulator", emulator},
       {"rate", rate},
       {"waiting", waiting},
@@ -440,10 +441,6 @@ int main(int count, char** arguments) {
       {"listing", listing},
   };
   if (count > 1 && getenv("PROBE_DEVICE")) devicePath = getenv("PROBE_DEVICE");
-  if (count == 3 && strcmp(arguments[1], "watch") == 0) {
-    watch(atof(arguments[2]));
-    return 0;
-  }
   if (count >= 5 && strcmp(arguments[1], "grab") == 0) {
     grab(arguments[2], (uint32_t)atoi(arguments[3]), (uint32_t)atoi(arguments[4]), count > 5);
     return 0;

@@ -39,9 +39,9 @@ class CameraTest(unittest.TestCase):
                          str(result.stderr)[-2000:])
         return result
 
-    def watch(self, seconds=20, **more):
-        """A client that prints the colours of the frames it gets."""
-        client = Watcher([PROBE, "watch", str(seconds)], self.environment(**more))
+    def watch(self, **more):
+        """A client that prints the colours of the frames it gets, until the test ends."""
+        client = Watcher([PROBE, "watch"], self.environment(**more))
         self.addCleanup(client.end)
         return client
 
@@ -51,19 +51,25 @@ class Watcher:
         self.process = subprocess.Popen(command, env=environment, text=True,
                                         stdout=subprocess.PIPE, stderr=subprocess.PIPE)
 
-    def await_colours(self, left, right, within=6.0):
-        """Reads frames until one has these colours, give or take a rounding."""
-        end = time.monotonic() + within
-        line = ""
-        while time.monotonic() < end:
-            line = self.process.stdout.readline()
-            if not line:
-                raise AssertionError("the client ended: " + self.process.stderr.read())
-            seen = [bytes.fromhex(part) for part in line.split()]
-            wanted = [bytes(reversed(left)), bytes(reversed(right))]
-            if all(abs(a - b) <= 2 for s, w in zip(seen, wanted) for a, b in zip(s, w)):
-                return time.monotonic()
-        raise AssertionError(f"no such frame, the last was {line.strip()}")
+    def frame(self):
+        """The next frame: when it was made, and the colours of its left and right half."""
+        line = self.process.stdout.readline()
+        if not line:
+            raise AssertionError("the client ended: " + self.process.stderr.read())
+        time_made, *colours = line.split()
+        return float(time_made), *(tuple(reversed(bytes.fromhex(c))) for c in colours)
+
+    def await_colours(self, left, right, within=30.0):
+        """Passes over frames until one that is made from now on has these colours, give or take a
+        rounding. Returns when it was made."""
+        begin = time.monotonic()
+        made, seen = begin, None
+        while made < begin + within:
+            made, *seen = self.frame()
+            if made >= begin and all(abs(a - b) <= 2 for s, w in zip(seen, (left, right))
+                                     for a, b in zip(s, w)):
+                return made
+        raise AssertionError(f"no such frame, the last was {seen}")
 
     def end(self):
         self.process.kill()

@@ -20,7 +20,7 @@ class RunTest(CameraTest):
         feed = Feed(self.feed_path)
         self.addCleanup(feed.close)
         feed.write(640, 480, solid(640, 480, GREEN))
-        client = Watcher([RUN, "--feed", self.feed_path, "--", PROBE, "watch", "10"],
+        client = Watcher([RUN, "--feed", self.feed_path, "--", PROBE, "watch"],
                          dict(os.environ))
         self.addCleanup(client.end)
         client.await_colours(GREEN, GREEN)
