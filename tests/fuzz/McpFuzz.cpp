@@ -1,0 +1,100 @@
+// Any bytes as what an agent sends: every line is answered by at most one line, which is a response
+// to it, and the server goes on.
+#include <fcntl.h>
+#include <sys/mman.h>
+
+#include <cstdint>
+#include <cstdlib>
+#include <nlohmann/json.hpp>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "base/FileDescriptor.h"
+#include "base/Text.h"
+#include "mcp/MCPServer.h"
+#include "support/Devices.h"
+#include "support/TemporaryDirectory.h"
+
+namespace {
+
+using namespace lenslark;
+using nlohmann::json;
+
+constexpr std::string_view probe = R"({"id":"still there","method":"ping"})";
+constexpr std::string_view probeAnswer = R"({"id":"still there","jsonrpc":"2.0","result":{}})";
+
+/// Two devices, and a support directory of their own.
+struct Machine {
+  TemporaryDirectory folder;
+  ConfigStore store{folder.path()};
+  MediaLibrary media{folder / "Media"};
+  std::vector<ConnectedDevice> devices{simulator("U1", "iPhone 15"), emulator("Pixel_8", 42)};
+  MCPServer server{CameraControl(store, media, [this] { return devices; })};
+
+  /// What one input has set is not there for the next.
+  void forgetSettings() { std::filesystem::remove(folder / "config.json"); }
+};
+
+FileDescriptor asInput(const std::string& bytes) {
+  FileDescriptor file(::memfd_create("fuzz-mcp", MFD_CLOEXEC));
+  writeAll(file, std::as_bytes(std::span(bytes)), "input");
+  if (::lseek(file.get(), 0, SEEK_SET) != 0) std::abort();
+  return file;
+}
+
+bool isResponse(const json& answer) {
+  return answer.is_object() && answer.size() == 3 && answer.value("jsonrpc", "") == "2.0" &&
+         answer.contains("id") && answer.contains("result") != answer.contains("error");
+}
+
+/// The lines that are answered, told by a second reading of them.
+std::vector<json> expectedIds(const std::string& input) {
+  std::vector<json> ids;
+  for (const std::string_view line : Text::split(input, '\n')) {
+    if (Text::trim(line).empty()) continue;
+    // The server reads no deeper than 64 levels and not what is no UTF-8: then the id is null.
+    const json message = json::parse(line, nullptr, false);
+    if (!message.is_object()) {
+      ids.emplace_back(nullptr);
+    } else if (message.contains("id") &&
+               (message.contains("method") ||
+                !(message.contains("result") || message.contains("error")))) {
+      ids.push_back(message.at("id"));
+    }
+  }
+  return ids;
+}
+
+void check(const std::vector<std::string>& answers, const std::vector<json>& ids) {
+  if (answers.size() != ids.size()) std::abort();
+  for (std::size_t index = 0; index < ids.size(); ++index) {
+    if (answers[index].find('\n') != std::string::npos) std::abort();
+    const json answer = json::parse(answers[index]);
+    if (!isResponse(answer)) std::abort();
+    const bool refused = answer.contains("error") && answer["error"]["code"] == -32700;
+    if (refused ? !answer.at("id").is_null() : answer.at("id") != ids[index]) std::abort();
+  }
+}
+
+}  // namespace
+
+/// Thousands of files a second are for memory, not for a disk.
+extern "C" int LLVMFuzzerInitialize(int*, char***) { return ::setenv("TMPDIR", "/dev/shm", 1); }
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  static Machine machine;
+  machine.forgetSettings();
+  std::string input(reinterpret_cast<const char*>(data), size);
+  input += '\n';
+  input += probe;
+  std::vector<std::string> answers;
+  JsonRpc::LineReader lines(asInput(input));
+  machine.server.run(lines, [&](std::string_view answer) {
+    answers.emplace_back(answer);
+    return true;
+  });
+  if (answers.empty() || answers.back() != probeAnswer) std::abort();
+  check(answers, expectedIds(input));
+  return 0;
+}
