@@ -1,12 +1,30 @@
 #!/bin/bash
 # Installs the Debian packages that lenslark is built, run and tested with, those alone that are
-# missing. Quick and silent when nothing is.
+# missing, and, where Node.js and npm are there, the client that one test talks to the server for
+# agents with. Quick and silent when nothing is missing.
 set -euo pipefail
 
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 list=$root/packaging/debian-packages.txt
+client=$root/tests/mcp-client
 
 say() { echo "setup: $*" >&2; }
+
+# Nothing is built or run with it: where it cannot be had, its test says so and is skipped.
+install_client() {
+  local installed=$client/node_modules/.installed
+  cmp -s "$client/package-lock.json" "$installed" && return
+  command -v node >/dev/null && command -v npm >/dev/null || return 0
+  say "installing the test client of the server for agents"
+  if (cd "$client" && timeout 300 npm ci --ignore-scripts --no-audit --no-fund --loglevel=error \
+    --fetch-retries=1 --fetch-retry-mintimeout=1000 >/dev/null); then
+    cp "$client/package-lock.json" "$installed"
+  else
+    rm -rf "$client/node_modules"
+    say "npm could not install it, see above. Its tests will be skipped."
+  fi
+}
+install_client
 
 if ! command -v dpkg-query >/dev/null || ! command -v apt-get >/dev/null; then
   say "this is no Debian system: install what $list names by other means."
