@@ -63,7 +63,7 @@ std::optional<FeedFile> open(const std::string& path) {
   return feed;
 }
 
-/// Where the latest frame lies and the counter that tells whether it is being written.
+/// Where a frame lies and the counter that tells whether it is being written.
 struct FrameLocation {
   std::uint64_t counter = 0;
   std::uint32_t width = 0;
@@ -75,18 +75,18 @@ struct FrameLocation {
 };
 
 /// Nothing when the pixels' place is beyond all numbers.
-std::optional<FrameLocation> locate(const FeedFile& feed) noexcept {
+std::optional<FrameLocation> locate(const FeedFile& feed, std::uint32_t slotNumber) noexcept {
   const LLFrameHeader& head = feed.header;
   if (!feed.hasSlots()) {
     return FrameLocation{head.sequence, head.width, head.height, head.bytesPerRow,
                          LL_FRAME_DATA_OFFSET};
   }
-  const LLFrameSlot& slot = feed.frontSlot();
+  const LLFrameSlot& slot = head.slots[slotNumber];
   if (head.slotCapacity > std::numeric_limits<std::uint64_t>::max() - LL_FRAME_DATA_OFFSET) {
     return std::nullopt;
   }
   return FrameLocation{slot.seq, slot.width, slot.height, slot.bytesPerRow,
-                       LL_FRAME_DATA_OFFSET + feed.front() * head.slotCapacity};
+                       LL_FRAME_DATA_OFFSET + slotNumber * head.slotCapacity};
 }
 
 /// Whether there can be such a frame in a file of `fileSize` bytes.
@@ -113,17 +113,20 @@ std::shared_ptr<PixelBuffer> latestFrame(FeedFile& feed) {
       std::this_thread::sleep_for(pauseBetweenAttempts);
       if (!feed.readHeader()) return nullptr;
     }
-    const std::optional<FrameLocation> frame = locate(feed);
+    const std::uint32_t front = feed.front();
+    const std::optional<FrameLocation> frame = locate(feed, front);
     if (!frame) return nullptr;
     if (frame->counter % 2 != 0) continue;
+    // A frame that is whole but not in front yet may be followed by the one before it: the front is
+    // looked at again behind the counter.
+    if (!feed.readHeader()) return nullptr;
+    if (feed.front() != front || locate(feed, front) != frame) continue;
     std::shared_ptr<PixelBuffer> pixels;
     if (isPossible(*frame, feed.size)) pixels = copyPixels(feed, *frame);
-    // Whole, and of one frame, only if its counter stands where it stood.
-    const std::uint32_t front = feed.front();
+    // Whole, and of one frame, only if its counter stands where it stood. So must its description,
+    // which the first look may have caught a moment before or after the counter.
     if (!feed.readHeader()) return nullptr;
-    const std::uint64_t counter =
-        feed.hasSlots() ? feed.header.slots[front].seq : feed.header.sequence;
-    if (counter == frame->counter) return pixels;
+    if (locate(feed, front) == frame) return pixels;
   }
   return nullptr;
 }
