@@ -5,6 +5,7 @@
 #include <stdio.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/timerfd.h>
 #include <unistd.h>
 
@@ -12,7 +13,7 @@
 #include "Real.h"
 #include "Stream.h"
 
-enum { maxDescriptors = 65536, maxHandles = 256, maxNumber = 63 };
+enum { maxDescriptors = 65536, maxHandles = 256, maxNumber = 63, firstMark = 62 };
 
 static Device devices[deviceCount];
 static Handle handles[maxHandles];
@@ -29,6 +30,14 @@ void deviceConfigure(void) {
     devices[i].format = formatDefault();
     devices[i].interval = formatInterval((struct v4l2_fract){0, 0});
     pthread_mutex_init(&devices[i].lock, NULL);
+  }
+}
+
+void deviceAdoptRedirected(void) {
+  // As many as a shell redirects: `program < /dev/video0`.
+  for (int descriptor = 0; descriptor < 10; ++descriptor) {
+    Handle* handle = handleAdopt(descriptor);
+    if (handle) handleUnpin(handle);
   }
 }
 
@@ -118,6 +127,28 @@ static void give(int descriptor, Handle* handle) {
   }
 }
 
+// The mark is the signal of asynchronous notice, which a timer never gives.
+static int markOf(const Device* device) { return firstMark + device->index; }
+
+static bool isMarked(int descriptor, const Device* device) {
+  const int saved = errno;
+  const bool marked = syscall(SYS_fcntl, descriptor, F_GETSIG) == markOf(device);
+  errno = saved;
+  return marked;
+}
+
+// Makes a timer the descriptor of a camera.
+static bool enlist(int descriptor, Device* device) {
+  handleClosed(descriptor);
+  if (descriptor >= maxDescriptors) return false;
+  Handle* handle = takeHandle(device);
+  if (!handle && handlesSweep()) handle = takeHandle(device);
+  if (!handle) return false;
+  give(descriptor, handle);
+  streamOpened(handle, descriptor);
+  return true;
+}
+
 int handleOpen(Device* device, int flags) {
   if (!claimMemory() || !handlesAreOurs()) {
     errno = ENOMEM;
@@ -127,21 +158,43 @@ int handleOpen(Device* device, int flags) {
       timerfd_create(CLOCK_MONOTONIC, ((flags & O_NONBLOCK) ? TFD_NONBLOCK : 0) |
                                           ((flags & O_CLOEXEC) ? TFD_CLOEXEC : 0));
   if (descriptor < 0) return -1;
-  handleClosed(descriptor);
-  Handle* handle = descriptor < maxDescriptors ? takeHandle(device) : NULL;
-  if (!handle) {
-    realClose(descriptor);
-    errno = EMFILE;
-    return -1;
+  if (syscall(SYS_fcntl, descriptor, F_SETSIG, markOf(device)) == 0 && enlist(descriptor, device)) {
+    return descriptor;
   }
-  give(descriptor, handle);
-  streamOpened(handle, descriptor);
-  return descriptor;
+  realClose(descriptor);
+  errno = EMFILE;
+  return -1;
+}
+
+Handle* handleAdopt(int descriptor) {
+  const int saved = errno;
+  const long mark = syscall(SYS_fcntl, descriptor, F_GETSIG);
+  struct itimerspec ignored;
+  const bool known = mark >= firstMark && mark < firstMark + deviceCount &&
+                     timerfd_gettime(descriptor, &ignored) == 0 && claimMemory() &&
+                     handlesAreOurs() && enlist(descriptor, &devices[mark - firstMark]);
+  errno = saved;
+  return known ? handlePin(descriptor) : NULL;
 }
 
 bool handleIs(int descriptor) {
-  return descriptor >= 0 && descriptor < maxDescriptors &&
-         atomic_load_explicit(&handleOf[descriptor], memory_order_relaxed) != 0 && handlesAreOurs();
+  if (descriptor < 0 || descriptor >= maxDescriptors) return false;
+  uint16_t place = atomic_load_explicit(&handleOf[descriptor], memory_order_relaxed);
+  if (place == 0 || !handlesAreOurs()) return false;
+  Handle* handle = &handles[place - 1];
+  if (isMarked(descriptor, handle->device)) return true;
+  // Closed by a raw system call; the number may be a socket by now.
+  if (atomic_compare_exchange_strong(&handleOf[descriptor], &place, 0)) handleUnpin(handle);
+  return false;
+}
+
+bool handlesSweep(void) {
+  bool found = false;
+  const unsigned used = atomic_load(&usedDescriptors);
+  for (unsigned descriptor = 0; descriptor < used; ++descriptor) {
+    found |= atomic_load(&handleOf[descriptor]) != 0 && !handleIs((int)descriptor);
+  }
+  return found;
 }
 
 Handle* handlePin(int descriptor) {

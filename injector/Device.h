@@ -4,6 +4,10 @@
 // gives it a second descriptor. The descriptor itself is a timer that the kernel makes readable
 // when a frame is due, so poll(), select(), epoll and O_NONBLOCK need no help.
 //
+// A descriptor carries a mark that the kernel keeps with the open file. By it a camera is told from
+// what took over its number after a close that went around this library, and known again after
+// exec() and in a process that was handed the descriptor.
+//
 // Threads: any. Each Device has one lock, over its bookkeeping only: no pixel moves under it. A
 // handle in use is pinned, so that closing it elsewhere frees it when the call is over.
 // After fork() the child has its own copy of everything but the timer and the buffers' memory;
@@ -82,6 +86,9 @@ typedef struct Handle {
 /// Prepares both cameras. Called by the constructor.
 void deviceConfigure(void);
 
+/// Recognises the cameras that the program was started with. Called by the constructor.
+void deviceAdoptRedirected(void);
+
 /// The camera with this /dev/videoN number, NULL if it is none of ours.
 Device* deviceWithNumber(long number);
 
@@ -100,6 +107,9 @@ void handleUnpin(Handle* handle);
 /// True if the descriptor is a camera. Costs one load for any other.
 bool handleIs(int descriptor);
 
+/// As handlePin(), for a descriptor that was opened before this program began or by another.
+Handle* handleAdopt(int descriptor);
+
 /// Notes that `copy` refers to the same open file as `descriptor`, if that is a camera.
 void handleCopied(int descriptor, int copy);
 
@@ -108,6 +118,9 @@ void handleClosed(int descriptor);
 
 /// Notes that all descriptors in a range were closed.
 void handleRangeClosed(unsigned first, unsigned last);
+
+/// Finds the descriptors that were closed without notice. True if there was one.
+bool handlesSweep(void);
 
 /// False between vfork() and exec(), when this memory is the parent's and must stay as it is.
 bool handlesAreOurs(void);

@@ -14,7 +14,7 @@
 #include "Places.h"
 #include "Real.h"
 
-enum { maxListings = 64 };
+enum { maxListings = 64, firstPosition = 0x4c4c0000 };
 
 // A stream that we add to. As with any directory stream, one thread uses it at a time.
 typedef struct Listing {
@@ -121,8 +121,8 @@ LENSLARK_EXPORT DIR* fdopendir(int descriptor) {
 
 static struct dirent* makeEntry(Listing* listing, const char* name, unsigned char type) {
   memset(&listing->entry, 0, sizeof(listing->entry));
-  listing->entry.d_ino = (ino_t)(0x4c4c0000 + listing->next);
-  listing->entry.d_off = 0x4c4c0000 + listing->next;
+  listing->entry.d_ino = (ino_t)(firstPosition + listing->next);
+  listing->entry.d_off = firstPosition + listing->next + 1;
   listing->entry.d_reclen = sizeof(listing->entry);
   listing->entry.d_type = type;
   strncpy(listing->entry.d_name, name, sizeof(listing->entry.d_name) - 1);
@@ -148,6 +148,28 @@ LENSLARK_EXPORT struct dirent64* readdir64(DIR* stream) {
   return (struct dirent64*)readdir(stream);
 }
 
+static int readInto(DIR* stream, struct dirent* into, struct dirent** result) {
+  if (!real.readdirR) realResolve();
+  Listing* listing = find(stream);
+  if (!listing) return real.readdirR(stream, into, result);
+  const struct dirent* entry = readdir(stream);
+  if (entry) {
+    memcpy(into, entry, entry->d_reclen < sizeof(*into) ? entry->d_reclen : sizeof(*into));
+  }
+  *result = entry ? into : NULL;
+  return 0;
+}
+
+LENSLARK_EXPORT int readdir_r(DIR* restrict stream, struct dirent* restrict into,
+                              struct dirent** restrict result) {
+  return readInto(stream, into, result);
+}
+
+LENSLARK_EXPORT int readdir64_r(DIR* restrict stream, struct dirent64* restrict into,
+                                struct dirent64** restrict result) {
+  return readInto(stream, (struct dirent*)into, (struct dirent**)result);
+}
+
 LENSLARK_EXPORT int closedir(DIR* stream) {
   if (!real.closedir) realResolve();
   forget(stream);
@@ -159,6 +181,20 @@ LENSLARK_EXPORT void rewinddir(DIR* stream) {
   Listing* listing = find(stream);
   if (listing) listing->next = 0;
   real.rewinddir(stream);
+}
+
+LENSLARK_EXPORT long telldir(DIR* stream) {
+  if (!real.telldir) realResolve();
+  const Listing* listing = find(stream);
+  return listing && listing->next > 0 ? firstPosition + listing->next : real.telldir(stream);
+}
+
+LENSLARK_EXPORT void seekdir(DIR* stream, long position) {
+  if (!real.seekdir) realResolve();
+  Listing* listing = find(stream);
+  const bool ours = listing && position > firstPosition && position <= firstPosition + deviceCount;
+  if (listing) listing->next = ours ? (int)(position - firstPosition) : 0;
+  if (!ours) real.seekdir(stream, position);
 }
 
 typedef int (*Filter)(const struct dirent*);
@@ -187,21 +223,41 @@ static int collect(DIR* stream, struct dirent*** into, Filter filter) {
   return count;
 }
 
-LENSLARK_EXPORT int scandir(const char* restrict path, struct dirent*** restrict into,
-                            Filter filter, Order order) {
-  if (!real.scandir) realResolve();
-  DIR* stream = opendir(path);
-  if (!stream) return -1;
-  if (!find(stream)) {
-    closedir(stream);
-    return real.scandir(path, into, filter, order);
-  }
+// Lists `stream` and closes it.
+static int collectAll(DIR* stream, struct dirent*** into, Filter filter, Order order) {
   const int count = collect(stream, into, filter);
   closedir(stream);
   if (count > 1 && order) {
     qsort(*into, (size_t)count, sizeof(**into), (int (*)(const void*, const void*))order);
   }
   return count;
+}
+
+LENSLARK_EXPORT int scandir(const char* restrict path, struct dirent*** restrict into,
+                            Filter filter, Order order) {
+  if (!real.scandir) realResolve();
+  DIR* stream = mayBeOurs(path) ? opendir(path) : NULL;
+  if (find(stream)) return collectAll(stream, into, filter, order);
+  if (stream) closedir(stream);
+  return real.scandir(path, into, filter, order);
+}
+
+LENSLARK_EXPORT int scandirat(int directory, const char* restrict path,
+                              struct dirent*** restrict into, Filter filter, Order order) {
+  if (!real.scandirat) realResolve();
+  if (path[0] == '/' || directory == AT_FDCWD) return scandir(path, into, filter, order);
+  const int descriptor = openat(directory, path, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  DIR* stream = descriptor < 0 ? NULL : fdopendir(descriptor);
+  if (find(stream)) return collectAll(stream, into, filter, order);
+  if (stream) closedir(stream);
+  return real.scandirat(directory, path, into, filter, order);
+}
+
+LENSLARK_EXPORT int scandirat64(int directory, const char* restrict path,
+                                struct dirent64*** restrict into,
+                                int (*filter)(const struct dirent64*),
+                                int (*order)(const struct dirent64**, const struct dirent64**)) {
+  return scandirat(directory, path, (struct dirent***)into, (Filter)filter, (Order)order);
 }
 
 LENSLARK_EXPORT int scandir64(const char* restrict path, struct dirent64*** restrict into,

@@ -76,6 +76,14 @@ LENSLARK_EXPORT int openat64(int directory, const char* path, int flags, ...) {
   return openAnywhere(directory, path, flags | O_LARGEFILE, mode);
 }
 
+LENSLARK_EXPORT int creat(const char* path, mode_t mode) {
+  return openAnywhere(AT_FDCWD, path, O_CREAT | O_WRONLY | O_TRUNC, mode);
+}
+
+LENSLARK_EXPORT int creat64(const char* path, mode_t mode) {
+  return openAnywhere(AT_FDCWD, path, O_CREAT | O_WRONLY | O_TRUNC | O_LARGEFILE, mode);
+}
+
 // The twins that fortified programs call, for flags that need no mode.
 LENSLARK_EXPORT int __open_2(const char* path, int flags);
 LENSLARK_EXPORT int __open_2(const char* path, int flags) {
@@ -120,6 +128,30 @@ LENSLARK_EXPORT FILE* fopen(const char* restrict path, const char* restrict mode
 
 LENSLARK_EXPORT FILE* fopen64(const char* restrict path, const char* restrict mode) {
   return fopen(path, mode);
+}
+
+LENSLARK_EXPORT FILE* freopen(const char* restrict path, const char* restrict mode,
+                              FILE* restrict stream) {
+  if (!real.freopen) realResolve();
+  if (!path || !realReady()) return real.freopen(path, mode, stream);
+  // Asked before: the C library closes the stream even if nothing is there.
+  const int saved = errno;
+  const bool missing = realFaccessat(AT_FDCWD, path, F_OK, 0) != 0 && errno == ENOENT;
+  const Place place = missing ? placeFind(AT_FDCWD, path) : (Place){.kind = placeNone};
+  errno = saved;
+  const int descriptor =
+      place.kind == placeFile && mode[0] == 'r' ? placeOpen(&place, O_RDONLY | O_CLOEXEC) : -1;
+  if (descriptor < 0) return real.freopen(path, mode, stream);
+  char link[64];
+  snprintf(link, sizeof(link), "/proc/self/fd/%d", descriptor);
+  FILE* reopened = real.freopen(link, mode, stream);
+  realClose(descriptor);
+  return reopened;
+}
+
+LENSLARK_EXPORT FILE* freopen64(const char* restrict path, const char* restrict mode,
+                                FILE* restrict stream) {
+  return freopen(path, mode, stream);
 }
 
 LENSLARK_EXPORT int close(int descriptor) {
@@ -174,6 +206,8 @@ LENSLARK_EXPORT int dup3(int descriptor, int copy, int flags) {
 
 static int control(int descriptor, int command, void* argument) {
   if (!real.fcntl) realResolve();
+  // A camera gives no notice by signal, and its mark stays.
+  if ((command == F_SETSIG || command == F_GETSIG) && handleIs(descriptor)) return 0;
   const int outcome = real.fcntl(descriptor, command, argument);
   if (outcome >= 0 && (command == F_DUPFD || command == F_DUPFD_CLOEXEC)) {
     handleCopied(descriptor, outcome);
@@ -203,7 +237,12 @@ LENSLARK_EXPORT int ioctl(int descriptor, unsigned long request, ...) {
   void* argument = va_arg(arguments, void*);
   va_end(arguments);
   Handle* handle = handlePin(descriptor);
-  if (!handle) return realIoctl(descriptor, request, argument);
+  if (!handle) {
+    const int outcome = realIoctl(descriptor, request, argument);
+    const bool unknown = outcome < 0 && errno == ENOTTY && _IOC_TYPE(request) == 'V';
+    handle = unknown && realReady() ? handleAdopt(descriptor) : NULL;
+    if (!handle) return outcome;
+  }
   const int outcome = cameraIoctl(handle, descriptor, request, argument);
   handleUnpin(handle);
   return outcome;

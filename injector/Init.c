@@ -10,4 +10,5 @@ __attribute__((constructor)) static void start(void) {
   feedConfigure();
   deviceConfigure();
   realResolve();
+  deviceAdoptRedirected();
 }

@@ -193,7 +193,9 @@ int cameraIoctl(Handle* handle, int descriptor, unsigned long request, void* arg
   if (comesIn && !copyFromUser(&copy, argument, size)) return -1;
   const int saved = errno;
   const Call call = {handle, handle->device, descriptor};
-  const int error = answer(&call, number, &copy);
+  int error = answer(&call, number, &copy);
+  // Whoever has the camera may have closed it without our notice.
+  if (error == EBUSY && handlesSweep()) error = answer(&call, number, &copy);
   if (error) {
     errno = error;
     return -1;

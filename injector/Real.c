@@ -45,7 +45,12 @@ void realResolve(void) {
   RESOLVE(rewinddir, "rewinddir");
   RESOLVE(scandir, "scandir");
   RESOLVE(glob, "glob");
+  RESOLVE(readdirR, "readdir_r");
+  RESOLVE(telldir, "telldir");
+  RESOLVE(seekdir, "seekdir");
+  RESOLVE(scandirat, "scandirat");
   RESOLVE(fopen, "fopen");
+  RESOLVE(freopen, "freopen");
   atomic_store_explicit(&ready, true, memory_order_release);
 }
 

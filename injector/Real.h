@@ -42,7 +42,13 @@ typedef struct RealCalls {
   int (*scandir)(const char*, struct dirent***, int (*)(const struct dirent*),
                  int (*)(const struct dirent**, const struct dirent**));
   int (*glob)(const char*, int, int (*)(const char*, int), glob_t*);
+  int (*readdirR)(DIR*, struct dirent*, struct dirent**);
+  long (*telldir)(DIR*);
+  void (*seekdir)(DIR*, long);
+  int (*scandirat)(int, const char*, struct dirent***, int (*)(const struct dirent*),
+                   int (*)(const struct dirent**, const struct dirent**));
   FILE* (*fopen)(const char*, const char*);
+  FILE* (*freopen)(const char*, const char*, FILE*);
 } RealCalls;
 
 extern RealCalls real;

@@ -13,6 +13,7 @@
 #include "Export.h"
 #include "Places.h"
 #include "Real.h"
+#include "UserMemory.h"
 
 // On 64-bit machines both structures are one; the older names still exist.
 _Static_assert(sizeof(struct stat) == sizeof(struct stat64), "stat64 is stat");
@@ -174,8 +175,7 @@ static ssize_t linkTarget(int directory, const char* path, char* into, size_t si
   placeRealName(&place, name);
   const size_t whole = strlen(name);
   const size_t part = whole < size ? whole : size;
-  memcpy(into, name, part);
-  return (ssize_t)part;
+  return copyToUser(into, name, part) ? (ssize_t)part : -1;
 }
 
 LENSLARK_EXPORT ssize_t readlink(const char* restrict path, char* restrict into, size_t size) {
@@ -184,6 +184,20 @@ LENSLARK_EXPORT ssize_t readlink(const char* restrict path, char* restrict into,
 
 LENSLARK_EXPORT ssize_t readlinkat(int directory, const char* restrict path, char* restrict into,
                                    size_t size) {
+  return linkTarget(directory, path, into, size);
+}
+
+LENSLARK_EXPORT ssize_t __readlink_chk(const char* path, char* into, size_t size, size_t room);
+LENSLARK_EXPORT ssize_t __readlink_chk(const char* path, char* into, size_t size, size_t room) {
+  if (size > room) __builtin_trap();
+  return linkTarget(AT_FDCWD, path, into, size);
+}
+
+LENSLARK_EXPORT ssize_t __readlinkat_chk(int directory, const char* path, char* into, size_t size,
+                                         size_t room);
+LENSLARK_EXPORT ssize_t __readlinkat_chk(int directory, const char* path, char* into, size_t size,
+                                         size_t room) {
+  if (size > room) __builtin_trap();
   return linkTarget(directory, path, into, size);
 }
 

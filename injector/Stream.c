@@ -265,15 +265,18 @@ static int awaitFrame(Device* device, int descriptor) {
   }
 }
 
-// Paints into `out` with the lock released. Called and left with the lock held.
-static void paintUnlocked(Device* device, uint8_t* out) {
+// Paints into `out` with the lock released, and copies that to `copy` unless it is NULL. False if
+// that is no memory of the application's. Called and left with the lock held.
+static bool paintUnlocked(Device* device, uint8_t* out, void* copy) {
   const PictureFormat format = device->format;
   const uint8_t* last = device->last;
   atomic_store(&device->painting, true);
   pthread_mutex_unlock(&device->lock);
   paint(&device->painter, device->camera, &format, out, last);
+  const bool copied = !copy || copyToUser(copy, out, pictureSize(&format));
   pthread_mutex_lock(&device->lock);
   atomic_store(&device->painting, false);
+  return copied;
 }
 
 // Where the next picture goes that the application's memory gets as a copy.
@@ -310,7 +313,8 @@ int streamDequeue(Handle* handle, int descriptor, struct v4l2_buffer* request) {
   const uint32_t generation = device->generation;
   const uint64_t now = feedClock();
   uint8_t* out = buffer->memory ? buffer->memory : otherScratch(device);
-  paintUnlocked(device, out);
+  void* copy = buffer->memory ? NULL : (void*)(uintptr_t)buffer->address;
+  const bool whole = paintUnlocked(device, out, copy);
   if (generation != device->generation) {
     pthread_mutex_unlock(&device->lock);
     return EINVAL;
@@ -320,14 +324,22 @@ int streamDequeue(Handle* handle, int descriptor, struct v4l2_buffer* request) {
   buffer->timestamp = timeval(now);
   buffer->sequence = advance(device, now);
   device->last = out;
-  const uint64_t address = buffer->memory ? 0 : buffer->address;
   buffersDescribe(device, index, request);
+  if (!whole) request->flags |= V4L2_BUF_FLAG_ERROR;
   arm(device, descriptor);
-  if (address && !copyToUser((void*)(uintptr_t)address, out, buffer->bytesUsed)) {
-    request->flags |= V4L2_BUF_FLAG_ERROR;
-  }
   pthread_mutex_unlock(&device->lock);
   return 0;
+}
+
+// Copies bytes of the current picture with the lock released. Called and left with the lock held.
+static bool handOut(Device* device, void* into, size_t size) {
+  const uint8_t* from = device->last + device->readOffset;
+  atomic_store(&device->painting, true);
+  pthread_mutex_unlock(&device->lock);
+  const bool copied = copyToUser(into, from, size);
+  pthread_mutex_lock(&device->lock);
+  atomic_store(&device->painting, false);
+  return copied;
 }
 
 // Makes the handle the device's reader. Called with the lock held.
@@ -352,6 +364,7 @@ ssize_t streamRead(Handle* handle, int descriptor, void* into, size_t size) {
   Device* device = handle->device;
   if (size == 0) return 0;
   pthread_mutex_lock(&device->lock);
+  awaitPainter(device);  // Another thread that reads.
   const bool starts = !device->reading;
   int error = startReading(device, handle, size);
   if (!error && starts) arm(device, descriptor);
@@ -361,7 +374,7 @@ ssize_t streamRead(Handle* handle, int descriptor, void* into, size_t size) {
     if (!error) {
       const uint64_t now = feedClock();
       uint8_t* out = otherScratch(device);
-      paintUnlocked(device, out);
+      paintUnlocked(device, out, NULL);
       device->last = out;
       advance(device, now);
     }
@@ -373,7 +386,7 @@ ssize_t streamRead(Handle* handle, int descriptor, void* into, size_t size) {
   }
   const size_t rest = whole - device->readOffset;
   const size_t part = size < rest ? size : rest;
-  const bool copied = copyToUser(into, device->last + device->readOffset, part);
+  const bool copied = handOut(device, into, part);
   if (copied) device->readOffset = part == rest ? 0 : device->readOffset + part;
   if (!copied || device->readOffset == 0) {
     device->readOffset = 0;

@@ -10,6 +10,7 @@ BUILD = os.environ["LENSLARK_BUILD_DIR"]
 LIBRARY = os.path.join(BUILD, "LenslarkEmuInject.so")
 RUN = os.path.join(BUILD, "lenslark-run")
 PROBE = os.path.join(BUILD, "tests", "injector-probe")
+CALLS = os.path.join(BUILD, "tests", "injector-calls")
 RED, GREEN, BLUE = (0, 0, 255), (0, 255, 0), (255, 0, 0)
 
 

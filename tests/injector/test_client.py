@@ -3,7 +3,7 @@ import subprocess
 import unittest
 
 from feed import Feed, halves, solid
-from support import BLUE, CameraTest, PROBE, RED
+from support import BLUE, CALLS, CameraTest, PROBE, RED
 
 
 class ClientTest(CameraTest):
@@ -61,24 +61,38 @@ class ClientTest(CameraTest):
             self.assertLessEqual(worst, 2, fourcc)
 
 
-def add(command, name):
+def add(program, command, name):
     def test(self):
-        self.check(PROBE, command)
+        self.check(program, command)
     setattr(ClientTest, "test_" + name, test)
 
 
-add("waiting", "poll_and_epoll_tell_when_a_frame_is_due")
-add("interrupted", "a_signal_interrupts_the_wait")
-add("stopped", "streamoff_wakes_the_waiters")
-add("reading", "read_hands_out_pictures_in_pieces")
-add("badPointers", "bad_pointers_are_answered_not_followed")
-add("copies", "copies_of_the_descriptor_are_the_camera_too")
-add("manyOpens", "ten_thousand_opens_leave_nothing_behind")
-add("storm", "forks_and_spawns_leave_the_stream_alone")
-add("child", "a_child_has_its_own_cameras")
-add("threads", "threads_open_and_close_at_once")
-add("userPointers", "user_pointers_are_filled_and_checked")
-add("listing", "the_cameras_are_listed_where_programs_look")
+add(PROBE, "waiting", "poll_and_epoll_tell_when_a_frame_is_due")
+add(PROBE, "interrupted", "a_signal_interrupts_the_wait")
+add(PROBE, "stopped", "streamoff_wakes_the_waiters")
+add(PROBE, "reading", "read_hands_out_pictures_in_pieces")
+add(PROBE, "badPointers", "bad_pointers_are_answered_not_followed")
+add(PROBE, "copies", "copies_of_the_descriptor_are_the_camera_too")
+add(PROBE, "manyOpens", "ten_thousand_opens_leave_nothing_behind")
+add(PROBE, "storm", "forks_and_spawns_leave_the_stream_alone")
+add(PROBE, "child", "a_child_has_its_own_cameras")
+add(PROBE, "threads", "threads_open_and_close_at_once")
+add(PROBE, "userPointers", "user_pointers_are_filled_and_checked")
+add(CALLS, "opening", "every_way_of_opening_opens_the_camera")
+add(CALLS, "status", "every_way_of_asking_tells_a_character_device")
+add(CALLS, "rights", "every_way_of_asking_for_access_is_answered")
+add(CALLS, "links", "links_and_real_names_are_told")
+add(CALLS, "listing", "the_cameras_are_listed_where_programs_look")
+add(CALLS, "files", "the_files_about_the_cameras_are_read")
+add(CALLS, "buffers", "buffers_are_one_owners")
+add(CALLS, "formatIsShared", "settings_are_shared_by_all_that_have_the_camera_open")
+add(CALLS, "priorities", "a_higher_priority_keeps_others_out")
+add(CALLS, "polling", "every_way_of_waiting_waits_for_a_frame")
+add(CALLS, "closedBehindItsBack", "a_number_that_was_closed_unseen_is_no_camera_any_more")
+add(CALLS, "inheritedByFork", "a_child_streams_on_when_its_parent_has_gone")
+add(CALLS, "execing", "a_camera_that_is_standard_input_survives_exec")
+add(CALLS, "execingReader", "a_camera_that_is_standard_input_can_be_read")
+add(CALLS, "handedOver", "a_camera_can_be_handed_to_another_process")
 
 if __name__ == "__main__":
     unittest.main()

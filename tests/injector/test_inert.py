@@ -81,14 +81,16 @@ class InertTest(CameraTest):
         compiler = shutil.which("gcc")
         if not compiler:
             self.skipTest("gcc is not installed")
-        program = os.path.join(self.directory, "probe")
-        source = os.path.join(os.path.dirname(os.path.abspath(__file__)), "probe.c")
-        subprocess.run([compiler, "-D_GNU_SOURCE", "-g", "-fsanitize=address,undefined",
-                        "-o", program, source, "-pthread"], check=True)
-        for command in ("emulator", "copies", "listing", "threads"):
-            with self.subTest(command=command):
-                self.check(program, command,
-                           ASAN_OPTIONS="verify_asan_link_order=0:detect_leaks=0")
+        here = os.path.dirname(os.path.abspath(__file__))
+        for client, commands in (("probe", ("emulator", "copies", "threads")),
+                                 ("calls", ("opening", "status", "links", "listing", "files"))):
+            program = os.path.join(self.directory, client)
+            subprocess.run([compiler, "-D_GNU_SOURCE", "-g", "-fsanitize=address,undefined",
+                            "-o", program, f"{here}/{client}.c", "-pthread"], check=True)
+            for command in commands:
+                with self.subTest(command=command):
+                    self.check(program, command,
+                               ASAN_OPTIONS="verify_asan_link_order=0:detect_leaks=0")
 
 
 if __name__ == "__main__":
