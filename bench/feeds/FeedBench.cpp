@@ -1,97 +1,33 @@
 // What it costs to put a frame into a feed, beside a plain copy of the same bytes into the same
-// kind of memory. Ours and its peer take turns in small batches, so that both see the same machine.
+// kind of memory.
 
-#include <benchmark/benchmark.h>
-#include <unistd.h>
-
-#include <algorithm>
-#include <cstring>
-#include <ctime>
 #include <filesystem>
 #include <memory>
 #include <string>
 #include <vector>
 
-#include "base/FileDescriptor.h"
-#include "base/MappedFile.h"
 #include "feeds/FeedOutput.h"
-#include "feeds/FrameFileOpening.h"
+#include "feeds/PlainSlots.h"
+#include "sources/SourceHub.h"
+#include "support/FakeSources.h"
 #include "support/NumberedPicture.h"
+#include "support/Row.h"
 
-namespace lenslark {
+namespace lenslark::bench {
 namespace {
 
 constexpr Size fullHd{1920, 1080};
 constexpr int maxSide = 2048;
-constexpr int batch = 10;
-constexpr int turns = 40;
 
-double cpuSeconds() {
-  timespec time{};
-  ::clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
-  return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) / 1e9;
-}
-
-template <typename Body>
-double costOfBatch(Body&& body) {
-  const double before = cpuSeconds();
-  for (int i = 0; i < batch; ++i) body();
-  return (cpuSeconds() - before) / batch;
-}
-
-double median(std::vector<double> values) {
-  std::ranges::sort(values);
-  return values[values.size() / 2];
-}
-
-/// Measures ours alone for the table's cost, then both in turn for the ratio of their medians.
-template <typename Ours, typename Peer>
-void compare(benchmark::State& state, Ours&& ours, Peer&& peer, double limit) {
-  for (auto _ : state) ours();
-  std::vector<double> oursCosts;
-  std::vector<double> peerCosts;
-  costOfBatch(peer);
-  for (int turn = 0; turn < turns; ++turn) {
-    oursCosts.push_back(costOfBatch(ours));
-    peerCosts.push_back(costOfBatch(peer));
-  }
-  state.counters["ratio"] = median(oursCosts) / median(peerCosts);
-  if (limit > 0) state.counters["limit"] = limit;
-}
-
-/// A path in memory: a disk that writes pages back would be what is measured.
+/// The path of a feed, which is removed in the end.
 class FeedPath {
  public:
-  FeedPath() = default;
+  explicit FeedPath(const std::string& name = "feed") : path(memoryPath(name)) {}
   ~FeedPath() { std::filesystem::remove(path); }
   FeedPath(const FeedPath&) = delete;
   FeedPath& operator=(const FeedPath&) = delete;
 
-  const std::string path = "/dev/shm/lenslark-bench-" + std::to_string(::getpid()) + ".shm";
-};
-
-/// Two frames of plain shared memory, written in turn as a feed's slots are.
-class PlainSlots {
- public:
-  explicit PlainSlots(Size size)
-      : bytes_(static_cast<std::size_t>(size.width) * static_cast<std::size_t>(size.height) * 4) {
-    const std::string path = "/dev/shm/lenslark-bench-plain-" + std::to_string(::getpid());
-    const FileDescriptor file = FrameFileOpening::openPrivate(path);
-    ::unlink(path.c_str());
-    FrameFileOpening::reserve(file, path, 2 * bytes_);
-    memory_ = MappedFile::map(file, 2 * bytes_, MappedFile::Access::readWrite);
-  }
-
-  void copy(const PixelBuffer& picture) {
-    std::memcpy(memory_.data() + front_ * bytes_, picture.view().data, bytes_);
-    benchmark::ClobberMemory();
-    front_ = 1 - front_;
-  }
-
- private:
-  std::size_t bytes_;
-  MappedFile memory_;
-  std::size_t front_ = 0;
+  const std::string path;
 };
 
 void writeFullHd(benchmark::State& state) {
@@ -99,50 +35,98 @@ void writeFullHd(benchmark::State& state) {
   SharedFrameWriter writer(feed.path, maxSide, maxSide, LLCameraDevice);
   PlainSlots plain(fullHd);
   const auto picture = numberedPicture(fullHd);
-  state.SetLabel("memcpy of the frame");
   compare(
-      state, [&] { writer.write(*picture, ContentKind::live); }, [&] { plain.copy(*picture); },
-      1.10);
+      state, {"a 1080p frame into its feed", "memcpy of the frame", 1.10}, {},
+      [&] { writer.write(*picture, ContentKind::live); }, [&] { plain.copy(*picture); });
+}
+
+void pageFaults(benchmark::State& state) {
+  constexpr int frames = 300;
+  const FeedPath feed;
+  SharedFrameWriter writer(feed.path, maxSide, maxSide, LLCameraDevice);
+  const auto picture = numberedPicture(fullHd);
+  const auto faults = [] {
+    rusage usage{};
+    ::getrusage(RUSAGE_THREAD, &usage);
+    return static_cast<double>(usage.ru_minflt + usage.ru_majflt);
+  };
+  for (auto _ : state) {
+    for (int touch = 0; touch < 2; ++touch) writer.write(*picture, ContentKind::live);
+    const double before = faults();
+    for (int i = 0; i < frames; ++i) writer.write(*picture, ContentKind::live);
+    report(state, {"page faults in 300 frames after the first two", "limit", 1, ""},
+           faults() - before, 0);
+  }
 }
 
 /// One output with a style, beside a copy of the frame that comes out.
-void compose(benchmark::State& state, const FeedOutput::Style& style, Size from, Size to,
-             const char* peer) {
+void compose(benchmark::State& state, const RowText& text, const FeedOutput::Style& style,
+             Size from, Size to) {
   const FeedPath feed;
   FeedOutput output(feed.path, LLCameraDevice, maxSide);
   output.update(style, uniformPicture({400, 300}, {0, 0, 128, 128}));
   PlainSlots plain(to);
   const FramePtr frame = numberedPicture(from);
   const auto result = numberedPicture(to);
-  state.SetLabel(peer);
   compare(
-      state, [&] { output.deliver(frame, ContentKind::live); }, [&] { plain.copy(*result); }, 0);
+      state, text, {}, [&] { output.deliver(frame, ContentKind::live); },
+      [&] { plain.copy(*result); });
 }
 
 void androidCanvas(benchmark::State& state) {
-  compose(state, {.android = true, .fill = true}, {1280, 720}, {1280, 960}, "memcpy of the canvas");
+  compose(state, {"a 720p frame onto the Android canvas", "memcpy of the canvas", noTarget},
+          {.android = true, .fill = true}, {1280, 720}, {1280, 960});
 }
 
 void overlaidFullHd(benchmark::State& state) {
-  compose(state, {.fill = false, .overlay = OverlaySpec{.media = "m", .opacity = 0.7}}, fullHd,
-          fullHd, "memcpy of the frame");
+  compose(state, {"a 1080p frame with an overlay", "memcpy of the frame", noTarget},
+          {.fill = false, .overlay = OverlaySpec{.media = "m", .opacity = 0.7}}, fullHd, fullHd);
 }
 
 void cappedUltraHd(benchmark::State& state) {
-  compose(state, {}, {3840, 2160}, {2048, 1152}, "memcpy of the result");
+  compose(state, {"a 4K frame under the cap", "memcpy of the result", noTarget}, {}, {3840, 2160},
+          {2048, 1152});
 }
 
-void heartbeat(benchmark::State& state) {
-  const FeedPath feed;
-  FeedOutput output(feed.path, LLCameraDevice, maxSide);
-  for (auto _ : state) output.heartbeat();
+/// One source's frames into two hundred feeds, beside copies into as many plain pairs of slots.
+void manyFeedsOfOneSource(benchmark::State& state) {
+  constexpr std::size_t count = 200;
+  constexpr Size size{640, 480};
+  std::vector<std::unique_ptr<FeedPath>> paths;
+  std::vector<std::shared_ptr<FeedOutput>> outputs;
+  std::vector<std::unique_ptr<PlainSlots>> slots;
+  const auto controls = std::make_shared<ManualSource::Controls>();
+  const auto hub = std::make_shared<SourceHub>("bench", std::make_unique<ManualSource>(controls));
+  hub->start();
+  for (std::size_t i = 0; i < count; ++i) {
+    paths.push_back(std::make_unique<FeedPath>(std::to_string(i)));
+    outputs.push_back(std::make_shared<FeedOutput>(paths.back()->path, LLCameraDevice, maxSide));
+    hub->add(outputs.back());
+    slots.push_back(std::make_unique<PlainSlots>(size));
+  }
+  while (!controls->running()) std::this_thread::yield();
+  const FramePtr frame = numberedPicture(size);
+  const auto picture = numberedPicture(size);
+  constexpr Turns eachFrame{processCpu, 1, 40};
+  for (int touch = 0; touch < 2; ++touch) {
+    controls->emit(frame);
+    for (const auto& slot : slots) slot->copy(*picture);
+  }
+  compare(
+      state, {"a frame of one source into 200 feeds", "200 x memcpy of the frame", 1.2}, eachFrame,
+      [&] { controls->emit(frame); },
+      [&] {
+        for (const auto& slot : slots) slot->copy(*picture);
+      });
+  hub->stop().wait();
 }
 
-BENCHMARK(writeFullHd)->Unit(benchmark::kMillisecond);
-BENCHMARK(androidCanvas)->Unit(benchmark::kMillisecond);
-BENCHMARK(overlaidFullHd)->Unit(benchmark::kMillisecond);
-BENCHMARK(cappedUltraHd)->Unit(benchmark::kMillisecond);
-BENCHMARK(heartbeat);
+LENSLARK_ROW(writeFullHd);
+LENSLARK_ROW(pageFaults);
+LENSLARK_ROW(androidCanvas);
+LENSLARK_ROW(overlaidFullHd);
+LENSLARK_ROW(cappedUltraHd);
+LENSLARK_ROW(manyFeedsOfOneSource);
 
 }  // namespace
-}  // namespace lenslark
+}  // namespace lenslark::bench

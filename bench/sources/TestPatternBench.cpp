@@ -1,23 +1,20 @@
-// What a frame of the test pattern costs, beside a plain copy of one. Both take turns in small
-// batches, so that they see the same machine.
+// What a frame of the test pattern costs, beside a plain copy of one, and beside a general media
+// tool that draws a test pattern of its own.
 
-#include <benchmark/benchmark.h>
-
-#include <algorithm>
+#include <cstdlib>
 #include <cstring>
-#include <ctime>
+#include <string>
 #include <vector>
 
 #include "graphics/PixelBuffer.h"
 #include "sources/TestPattern.h"
+#include "support/Row.h"
 
-namespace lenslark {
+namespace lenslark::bench {
 namespace {
 
 constexpr Size hd{1280, 720};
-constexpr int batch = 10;
-constexpr int turns = 60;
-constexpr double limit = 2;
+constexpr const char* what = "a 720p frame of the test pattern";
 
 /// A letter of the size and shape that the caption's letters have at this height: a solid stem in
 /// a box whose edges are half covered.
@@ -30,49 +27,66 @@ GlyphMask letter() {
   return mask;
 }
 
-double cpuSeconds() {
-  timespec time{};
-  ::clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
-  return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) / 1e9;
-}
-
-template <typename Body>
-double costOfBatch(Body&& body) {
-  const double before = cpuSeconds();
-  for (int i = 0; i < batch; ++i) body();
-  return (cpuSeconds() - before) / batch;
-}
-
-double median(std::vector<double> values) {
-  std::ranges::sort(values);
-  return values[values.size() / 2];
-}
-
-void testPatternFrame(benchmark::State& state) {
-  TestPattern pattern(hd, "lenslark://test-pattern");
-  pattern.setLetters(std::vector(TestPattern::captionText.size(), letter()),
-                     std::vector(TestPattern::captionDigits.size(), letter()));
-  PixelBuffer frame(hd, true);
-  PixelBuffer copy(hd, true);
-  std::uint64_t number = 0;
-  const auto ours = [&] { pattern.draw(frame.span(), ++number, "12:34:56.789"); };
-  const auto peer = [&] {
-    std::memcpy(copy.span().data, frame.view().data, 1280 * 720 * 4);
-    benchmark::ClobberMemory();
-  };
-  costOfBatch(ours);
-  costOfBatch(peer);
-  for (auto _ : state) ours();
-  std::vector<double> oursCosts;
-  std::vector<double> peerCosts;
-  for (int turn = 0; turn < turns; ++turn) {
-    oursCosts.push_back(costOfBatch(ours));
-    peerCosts.push_back(costOfBatch(peer));
+/// The pattern as its source draws it, frame after frame.
+class Film {
+ public:
+  Film() {
+    pattern_.setLetters(std::vector(TestPattern::captionText.size(), letter()),
+                        std::vector(TestPattern::captionDigits.size(), letter()));
   }
-  state.counters["ratio"] = median(oursCosts) / median(peerCosts);
-  state.counters["limit"] = limit;
+  void draw() { pattern_.draw(frame_.span(), ++number_, "12:34:56.789"); }
+  PixelView view() const { return frame_.view(); }
+
+ private:
+  TestPattern pattern_{hd, "lenslark://test-pattern"};
+  PixelBuffer frame_{hd, true};
+  std::uint64_t number_ = 0;
+};
+
+void besideCopy(benchmark::State& state) {
+  Film film;
+  PixelBuffer copy(hd, true);
+  compare(
+      state, {what, "memcpy of the frame", 2}, {.turns = 60}, [&] { film.draw(); },
+      [&] {
+        std::memcpy(copy.span().data, film.view().data, 1280 * 720 * 4);
+        benchmark::ClobberMemory();
+      });
 }
-BENCHMARK(testPatternFrame);
+
+/// CPU seconds that ffmpeg takes to draw so many frames; nothing of them is written.
+double ffmpegCpu(int frames) {
+  const std::string command =
+      "ffmpeg -nostdin -v error -f lavfi -i testsrc2=size=1280x720:rate=30 -frames:v " +
+      std::to_string(frames) + " -pix_fmt bgra -f null -";
+  const double before = childrenCpu();
+  if (std::system(command.c_str()) != 0) std::abort();
+  return childrenCpu() - before;
+}
+
+void besideFfmpeg(benchmark::State& state) {
+  constexpr int few = 20;
+  constexpr int many = 220;
+  constexpr int rounds = 5;
+  if (std::system("command -v ffmpeg >/dev/null") != 0) {
+    return skip(state, what, "ffmpeg not installed");
+  }
+  Film film;
+  film.draw();
+  std::vector<double> ours;
+  std::vector<double> peer;
+  for (auto _ : state) {
+    for (int round = 0; round < rounds; ++round) {
+      ours.push_back(costOf(threadCpu, many, [&] { film.draw(); }));
+      // The difference of two runs leaves out what the tool takes to start.
+      peer.push_back((ffmpegCpu(many) - ffmpegCpu(few)) / (many - few));
+    }
+  }
+  report(state, {what, "ffmpeg -f lavfi testsrc2", 0.15}, median(ours), median(peer));
+}
+
+LENSLARK_ROW(besideCopy);
+LENSLARK_ROW(besideFfmpeg);
 
 }  // namespace
-}  // namespace lenslark
+}  // namespace lenslark::bench
