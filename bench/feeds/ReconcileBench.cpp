@@ -83,7 +83,7 @@ void settingChanged(benchmark::State& state) {
 void sourceChanged(benchmark::State& state) {
   reconcileAfter(state, "another source for all", [](FeedSituation& situation, int round) {
     situation.overrides.source =
-        round % 2 == 0 ? SourceSpec{SourceSpec::Desktop{}} : SourceSpec{SourceSpec::Pattern{}};
+        round % 2 == 0 ? SourceSpec{SourceSpec::Display{}} : SourceSpec{SourceSpec::Pattern{}};
   });
 }
 
