@@ -1,3 +1,5 @@
+#include <cstdio>
+#include <cstdlib>
 #include <exception>
 
 #include "commands/Arguments.h"
@@ -5,15 +7,28 @@
 #include "commands/Failure.h"
 #include "commands/Output.h"
 
-int main(int argc, char** argv) {
-  using namespace lenslark;
+namespace lenslark {
+namespace {
+
+int run(int argc, char** argv) noexcept {
   Output::surviveClosedPipes();
   try {
     Dispatcher::run(Arguments(argc, argv));
   } catch (const Output::Closed&) {
-    return 0;
+    return EXIT_SUCCESS;
   } catch (const std::exception& error) {
     return Failure::report(error);
   }
-  return 0;
+  return EXIT_SUCCESS;
+}
+
+}  // namespace
+}  // namespace lenslark
+
+int main(int argc, char** argv) {
+  const int status = lenslark::run(argc, argv);
+  // Threads of the pools may still wait for a tool that hangs, load a module or decode a picture.
+  // They must find every static object whole, also those of the libraries: none is destroyed.
+  std::fflush(nullptr);
+  std::_Exit(status);
 }

@@ -1,6 +1,8 @@
 #include "commands/ServeCommand.h"
 
+#include <chrono>
 #include <exception>
+#include <future>
 #include <mutex>
 #include <thread>
 
@@ -92,6 +94,60 @@ void printNotes(const LenslarkHost& host) {
       "Lenslark is serving cameras. Change them with `lenslark source set …`. Ctrl-C to stop.");
 }
 
+/// The host, and what is printed of it.
+///
+/// Never destroyed: a terminal that takes no more text may hold up whoever prints for longer than
+/// the end may last.
+class Service {
+ public:
+  explicit Service(const CameraControl& control)
+      : control_(control), host_(control.store(), control.media(), &screenOfTheProcess()) {
+    host_.onStatusChange([this] { printStatus(); });
+  }
+
+  void runUntilStopped(const FeedOverrides& flags) {
+    auto started = startBeside(flags);
+    signals_.wait();
+    host_.stop();
+    if (started.wait_for(longestFarewell) == std::future_status::ready) started.get();
+  }
+
+ private:
+  static constexpr std::chrono::milliseconds longestFarewell{250};
+
+  /// Beside the wait: a signal counts while the devices are still being looked for, too.
+  std::future<void> startBeside(const FeedOverrides& flags) {
+    std::promise<void> promise;
+    auto started = promise.get_future();
+    std::thread([this, flags, promise = std::move(promise)]() mutable {
+      try {
+        start(flags);
+        promise.set_value();
+      } catch (...) {
+        promise.set_exception(std::current_exception());
+        signals_.cancel();
+      }
+    }).detach();
+    return started;
+  }
+
+  void start(const FeedOverrides& flags) {
+    host_.start(flags);
+    printStatus();
+    if (host_.isRunning()) printNotes(host_);
+  }
+
+  void printStatus() {
+    printer_.print(
+        statusText(host_.devices(), [this](const Assignment& a) { return control_.summary(a); }));
+  }
+
+  const CameraControl control_;
+  StopSignals signals_;
+  ChangePrinter printer_;
+  LenslarkHost host_;
+};
+
 }  // namespace
 
 FeedOverrides overrides(const Arguments& arguments, const Import& import) {
@@ -123,33 +179,9 @@ void run(const Arguments& arguments) {
     return importing(
         [&](const auto& progress) { return control.importMedia(path, kind, progress); });
   });
-
   Log::mirrorToStandardError();
-  StopSignals signals;
-  ChangePrinter printer;
-  LenslarkHost host(control.store(), control.media(), &screenOfTheProcess());
-  const auto printStatus = [&] {
-    printer.print(
-        statusText(host.devices(), [&](const Assignment& a) { return control.summary(a); }));
-  };
-  host.onStatusChange(printStatus);
-
-  // Beside the wait: a signal counts while the devices are still being looked for, too.
-  std::exception_ptr failure;
-  std::jthread starting([&] {
-    try {
-      host.start(flags);
-      printStatus();
-      if (host.isRunning()) printNotes(host);
-    } catch (...) {
-      failure = std::current_exception();
-      signals.cancel();
-    }
-  });
-  signals.wait();
-  host.stop();
-  starting.join();
-  if (failure) std::rethrow_exception(failure);
+  static Service& service = *new Service(control);
+  service.runUntilStopped(flags);
 }
 
 }  // namespace lenslark::ServeCommand

@@ -5,8 +5,8 @@ usage: run.py BUILD_DIRECTORY MODULE...
 
 Ends with 77 when every test was skipped, and says why.
 
-Where bubblewrap works the tests see a /tmp of their own, so that they neither meet nor touch the
-feeds of a program that somebody is using.
+Where bubblewrap works the tests see a /tmp and processes of their own, so that they neither meet
+nor touch the feeds of a program that somebody is using, nor emulators that run beside them.
 """
 
 import os
@@ -19,19 +19,25 @@ HERE = pathlib.Path(__file__).resolve().parent
 SKIPPED = 77
 
 
-def private_tmp(build):
-    """The command prefix that gives a process an empty /tmp, or nothing where that cannot be."""
+def works(prefix):
+    try:
+        return subprocess.run([*prefix, "true"], stdout=subprocess.DEVNULL,
+                              stderr=subprocess.DEVNULL, check=False).returncode == 0
+    except FileNotFoundError:
+        return False
+
+
+def private_prefix(build):
+    """The command prefix that gives a process an empty /tmp and, where that can be, a view of none
+    but its own processes; nothing where not even the first can be."""
     keep = []
     for folder in {build, HERE.parent.parent, pathlib.Path(sys.prefix)}:
         if folder.is_relative_to("/tmp"):
             keep += ["--bind", str(folder), str(folder)]
-    prefix = ["bwrap", "--dev-bind", "/", "/", "--tmpfs", "/tmp", *keep, "--die-with-parent", "--"]
-    try:
-        works = subprocess.run([*prefix, "true"], stdout=subprocess.DEVNULL,
-                               stderr=subprocess.DEVNULL, check=False).returncode == 0
-    except FileNotFoundError:
-        works = False
-    return prefix if works else []
+    tmp = ["bwrap", "--dev-bind", "/", "/", "--tmpfs", "/tmp", *keep, "--die-with-parent"]
+    processes = ["--unshare-pid", "--proc", "/proc"]
+    return next((prefix for prefix in ([*tmp, *processes, "--"], [*tmp, "--"]) if works(prefix)),
+                [])
 
 
 def main():
@@ -39,7 +45,7 @@ def main():
         sys.exit(__doc__)
     build = pathlib.Path(sys.argv[1]).resolve()
     if "LENSLARK_PRIVATE_TMP" not in os.environ:
-        prefix = private_tmp(build)
+        prefix = private_prefix(build)
         os.environ["LENSLARK_PRIVATE_TMP"] = "1" if prefix else ""
         if not prefix:
             print("bubblewrap does not work here: tests that need a /tmp of their own are skipped")

@@ -219,6 +219,12 @@ class ToolTroubleTest(FeedsTest):
             eventually(lambda: len(self.simulators.calls()) > calls + 1)
             self.assertTrue(framefile.latest(simulator_feed(udid)))
 
+    def test_a_stop_in_the_middle_of_a_scan_is_an_orderly_end(self):
+        for delay in range(10):
+            self.simulators.answers(f"kill -TERM $PPID; sleep 0.0{delay}; echo garbage")
+            with self.serve("--test-pattern", wait=False) as serving:
+                self.assertEqual((serving.wait(), serving.errors()), (0, ""))
+
     def test_a_hang_holds_up_neither_frames_nor_heartbeats_nor_the_end(self):
         self.simulators.answers('echo $$ >> "$state/pids"; exec sleep 1000')
         pids = self.simulators.state / "pids"
