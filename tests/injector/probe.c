@@ -399,7 +399,7 @@ int main(int count, char** arguments) {
     grab(arguments[2], (uint32_t)atoi(arguments[3]), (uint32_t)atoi(arguments[4]), count > 5);
     return 0;
   }
-  for (size_t i = 0; count == 2 && i < sizeof(commands) / sizeof(commands[0]); ++i) {
+  for (size_t i = 0; count >= 2 && i < sizeof(commands) / sizeof(commands[0]); ++i) {
     if (strcmp(arguments[1], commands[i].name) != 0) continue;
     commands[i].run();
     return 0;
