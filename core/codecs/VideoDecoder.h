@@ -31,14 +31,14 @@ class VideoDecoder {
   virtual const VideoInfo& info() const noexcept = 0;
 
   /// The next picture in order of presentation, or nothing at the end of the film. What is broken
-  /// inside the film is skipped. **Fails** with Error when it cannot be read on.
+  /// inside the film is skipped. **Fails** with Error when no picture comes in reasonable time.
   virtual std::optional<VideoFrame> next() = 0;
 
   /// Back to the film's first picture. **Fails** with Error.
   virtual void rewind() = 0;
 
   /// Tells how late the last picture came, in seconds. A decoder that falls behind leaves pictures
-  /// out until it has caught up: first those that no other picture needs, then all but key frames.
+  /// out: first those that no other picture needs, then all up to the next key frame.
   virtual void setLag(double seconds) noexcept = 0;
 };
 

@@ -3,11 +3,13 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <new>
 #include <span>
 
+#include "base/Clock.h"
 #include "base/Error.h"
 
 extern "C" {
@@ -40,9 +42,16 @@ FileIO::~FileIO() {
   avio_context_free(&context_);
 }
 
+bool FileIO::overdue() const noexcept {
+  return deadline_ > 0 && Clock::uptimeSeconds() > deadline_;
+}
+
 int FileIO::read(void* self, std::uint8_t* buffer, int size) noexcept {
   auto& io = *static_cast<FileIO*>(self);
-  const auto bytes = std::as_writable_bytes(std::span(buffer, static_cast<std::size_t>(size)));
+  if (io.overdue()) return AVERROR_EXIT;
+  if (io.position_ >= io.size_) return AVERROR_EOF;
+  const auto wanted = std::min<std::int64_t>(size, io.size_ - io.position_);
+  const auto bytes = std::as_writable_bytes(std::span(buffer, static_cast<std::size_t>(wanted)));
   const ssize_t count = readAt(io.file_, bytes, io.position_);
   if (count < 0) return AVERROR(errno);
   if (count == 0) return AVERROR_EOF;

@@ -11,7 +11,8 @@ extern "C" {
 
 namespace lenslark::video {
 
-/// Lets libavformat read one open file and nothing else.
+/// Lets libavformat read one open file and nothing else: what the file held when it was opened, so
+/// that one which grows faster than it is read has an end.
 /// **Fails** with Error when the path is no regular file that can be read.
 class FileIO {
  public:
@@ -22,6 +23,10 @@ class FileIO {
 
   AVIOContext* context() const noexcept { return context_; }
 
+  /// From this uptime on (in seconds) reading fails; 0 for never.
+  void setDeadline(double uptime) noexcept { deadline_ = uptime; }
+  bool overdue() const noexcept;
+
  private:
   static int read(void* self, std::uint8_t* buffer, int size) noexcept;
   static std::int64_t seek(void* self, std::int64_t offset, int whence) noexcept;
@@ -29,6 +34,7 @@ class FileIO {
   FileDescriptor file_;
   std::int64_t size_ = 0;
   std::int64_t position_ = 0;
+  double deadline_ = 0;
   AVIOContext* context_ = nullptr;
 };
 

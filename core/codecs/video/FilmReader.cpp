@@ -8,10 +8,15 @@
 #include <filesystem>
 #include <new>
 #include <thread>
+#include <vector>
 
 #include "base/Clock.h"
 #include "base/Error.h"
 #include "codecs/video/DisplayMatrix.h"
+
+extern "C" {
+#include <libavutil/avstring.h>
+}
 
 namespace lenslark::video {
 namespace {
@@ -21,16 +26,19 @@ namespace {
 constexpr const char* allowedFormats =
     "mov,matroska,avi,gif,apng,mpegts,mpeg,mpegvideo,m4v,flv,ogg,asf,ivf,h264,hevc,obu";
 
+/// What phones, cameras, screen recorders, browsers and editors write. libavcodec has several
+/// hundred more decoders, which a film's header could call up.
+constexpr const char* allowedDecoders =
+    "h264,hevc,vp8,vp9,libdav1d,libaom-av1,av1,mpeg4,h263,mjpeg,prores,gif,apng,png,mpeg1video,"
+    "mpeg2video,theora,wmv1,wmv2,wmv3,vc1,msmpeg4v2,msmpeg4,flv,dvvideo,dnxhd,cfhd,qtrle,svq3,"
+    "ffv1,huffyuv,ffvhuff,utvideo,rawvideo";
+
 /// Opening may read this much before it gives up on a file.
 constexpr std::int64_t probeBytes = 32 << 20;
-constexpr double openSeconds = 20;
 
-/// A film that is this late skips what no other picture needs; that late, all but key frames.
+/// A film that is this late skips what no other picture needs; that late, up to a key frame.
 constexpr double lateSeconds = 0.25;
 constexpr double veryLateSeconds = 1.5;
-
-/// So many in a row, and a film is taken to have ended.
-constexpr int mostBrokenPictures = 1000;
 
 std::string libavMessage(int error) {
   std::array<char, AV_ERROR_MAX_STRING_SIZE> text{};
@@ -49,6 +57,21 @@ Pointer* checked(Pointer* pointer) {
   return pointer;
 }
 
+bool isAllowed(const AVCodec& decoder) noexcept {
+  return av_match_list(decoder.name, allowedDecoders, ',') != 0;
+}
+
+/// Decodes a little of each stream to learn what it holds, within the bound on pictures.
+int findStreams(AVFormatContext& format) {
+  std::vector<AVDictionary*> options(format.nb_streams, nullptr);
+  for (AVDictionary*& own : options) {
+    av_dict_set_int(&own, "max_pixels", FilmReader::maxPixels, 0);
+  }
+  const int result = avformat_find_stream_info(&format, options.data());
+  for (AVDictionary*& own : options) av_dict_free(&own);
+  return result;
+}
+
 double seconds(AVRational rate) noexcept { return rate.den == 0 ? 0 : av_q2d(rate); }
 
 }  // namespace
@@ -58,29 +81,28 @@ FilmReader::FilmReader(const std::string& path, int maxSide)
       io_(path),
       frame_(checked(av_frame_alloc())),
       packet_(checked(av_packet_alloc())) {
+  io_.setDeadline(Clock::uptimeSeconds() + patienceSeconds);
   openFormat();
   chooseStream();
   openCodec();
   describe(maxSide);
-  deadline_ = 0;
 }
 
 FilmReader::~FilmReader() = default;
 
+std::string FilmReader::name() const { return std::filesystem::path(path_).filename().string(); }
+
 void FilmReader::openFormat() {
-  deadline_ = Clock::uptimeSeconds() + openSeconds;
   AVFormatContext* format = checked(avformat_alloc_context());
   format->pb = io_.context();
   format->flags |= AVFMT_FLAG_CUSTOM_IO;
   format->io_open = &refuseToOpen;
   format->probesize = probeBytes;
-  format->interrupt_callback = {[](void* self) -> int {
-                                  const double deadline = static_cast<FilmReader*>(self)->deadline_;
-                                  return deadline > 0 && Clock::uptimeSeconds() > deadline;
-                                },
-                                this};
+  format->interrupt_callback = {
+      [](void* io) -> int { return static_cast<const FileIO*>(io)->overdue() ? 1 : 0; }, &io_};
   AVDictionary* options = nullptr;
   av_dict_set(&options, "format_whitelist", allowedFormats, 0);
+  av_dict_set(&options, "codec_whitelist", allowedDecoders, 0);
   av_dict_set(&options, "protocol_whitelist", "none", 0);
   av_dict_set(&options, "max_streams", "64", 0);
   // Frees the context when it fails.
@@ -88,12 +110,10 @@ void FilmReader::openFormat() {
   av_dict_free(&options);
   if (result >= 0) {
     format_.reset(format);
-    result = avformat_find_stream_info(format, nullptr);
+    result = findStreams(*format);
   }
   if (result < 0) {
-    throw Error(fmt::format("{} cannot be read as a film: {}",
-                            std::filesystem::path(path_).filename().string(),
-                            libavMessage(result)));
+    throw Error(fmt::format("{} cannot be read as a film: {}", name(), libavMessage(result)));
   }
 }
 
@@ -109,16 +129,15 @@ void FilmReader::chooseStream() {
     }
   }
   if (stream_ == nullptr) {
-    throw Error(std::filesystem::path(path_).filename().string() + " has no video track");
+    throw Error(name() + " has no video track");
   }
 }
 
 void FilmReader::openCodec() {
   const AVCodecParameters& parameters = *stream_->codecpar;
   const AVCodec* decoder = avcodec_find_decoder(parameters.codec_id);
-  const std::string name = std::filesystem::path(path_).filename().string();
-  if (decoder == nullptr) {
-    throw Error(fmt::format("{} is coded as {}, for which there is no decoder", name,
+  if (decoder == nullptr || !isAllowed(*decoder)) {
+    throw Error(fmt::format("{} is coded as {}, for which there is no decoder", name(),
                             avcodec_get_name(parameters.codec_id)));
   }
   codec_.reset(checked(avcodec_alloc_context3(decoder)));
@@ -128,7 +147,7 @@ void FilmReader::openCodec() {
   codec_->thread_count = static_cast<int>(std::clamp(std::thread::hardware_concurrency(), 1U, 4U));
   if (result >= 0) result = avcodec_open2(codec_.get(), decoder, nullptr);
   if (result < 0) {
-    throw Error(fmt::format("{} cannot be decoded: {}", name, libavMessage(result)));
+    throw Error(fmt::format("{} cannot be decoded: {}", name(), libavMessage(result)));
   }
 }
 
@@ -136,9 +155,8 @@ void FilmReader::describe(int maxSide) {
   const AVCodecParameters& parameters = *stream_->codecpar;
   const Size stored{parameters.width, parameters.height};
   if (stored.empty() || static_cast<std::int64_t>(stored.width) * stored.height > maxPixels) {
-    throw Error(fmt::format("{} has pictures of {} x {} pixels, which cannot be shown",
-                            std::filesystem::path(path_).filename().string(), stored.width,
-                            stored.height));
+    throw Error(fmt::format("{} has pictures of {} x {} pixels, which cannot be shown", name(),
+                            stored.width, stored.height));
   }
   const Orientation orientation = orientationOf(*stream_);
   const Size square =
@@ -152,22 +170,22 @@ void FilmReader::describe(int maxSide) {
 }
 
 std::optional<VideoFrame> FilmReader::next() {
-  for (int broken = 0;;) {
+  io_.setDeadline(Clock::uptimeSeconds() + patienceSeconds);
+  while (!io_.overdue()) {
     const int result = avcodec_receive_frame(codec_.get(), frame_.get());
     if (result == AVERROR(EAGAIN)) {
       if (!feed()) return std::nullopt;
       continue;
     }
     if (result == AVERROR_EOF) return std::nullopt;
-    if (result < 0) {  // a broken picture; the decoder goes on with the next
-      if (++broken > mostBrokenPictures) return std::nullopt;
-      continue;
-    }
+    if (result < 0) continue;  // a broken picture; the decoder goes on with the next
     const double time = timeOf(*frame_);
     FramePtr picture = preparer_->prepare(*frame_);
     av_frame_unref(frame_.get());
     if (picture != nullptr) return VideoFrame{std::move(picture), time};
   }
+  throw Error(fmt::format("{} cannot be played on: no picture came for {} seconds", name(),
+                          patienceSeconds));
 }
 
 bool FilmReader::feed() {
@@ -187,11 +205,13 @@ bool FilmReader::feed() {
 }
 
 bool FilmReader::leftOut(const AVPacket& packet) noexcept {
-  const bool keyFrame = (packet.flags & AV_PKT_FLAG_KEY) != 0;
-  // Pictures between key frames can only be taken up again at a key frame.
-  if (keyFrame || hurry_ != Hurry::allButKeyFrames) hurry_ = wantedHurry_;
+  if (hurry_ == Hurry::toNextKeyFrame) {
+    if ((packet.flags & AV_PKT_FLAG_KEY) == 0) return true;
+    avcodec_flush_buffers(codec_.get());  // nothing after a key frame needs what was before it
+    hurry_ = Hurry::none;
+  }
   codec_->skip_frame = hurry_ == Hurry::unreferenced ? AVDISCARD_NONREF : AVDISCARD_DEFAULT;
-  return hurry_ == Hurry::allButKeyFrames && !keyFrame;
+  return false;
 }
 
 double FilmReader::timeOf(const AVFrame& frame) noexcept {
@@ -212,13 +232,12 @@ double FilmReader::timeOf(const AVFrame& frame) noexcept {
 }
 
 void FilmReader::rewind() {
+  io_.setDeadline(Clock::uptimeSeconds() + patienceSeconds);
   const std::int64_t start = stream_->start_time == AV_NOPTS_VALUE ? 0 : stream_->start_time;
   int result = av_seek_frame(format_.get(), stream_->index, start, AVSEEK_FLAG_BACKWARD);
   if (result < 0) result = av_seek_frame(format_.get(), stream_->index, 0, AVSEEK_FLAG_BYTE);
   if (result < 0) {
-    throw Error(fmt::format("{} cannot be played again: {}",
-                            std::filesystem::path(path_).filename().string(),
-                            libavMessage(result)));
+    throw Error(fmt::format("{} cannot be played again: {}", name(), libavMessage(result)));
   }
   avcodec_flush_buffers(codec_.get());
   draining_ = false;
@@ -228,11 +247,11 @@ void FilmReader::rewind() {
 
 void FilmReader::setLag(double seconds) noexcept {
   if (seconds > veryLateSeconds) {
-    wantedHurry_ = Hurry::allButKeyFrames;
+    hurry_ = Hurry::toNextKeyFrame;
   } else if (seconds > lateSeconds) {
-    wantedHurry_ = Hurry::unreferenced;
+    hurry_ = Hurry::unreferenced;
   } else {
-    wantedHurry_ = Hurry::none;
+    hurry_ = Hurry::none;
   }
 }
 

@@ -18,10 +18,16 @@ namespace lenslark::video {
 /// A film read with libavformat and libavcodec.
 ///
 /// Only the film's own file is read: what it refers to (playlists, other files, addresses) is
-/// refused, and only demuxers of film files take part. Pictures have at most `maxPixels`.
+/// refused, and only demuxers and decoders of films take part. Pictures have at most `maxPixels`;
+/// opening, and finding the next picture, may take `patienceSeconds`.
+///
+/// One that falls behind leaves out pictures that no other needs; one that is far behind goes on
+/// at the next key frame.
 class FilmReader final : public VideoDecoder {
  public:
-  static constexpr int maxPixels = 8192 * 8192;
+  /// The largest that cameras write is 8K: 8192 x 4320.
+  static constexpr int maxPixels = 8192 * 4608;
+  static constexpr double patienceSeconds = 20;
 
   /// **Fails** with Error when the file holds no video track that can be decoded.
   FilmReader(const std::string& path, int maxSide);
@@ -34,7 +40,7 @@ class FilmReader final : public VideoDecoder {
 
  private:
   /// What is left out to catch up.
-  enum class Hurry { none, unreferenced, allButKeyFrames };
+  enum class Hurry { none, unreferenced, toNextKeyFrame };
 
   struct FormatDeleter {
     void operator()(AVFormatContext* format) const noexcept { avformat_close_input(&format); }
@@ -57,6 +63,7 @@ class FilmReader final : public VideoDecoder {
   bool feed();
   bool leftOut(const AVPacket& packet) noexcept;
   double timeOf(const AVFrame& frame) noexcept;
+  std::string name() const;
 
   const std::string path_;
   FileIO io_;
@@ -68,11 +75,9 @@ class FilmReader final : public VideoDecoder {
   std::unique_ptr<FramePreparer> preparer_;
   VideoInfo info_;
 
-  double deadline_ = 0;    ///< Uptime seconds after which opening is given up; 0 for none.
   double lastTime_ = -1;   ///< Of the latest picture.
   bool draining_ = false;  ///< The whole file was fed.
   Hurry hurry_ = Hurry::none;
-  Hurry wantedHurry_ = Hurry::none;
 };
 
 }  // namespace lenslark::video

@@ -83,11 +83,12 @@ std::uint32_t displayPixel(const Colour& light) {
 }  // namespace
 
 ToneMap::ToneMap(Curve curve) : table_(std::size_t{tableSide} * tableSide * tableSide) {
-  constexpr double last = tableSide - 1;
+  // Dithered, a value v falls on entry v/4 on the average: that entry is what 4 (v/4) stands for.
+  constexpr double full = 255.0 / (1 << (8 - tableBits));
   for (unsigned red = 0; red < tableSide; ++red) {
     for (unsigned green = 0; green < tableSide; ++green) {
       for (unsigned blue = 0; blue < tableSide; ++blue) {
-        const Colour signal{red / last, green / last, blue / last};
+        const Colour signal{red / full, green / full, blue / full};
         const Colour light =
             curve == Curve::hlg
                 ? hlgToLight(signal)

@@ -12,7 +12,7 @@ namespace lenslark::video {
 /// through a table that is made once.
 ///
 /// PQ (SMPTE ST 2084) and HLG (ARIB STD-B67, on a display of 1000 cd/m2) give light; diffuse white
-/// (203 cd/m2, ITU-R BT.2408) becomes 80 % of sRGB's white, what is brighter is rolled off towards
+/// (203 cd/m2, ITU-R BT.2408) becomes 76 % of sRGB's white, the light above is rolled off towards
 /// 1000 cd/m2, and colours outside of BT.709 are clipped.
 class ToneMap {
  public:

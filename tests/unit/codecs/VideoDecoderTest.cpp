@@ -3,9 +3,12 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <algorithm>
+#include <array>
 #include <cmath>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <vector>
 
 #include "base/Error.h"
@@ -102,6 +105,49 @@ TEST_F(VideoDecoderTest, tellsWhenEachPictureIsDue) {
   const auto film = open(clip("a.mp4", Clips::numbered(25, 1) + Clips::h264));
   for (int number = 0; number < 25; ++number)
     EXPECT_NEAR(film->next()->timeSec, number / 25.0, 1e-6);
+}
+
+TEST_F(VideoDecoderTest, keepsTheTimesOfAVariableFrameRate) {
+  // Ten pictures at 0, 0.1, 0.3, 0.6 ... seconds.
+  const auto film = open(clip("vfr.mkv", Clips::numbered(10, 1) +
+                                             " -vf \"setpts=N*(N+1)/2*0.1/TB\" -vsync passthrough" +
+                                             Clips::h264));
+  for (int number = 0; number < 10; ++number) {
+    const auto frame = film->next();
+    ASSERT_TRUE(frame);
+    EXPECT_EQ(Clips::numberIn(*frame->picture), number);
+    EXPECT_NEAR(frame->timeSec, number * (number + 1) / 20.0, 0.0011);
+  }
+}
+
+TEST_F(VideoDecoderTest, leavesOutWhatAnEditListCutsOff) {
+  // Copied from a second before the third key frame: the pictures up to the cut are in the file for
+  // the decoder's sake.
+  const std::string whole = clip("w.mp4", Clips::numbered(30, 3) + Clips::h264 + "-g 60 ");
+  const auto film = open(clip("cut.mp4", "-ss 1 -i '" + whole + "' -c copy"));
+  const auto first = film->next();
+  ASSERT_TRUE(first);
+  EXPECT_EQ(Clips::numberIn(*first->picture), 30);
+  EXPECT_NEAR(first->timeSec, 0, 0.04);
+  EXPECT_EQ(Clips::numberIn(*film->next()->picture), 31);
+}
+
+TEST_F(VideoDecoderTest, waitsForPicturesThatStartAfterTheSound) {
+  const auto film =
+      open(clip("late.mp4", Clips::numbered(10, 1) +
+                                " -f lavfi -i sine=duration=2 -map 0:v -map 1:a -c:a aac "
+                                "-vf setpts=PTS+0.5/TB -vsync passthrough" +
+                                Clips::h264));
+  const auto first = film->next();
+  ASSERT_TRUE(first);
+  EXPECT_EQ(Clips::numberIn(*first->picture), 0);
+  EXPECT_NEAR(first->timeSec, 0.5, 0.05);
+}
+
+TEST_F(VideoDecoderTest, takesTheStartOfAShiftedFilmForItsBeginning) {
+  const auto film =
+      open(clip("shifted.ts", Clips::numbered(10, 1) + Clips::h264 + "-output_ts_offset 100 "));
+  EXPECT_NEAR(film->next()->timeSec, 0, 0.01);
 }
 
 TEST_F(VideoDecoderTest, describesTheFilm) {
@@ -208,23 +254,63 @@ TEST_F(VideoDecoderTest, takesUntaggedLargeFilmsForBt709) {
   EXPECT_TRUE(showsQuarters(*picture));
 }
 
-TEST_F(VideoDecoderTest, mapsHdrWhiteToNearlyWhiteRatherThanGrey) {
-  // 203 cd/m2, diffuse white, is a PQ signal of 0.58; linear 0.8 is 231 in sRGB.
-  const auto picture =
-      firstPicture(clip("h.mkv",
-                        "-f lavfi -i \"color=size=64x64:rate=5:duration=0.4,format=yuv420p10le,"
-                        "geq=lum=573:cb=512:cr=512\" -colorspace bt2020nc -color_trc smpte2084 "
-                        "-color_primaries bt2020 -color_range tv " +
-                            std::string(exactHevc)));
-  EXPECT_TRUE(isColour(*picture, 30, 30, 222, 222, 222, 14));
+struct HdrGrey {
+  const char* name;
+  const char* transfer;
+  int luma;  ///< Ten bits, limited range.
+  int shown;
+};
+
+class HdrFilms : public VideoDecoderTest, public testing::WithParamInterface<HdrGrey> {};
+
+/// Computed from the standards and the map's definition: light scaled so that 203 cd/m2 is 0.8,
+/// rolled off from 0.6 on, in sRGB's curve.
+TEST_P(HdrFilms, areBroughtDownToTheRangeOfAnOrdinaryPicture) {
+  const HdrGrey& grey = GetParam();
+  const auto picture = firstPicture(clip(
+      "h.mkv", "-f lavfi -i \"color=size=64x64:rate=5:duration=0.4,format=yuv420p10le,geq=lum=" +
+                   std::to_string(grey.luma) + ":cb=512:cr=512\" -colorspace bt2020nc -color_trc " +
+                   grey.transfer + " -color_primaries bt2020 -color_range tv " + exactHevc));
+  // Four neighbours, since the last bits are dithered.
+  double green = 0;
+  for (const int place : {0, 1, 2, 3}) {
+    green += picture->view().row(30 + place / 2)[(30 + place % 2) * 4 + 1] / 4.0;
+  }
+  EXPECT_NEAR(green, grey.shown, 2.5);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Curves, HdrFilms,
+    testing::Values(HdrGrey{"pqBlack", "smpte2084", 64, 0},
+                    // 18 % grey of a scene with its white at 203 cd/m2: 26 cd/m2.
+                    HdrGrey{"pqMidGrey", "smpte2084", 397, 90},
+                    HdrGrey{"pqWhite", "smpte2084", 573, 226},
+                    HdrGrey{"pqPeak", "smpte2084", 723, 255},
+                    HdrGrey{"hlgBlack", "arib-std-b67", 64, 0},
+                    HdrGrey{"hlgMidGrey", "arib-std-b67", 397, 90},
+                    HdrGrey{"hlgWhite", "arib-std-b67", 721, 226},
+                    HdrGrey{"hlgPeak", "arib-std-b67", 940, 255}),
+    [](const auto& instance) { return std::string(instance.param.name); });
+
+TEST_F(VideoDecoderTest, keepsTheHueOfHdrColours) {
+  // BT.2020 red at half the PQ signal of white: only the red light remains strong.
+  const auto picture = firstPicture(
+      clip("h.mkv",
+           "-f lavfi -i \"color=size=64x64:rate=5:duration=0.4:color=0x900000,format=gbrp10le,"
+           "scale=out_color_matrix=bt2020:out_range=tv,format=yuv420p10le\" -colorspace bt2020nc "
+           "-color_trc smpte2084 -color_primaries bt2020 -color_range tv " +
+               std::string(exactHevc)));
+  const std::uint8_t* pixel = picture->view().row(30) + 120;
+  EXPECT_GT(pixel[2], 200);
+  EXPECT_LT(pixel[1], 40);
+  EXPECT_LT(pixel[0], 40);
 }
 
 TEST_F(VideoDecoderTest, showsOddSidesWhole) {
   const auto picture =
       firstPicture(clip("odd.webm",
-                        "-f lavfi -i \"color=size=34x18:rate=5:duration=0.4:color=red,format=gbrp,"
-                        "scale=33:17,setsar=1\" "
-                        "-c:v libvpx-vp9 -lossless 1 -pix_fmt yuv420p"));
+                        "-f lavfi -i \"nullsrc=size=33x17:rate=5:duration=0.4,format=yuv420p,"
+                        "geq=lum=81:cb=90:cr=240\" -c:v libvpx-vp9 -lossless 1"));
   EXPECT_EQ(picture->size(), (Size{33, 17}));
   EXPECT_TRUE(isColour(*picture, 32, 16, 254, 0, 0, 4));
 }
@@ -277,6 +363,62 @@ TEST_P(RecordingOrientation, isUndone) {
 
 INSTANTIATE_TEST_SUITE_P(QuarterTurns, RecordingOrientation, testing::Values(90, 180, 270));
 
+/// A display matrix, a b c d, and where it brings the four corners (red, lime, blue, white).
+struct Turn {
+  const char* name;
+  std::array<int, 4> matrix;
+  std::array<int, 4> corners;  ///< Top left, top right, bottom left, bottom right.
+};
+
+/// As a phone stores it, in the track's header.
+void setDisplayMatrix(const std::string& path, const std::array<int, 4>& matrix) {
+  std::fstream file(path, std::ios::in | std::ios::out | std::ios::binary);
+  const std::string bytes(std::istreambuf_iterator<char>(file), {});
+  const std::size_t box = bytes.find("tkhd");
+  ASSERT_NE(box, std::string::npos);
+  constexpr std::array<std::size_t, 4> places{0, 1, 3, 4};
+  for (std::size_t index = 0; index < matrix.size(); ++index) {
+    file.seekp(static_cast<std::streamoff>(box + 4 + 40 + places[index] * 4));
+    const auto value = static_cast<std::uint32_t>(matrix[index]) << 16;
+    for (const unsigned shift : {24U, 16U, 8U, 0U}) {
+      file.put(static_cast<char>(value >> shift & 0xFF));
+    }
+  }
+}
+
+class DisplayMatrices : public VideoDecoderTest, public testing::WithParamInterface<Turn> {};
+
+TEST_P(DisplayMatrices, areObeyed) {
+  const std::string path = clip("m.mp4", quarters + scaleTo("bt709", "tv", "yuv420p") + exactH264);
+  setDisplayMatrix(path, GetParam().matrix);
+  const auto film = open(path);
+  const auto picture = materialize(*film->next()->picture);
+  const bool onItsSide = GetParam().matrix[0] == 0;
+  const Size size = onItsSide ? Size{192, 320} : Size{320, 192};
+  EXPECT_EQ(film->info().size, size);
+  ASSERT_EQ(picture->size(), size);
+  constexpr std::array<std::array<int, 3>, 4> colours{
+      {{255, 0, 0}, {0, 255, 0}, {0, 0, 255}, {255, 255, 255}}};
+  for (std::size_t corner = 0; corner < 4; ++corner) {
+    const auto& [red, green, blue] = colours[static_cast<std::size_t>(GetParam().corners[corner])];
+    const int x = size.width * (corner % 2 == 0 ? 1 : 3) / 4;
+    const int y = size.height * (corner < 2 ? 1 : 3) / 4;
+    EXPECT_TRUE(isColour(*picture, x, y, red, green, blue, 6));
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Turns, DisplayMatrices,
+    testing::Values(Turn{"asItIs", {1, 0, 0, 1}, {0, 1, 2, 3}},
+                    Turn{"aQuarterClockwise", {0, 1, -1, 0}, {2, 0, 3, 1}},
+                    Turn{"half", {-1, 0, 0, -1}, {3, 2, 1, 0}},
+                    Turn{"aQuarterBack", {0, -1, 1, 0}, {1, 3, 0, 2}},
+                    Turn{"mirrored", {-1, 0, 0, 1}, {1, 0, 3, 2}},
+                    Turn{"upsideDown", {1, 0, 0, -1}, {2, 3, 0, 1}},
+                    Turn{"acrossTheDiagonal", {0, 1, 1, 0}, {0, 2, 1, 3}},
+                    Turn{"acrossTheOtherDiagonal", {0, -1, -1, 0}, {3, 1, 2, 0}}),
+    [](const auto& instance) { return std::string(instance.param.name); });
+
 TEST_F(VideoDecoderTest, drawsAPartScaled) {
   const auto film = open(clip("q.mkv", quarters + scaleTo("bt709", "tv", "yuv420p") + exactH264));
   const auto frame = film->next();
@@ -294,11 +436,39 @@ TEST_F(VideoDecoderTest, drawsAPartOfADeepPicture) {
   EXPECT_TRUE(isColour(target, 80, 48, 0, 0, 255, 5));
 }
 
-TEST_F(VideoDecoderTest, leavesPicturesOutToCatchUp) {
+TEST_F(VideoDecoderTest, leavesOutWhatNoOtherPictureNeedsWhenItIsLate) {
+  const auto film = open(clip(
+      "a.mp4", Clips::numbered(30, 2) + " -c:v libx264 -preset medium -bf 2 -b_strategy 0 -g 30 "));
+  std::vector<int> numbers;
+  film->setLag(0.5);
+  while (const auto frame = film->next()) numbers.push_back(Clips::numberIn(*frame->picture));
+  EXPECT_GT(numbers.size(), 15U);
+  EXPECT_LT(numbers.size(), 50U);
+  EXPECT_TRUE(std::is_sorted(numbers.begin(), numbers.end()));
+}
+
+TEST_F(VideoDecoderTest, goesOnAtTheNextKeyFrameWhenItIsVeryLate) {
   const auto film = open(clip("a.mp4", Clips::numbered(30, 4) + Clips::h264 + "-g 30 "));
   film->next();
   film->setLag(10);
+  const auto landed = film->next();
+  ASSERT_TRUE(landed);
+  const int number = Clips::numberIn(*landed->picture);
+  EXPECT_GT(number, 0);
+  EXPECT_EQ(number % 30, 0);
+  EXPECT_NEAR(landed->timeSec, number / 30.0, 1e-6);
+  film->setLag(0);
+  EXPECT_EQ(Clips::numberIn(*film->next()->picture), number + 1);
+}
+
+TEST_F(VideoDecoderTest, endsWhenItIsVeryLateAndNoKeyFrameIsLeft) {
+  const auto film = open(clip("a.mp4", Clips::numbered(30, 2) + Clips::h264 + "-g 300 "));
+  film->next();
+  film->setLag(10);
   EXPECT_LT(allNumbers(*film).size(), 30U);
+  film->rewind();
+  film->setLag(0);
+  EXPECT_EQ(allNumbers(*film), upTo(60));
 }
 
 TEST_F(VideoDecoderTest, refusesAFileWithoutPictures) {
@@ -317,6 +487,37 @@ TEST_F(VideoDecoderTest, refusesTextThatIsNamedLikeAFilm) {
 
 TEST_F(VideoDecoderTest, refusesAnEmptyFile) {
   EXPECT_THROW(open(directory.write("e.mp4", "")), Error);
+}
+
+TEST_F(VideoDecoderTest, refusesAnUncommonCoding) {
+  const std::string path = clip("z.avi", Clips::numbered(10, 0.5) + " -c:v zmbv -pix_fmt pal8");
+  try {
+    open(path);
+    FAIL() << "opened";
+  } catch (const Error& error) {
+    EXPECT_STREQ(error.what(), "z.avi is coded as zmbv, for which there is no decoder");
+  }
+}
+
+TEST_F(VideoDecoderTest, refusesPicturesBeyondTheLimitBeforeDecodingOne) {
+  // A GIF of 60000 x 60000 pixels in 43 bytes.
+  std::string gif("GIF89a\x60\xEA\x60\xEA\x80\0\0\0\0\0\xFF\xFF\xFF", 19);
+  gif.append("\x2C\0\0\0\0\x60\xEA\x60\xEA\0\x02\x02\x44\x01\0\x3B", 16);
+  EXPECT_THROW(open(directory.write("huge.gif", gif)), Error);
+}
+
+TEST_F(VideoDecoderTest, playsALoopedPictureOnce) {
+  const auto film = open(clip("l.gif", Clips::numbered(10, 1) + " -loop 0 "));
+  EXPECT_EQ(allNumbers(*film), upTo(10));
+}
+
+TEST_F(VideoDecoderTest, readsAFilmThatGrowsNoFurtherThanItWas) {
+  const std::string path = clip("g.ts", Clips::numbered(10, 1) + Clips::h264);
+  const auto film = open(path);
+  std::filesystem::copy_file(path, path + ".more");
+  std::ifstream more(path + ".more", std::ios::binary);
+  std::ofstream(path, std::ios::app | std::ios::binary) << more.rdbuf();
+  EXPECT_EQ(allNumbers(*film), upTo(10));
 }
 
 TEST_F(VideoDecoderTest, followsNoPlaylist) {
