@@ -158,11 +158,6 @@ TEST_F(MediaLibraryTest, importsAPdfAsAPicture) {
 }
 
 TEST_F(MediaLibraryTest, importsAFilmWithItsDuration) {
-  try {
-    Modules::videoCodec();
-  } catch (const Error& missing) {
-    GTEST_SKIP() << missing.what();
-  }
   sample_.run("ffmpeg -loglevel error -f lavfi -i testsrc2=size=320x240:rate=25 -t 2 film.mp4");
   const MediaItem item = library_.importItem(sample_.path("film.mp4"), false);
   EXPECT_EQ(item.kind, MediaItem::Kind::video);
@@ -170,7 +165,41 @@ TEST_F(MediaLibraryTest, importsAFilmWithItsDuration) {
   EXPECT_EQ(item.height, 240);
   ASSERT_TRUE(item.duration);
   EXPECT_NEAR(*item.duration, 2, 0.1);
-  EXPECT_TRUE(fs::exists(library_.thumbnailURL(item.id)));
+}
+
+TEST_F(MediaLibraryTest, measuresAFilmUprightAndInSquarePixels) {
+  sample_.run(
+      "ffmpeg -loglevel error -f lavfi -i testsrc2=size=320x240:rate=25:duration=0.2 "
+      "-vf setsar=2 film.mp4 && "
+      "ffmpeg -loglevel error -i film.mp4 -c copy -metadata:s:v rotate=90 turned.mp4");
+  const MediaItem item = library_.importItem(sample_.path("turned.mp4"), false);
+  EXPECT_EQ(item.width, 240);
+  EXPECT_EQ(item.height, 640);
+}
+
+TEST_F(MediaLibraryTest, makesAThumbnailOfAFilmsFirstPicture) {
+  sample_.run("ffmpeg -loglevel error -loop 1 -i sample.ppm -t 0.2 -vf scale=960:640 film.mp4");
+  const MediaItem item = library_.importItem(sample_.path("film.mp4"), false);
+  const auto thumbnail = Modules::imageCodec().load(library_.thumbnailURL(item.id).string(), 1000);
+  ASSERT_TRUE(thumbnail);
+  EXPECT_EQ(thumbnail->size(), (Size{256, 171}));
+  expectSample(thumbnail->view(), 16);
+}
+
+TEST_F(MediaLibraryTest, refusesWhatIsNoFilmInsideAndLeavesNothingOfIt) {
+  directory_.write("empty.mp4", "");
+  directory_.write("noise.mov", std::string(5000, 'x'));
+  directory_.write("list.mkv", "ffconcat version 1.0\nfile sound.mp4\n");
+  sample_.run(
+      "ffmpeg -loglevel error -f lavfi -i sine=duration=1 -c:a aac sound.mp4 && "
+      "ffmpeg -loglevel error -f lavfi -i testsrc2=size=320x240:rate=25 -t 2 whole.mp4 && "
+      // Without its table of contents, which is written last.
+      "head -c $(($(stat -c %s whole.mp4) / 2)) whole.mp4 > truncated.mp4");
+  for (const char* name : {"empty.mp4", "noise.mov", "list.mkv", "sound.mp4", "truncated.mp4"}) {
+    EXPECT_EQ(failureOf(sample_.path(name)), MediaError::Kind::unsupported) << name;
+    EXPECT_EQ(message_, std::string(name) + " is not an image or video Lenslark can show");
+  }
+  EXPECT_EQ(files(), std::vector<std::string>());
 }
 
 TEST_F(MediaLibraryTest, refusesWhatIsNoRegularFile) {
