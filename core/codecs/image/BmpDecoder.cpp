@@ -1,6 +1,9 @@
 #include "codecs/image/BmpDecoder.h"
 
+#include <sys/stat.h>
+
 #include <array>
+#include <cstdint>
 #include <vector>
 
 namespace lenslark::BmpDecoder {
@@ -22,6 +25,30 @@ void checkSize(GdkPixbufLoader* loader, int width, int height, void* gate) {
 
 void countRows(GdkPixbufLoader*, int, int, int, int height, void* gate) {
   static_cast<SizeGate*>(gate)->rows += height;
+}
+
+/// The loader makes room for what lies before the pixels, as much as the header says that is: all
+/// of it must be in the file.
+bool headerFits(const FileDescriptor& file) noexcept {
+  constexpr std::size_t fileHeader = 14;
+  constexpr std::size_t pixelsAt = 10;
+  constexpr std::size_t headerSizeAt = fileHeader;
+  constexpr std::size_t colorsAt = fileHeader + 32;
+  constexpr std::uint64_t shortestHeaderWithColors = 40;
+  std::array<std::byte, fileHeader + shortestHeaderWithColors> head{};
+  struct stat status {};
+  if (readAt(file, head, 0) <= 0 || ::fstat(file.get(), &status) != 0) return false;
+  const auto number = [&head](std::size_t at) {
+    std::uint64_t value = 0;
+    for (std::size_t byte = sizeof(std::uint32_t); byte > 0; --byte) {
+      value = value << 8 | std::to_integer<std::uint64_t>(head[at + byte - 1]);
+    }
+    return value;
+  };
+  const auto fileSize = static_cast<std::uint64_t>(status.st_size);
+  const std::uint64_t headerSize = number(headerSizeAt);
+  const std::uint64_t colors = headerSize >= shortestHeaderWithColors ? number(colorsAt) : 0;
+  return number(pixelsAt) <= fileSize && fileHeader + headerSize + 4 * colors <= fileSize;
 }
 
 class Loader {
@@ -72,6 +99,7 @@ bool recognises(const FileDescriptor& file) noexcept {
 }
 
 std::optional<Size> measure(const FileDescriptor& file) {
+  if (!headerFits(file)) return std::nullopt;
   constexpr std::size_t headerAndPalette = 4096;
   std::array<std::byte, headerAndPalette> head;
   const ssize_t count = readAt(file, head, 0);
@@ -84,6 +112,7 @@ std::optional<Size> measure(const FileDescriptor& file) {
 }
 
 Pixels decode(const FileDescriptor& file, Size size) {
+  if (!headerFits(file)) return nullptr;
   constexpr std::size_t chunkBytes = 256UL * 1024;
   SizeGate gate{.announced = {}, .wanted = size};
   Loader loader(gate);

@@ -103,6 +103,19 @@ TEST_F(ImageLimitsTest, refusesABitmapThatAnnouncesMoreThanItHolds) {
   expectRefused(directory_.write("short.bmp", header(100, 100)));
 }
 
+TEST_F(ImageLimitsTest, refusesABitmapWhoseHeaderPointsBeyondItsEnd) {
+  std::string whole("BM\0\0\0\0\0\0\0\0\x36\0\0\0\x28\0\0\0\x01\0\0\0\x01\0\0\0\x01\0\x18\0", 30);
+  whole.resize(54 + 4);
+  EXPECT_TRUE(Modules::imageCodec().load(directory_.write("whole.bmp", whole), 100));
+  // The highest bytes of where the pixels begin, of the header's length, of the palette's length.
+  for (const std::size_t place : {13U, 17U, 49U}) {
+    std::string broken = whole;
+    broken[place] = '\x7f';
+    directory_.write("broken.bmp", broken);
+    expectRefusedByHeader("broken.bmp");
+  }
+}
+
 TEST_F(ImageLimitsTest, refusesFormatsThatAreNotWanted) {
   sample_.run(
       "vips copy sample.ppm sample.v && vips rawsave sample.ppm sample.raw && "
