@@ -77,7 +77,6 @@ class FeedRouter : public std::enable_shared_from_this<FeedRouter> {
   void loadConfig();
   void take(ConfigFile config, MediaFiles media);
   void take(const DeviceRegistry::Snapshot& snapshot);
-  void startDevices();
   void reconcile();
   void refreshStatuses();
   void beat();

@@ -27,6 +27,7 @@ void FeedSet::apply(const std::vector<WantedFeed>& wanted) {
 }
 
 void FeedSet::show(const WantedFeed& wanted) {
+  const bool ready = !wanted.overlayFile || !overlays_.isLoading(*wanted.overlayFile);
   const auto known = feeds_.find(wanted.path);
   if (known == feeds_.end()) {
     auto output = open(wanted);
@@ -34,18 +35,17 @@ void FeedSet::show(const WantedFeed& wanted) {
     auto& feed = feeds_[wanted.path] = {wanted, std::move(output), nullptr};
     style(feed, wanted, true);
     seed(feed);
-    attach(feed);
+    runningFor(wanted.source);  // what both need time for, they do at the same time
+    if (ready) attach(feed);
     return;
   }
+  if (!ready) return;
   auto& feed = known->second;
   style(feed, wanted, false);
-  if (feed.wanted.source.key == wanted.source.key) {
-    feed.wanted = wanted;
-    return;
-  }
-  detach(feed);
+  const bool sameSource = feed.wanted.source.key == wanted.source.key;
+  if (!sameSource) detach(feed);
   feed.wanted = wanted;
-  attach(feed);
+  if (!sameSource || !feed.attached) attach(feed);
 }
 
 std::shared_ptr<FeedOutput> FeedSet::open(const WantedFeed& wanted) {
@@ -86,14 +86,17 @@ void FeedSet::seed(Feed& feed) {
   if (const auto picture = hub.latest()) feed.output->deliver(picture, hub.source().kind());
 }
 
-void FeedSet::attach(Feed& feed) {
-  const auto& request = feed.wanted.source;
-  auto known = running_.find(request.key);
-  const bool fresh = known == running_.end();
-  if (fresh) known = running_.emplace(request.key, run(request)).first;
-  known->second.hub->add(feed.output);
-  if (!fresh) return;
+FeedSet::Running& FeedSet::runningFor(const SourceRequest& request) {
+  const auto known = running_.find(request.key);
+  if (known != running_.end()) return known->second;
+  auto& running = running_.emplace(request.key, run(request)).first->second;
   if (!request.mediaIDs.empty()) hooks_.onShow(request.mediaIDs);
+  return running;
+}
+
+void FeedSet::attach(Feed& feed) {
+  runningFor(feed.wanted.source).hub->add(feed.output);
+  feed.attached = true;
 }
 
 FeedSet::Running FeedSet::run(const SourceRequest& request, std::optional<std::string> knownError) {
@@ -165,7 +168,7 @@ bool FeedSet::reopen(Feed& feed) {
   feed.output = open(feed.wanted);
   if (!feed.output) return false;
   style(feed, feed.wanted, true);
-  attach(feed);
+  if (feed.attached) attach(feed);
   return true;
 }
 
@@ -175,7 +178,7 @@ void FeedSet::retryCaptures() {
     if (!error || !running.request.source.capturesScreen()) continue;
     auto fresh = run(running.request, std::move(error));
     for (const auto& [path, feed] : feeds_) {
-      if (feed.wanted.source.key != key) continue;
+      if (feed.wanted.source.key != key || !feed.attached) continue;
       running.hub->remove(*feed.output);
       fresh.hub->add(feed.output);
     }

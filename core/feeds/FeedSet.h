@@ -39,13 +39,15 @@ class FeedSet {
   FeedSet(std::shared_ptr<SerialQueue> queue, Hooks hooks);
   ~FeedSet();
 
-  /// Called on the queue when `apply` has something new to show: an overlay has been decoded. The
-  /// handler holds its owner weakly.
+  /// Called on the queue when `apply` has something new to show: an overlay has been decoded, or
+  /// cannot be. The handler holds its owner weakly.
   void onOverlay(std::function<void()> handler) { overlays_.onLoaded(std::move(handler)); }
 
   /// Opens, restyles, feeds and removes files until they are those that are wanted. A file that
   /// cannot be opened is logged and left out; the next call tries again. What is new is written
-  /// before what is old is removed, so that a camera whose file changes always has one to show.
+  /// before what is old is removed, so that a camera whose file changes always has one to show. A
+  /// feed whose overlay is still being decoded stays as it is until then: its picture never shows
+  /// without the overlay.
   void apply(const std::vector<WantedFeed>& wanted);
 
   /// Marks every file as alive; makes those anew that somebody removed, replaced or cut short.
@@ -71,6 +73,7 @@ class FeedSet {
     WantedFeed wanted;
     std::shared_ptr<FeedOutput> output;
     OverlayCache::Picture overlay;
+    bool attached = false;  ///< Not before its overlay can be shown.
   };
   struct Running {
     SourceRequest request;
@@ -83,6 +86,8 @@ class FeedSet {
   void style(Feed& feed, const WantedFeed& wanted, bool fresh);
   /// Gives a new file, until its own source has a picture, what its camera showed before.
   void seed(Feed& feed);
+  /// The source that runs for a request, started if none does.
+  Running& runningFor(const SourceRequest& request);
   void attach(Feed& feed);
   void detach(const Feed& feed);
   bool reopen(Feed& feed);

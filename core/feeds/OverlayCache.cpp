@@ -33,9 +33,15 @@ void OverlayCache::onLoaded(std::function<void()> handler) {
 }
 
 OverlayCache::Picture OverlayCache::picture(const std::filesystem::path& file) {
-  const auto [entry, fresh] = state_->entries.try_emplace(file);
+  return entry(file).picture;
+}
+
+bool OverlayCache::isLoading(const std::filesystem::path& file) { return entry(file).loading; }
+
+const OverlayCache::Entry& OverlayCache::entry(const std::filesystem::path& file) {
+  const auto [known, fresh] = state_->entries.try_emplace(file);
   if (fresh) load(file);
-  return entry->second.picture;
+  return known->second;
 }
 
 void OverlayCache::load(const std::filesystem::path& file) {
@@ -46,7 +52,7 @@ void OverlayCache::load(const std::filesystem::path& file) {
       const auto entry = state->entries.find(file);
       if (entry == state->entries.end() || !entry->second.loading) return;
       entry->second = {picture, false};
-      if (picture && state->onLoaded) state->onLoaded();
+      if (state->onLoaded) state->onLoaded();
     });
   });
 }

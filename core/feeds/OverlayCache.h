@@ -21,12 +21,14 @@ class OverlayCache {
   explicit OverlayCache(std::shared_ptr<SerialQueue> queue);
   ~OverlayCache();
 
-  /// Called on the queue when a picture that was asked for has come. It may come while the cache is
-  /// being destroyed: the handler holds its owner weakly.
+  /// Called on the queue when a picture that was asked for has come, or turned out to be none. It
+  /// may come while the cache is being destroyed: the handler holds its owner weakly.
   void onLoaded(std::function<void()> handler);
 
   /// Null while the picture is being decoded, and for one that cannot be.
   Picture picture(const std::filesystem::path& file);
+  /// Whether the picture is still being decoded. Asks for it.
+  bool isLoading(const std::filesystem::path& file);
 
   /// Drops the others.
   void keepOnly(const std::set<std::filesystem::path>& files);
@@ -44,6 +46,7 @@ class OverlayCache {
     std::map<std::filesystem::path, Entry> entries;
   };
 
+  const Entry& entry(const std::filesystem::path& file);
   void load(const std::filesystem::path& file);
 
   const std::shared_ptr<SerialQueue> queue_;

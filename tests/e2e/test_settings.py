@@ -63,11 +63,20 @@ class SettingsTest(EndToEndTest):
         self.lenslark.write_config(source, settings={"fill": False}, overlay={
             "mediaId": self.blue, "anchor": "center", "scale": 0.5, "opacity": 1})
         with self.lenslark.serve():
+            # The very first frame has it, however long its picture takes to decode.
+            self.assert_colour(eventually(self.lenslark.frame).at(0.5, 0.5), BLUE)
             self.await_colour(RED)
-            # The overlay's picture is decoded beside the first frame.
-            middle = eventually(lambda: (pixel := self.lenslark.frame().at(0.5, 0.5))[0] < 128
-                                and pixel)
-            self.assert_colour(middle, BLUE)
+
+    def test_an_overlay_that_is_gone_holds_up_no_picture(self):
+        source = {"kind": "image", "mediaId": self.red}
+        digest = self.blue.removeprefix("sha256:")
+        [stored] = (self.lenslark.support / "Media" / "items").glob(digest + "*")
+        stored.write_text("no picture any more")
+        self.lenslark.write_config(source, overlay={
+            "mediaId": self.blue, "anchor": "center", "scale": 0.5, "opacity": 1})
+        with self.lenslark.serve():
+            self.await_colour(RED)
+            self.lenslark.set_global({"kind": "image", "mediaId": self.red})
 
     def test_a_slideshow_turns_its_pages(self):
         self.lenslark.write_config({"kind": "slideshow", "mediaIds": [self.red, self.blue],
@@ -144,6 +153,11 @@ class UnwritableSupportDirectoryTest(EndToEndTest):
         self.assertRegex(result.stderr.decode(),
                          rf"^error: {self.lenslark.support}.*: Read-only file system\n$")
         self.assertEqual(self.lenslark.config_file.read_text(), before)
+
+    def test_importing_says_what_is_wrong(self):
+        result = self.lenslark.run("media", "add", self.picture(), prefix=self.read_only)
+        items = self.lenslark.support / "Media" / "items"
+        self.assert_fails(result, f"cannot create {items}: Read-only file system", 1)
 
     def test_serve_shows_what_is_saved(self):
         with self.lenslark.serve(prefix=self.read_only, ends=False):

@@ -402,32 +402,84 @@ TEST_F(FeedSetTest, tellsWhichMediaBeginsToBeShown) {
   EXPECT_EQ(feeds->shownMedia(), std::set<std::string>{"sha256:1"});
 }
 
-TEST_F(FeedSetTest, anOverlayIsLaidOverThePictureOnceItIsDecoded) {
-  const auto png = Modules::imageCodec().encodePng(plainPicture({8, 8}, green)->view());
-  const auto file =
-      directory.write("overlay.png", {reinterpret_cast<const char*>(png.data()), png.size()});
-  feeds->onOverlay([this] { feeds->apply(lastWanted); });
-  auto feed = want("a", 1);
-  feed.style.overlay = OverlaySpec{"sha256:o", Anchor::topLeft, 1, 1, 0.5, 0.5};
-  feed.style.fill = false;
-  feed.overlayFile = file;
-  lastWanted = {feed};
-  apply(lastWanted);
-  emit(1, red);
-  EXPECT_TRUE(eventually([&] {
-    const auto picture = FeedReader::image(feed.path);
-    return picture && picture->view().row(4)[8 * 4 + 1] > 100;
-  }));
-  EXPECT_TRUE(shown.contains("sha256:o"));
+/// A feed that is fitted, with a green overlay over all of it.
+class FeedSetOverlayTest : public FeedSetTest {
+ protected:
+  FeedSetOverlayTest() {
+    feeds->onOverlay([this] { feeds->apply(lastWanted); });
+  }
+
+  WantedFeed wantOverlay(const std::string& name, int number, const std::string& file) {
+    auto feed = want(name, number);
+    feed.style.overlay = OverlaySpec{"sha256:" + file, Anchor::topLeft, 1, 1, 0.5, 0.5};
+    feed.style.fill = false;
+    feed.overlayFile = directory / file;
+    return feed;
+  }
+
+  std::filesystem::path writeOverlay(const std::string& name) {
+    const auto png = Modules::imageCodec().encodePng(plainPicture({16, 8}, green)->view());
+    return directory.write(name, {reinterpret_cast<const char*>(png.data()), png.size()});
+  }
+
+  void applyNow(const std::vector<WantedFeed>& wanted) {
+    lastWanted = wanted;
+    feeds->apply(wanted);
+  }
+
+  /// What lies in the middle of the file, where the overlay is.
+  std::string middle(const std::string& name) const {
+    const auto picture = FeedReader::image((directory / name).string());
+    if (!picture) return "none";
+    const auto* pixel = picture->view().row(4) + 8 * 4;
+    return pixel[2] > 100 ? "red" : pixel[1] > 100 ? "green" : "black";
+  }
+};
+
+TEST_F(FeedSetOverlayTest, aPictureIsNeverShownWithoutIt) {
+  writeOverlay("overlay.png");
+  // What has been decoded arrives on the queue, and so not before this is done.
+  queue->sync([&] {
+    applyNow({wantOverlay("a", 1, "overlay.png")});
+    emit(1, red);
+    EXPECT_TRUE(exists("a"));
+    EXPECT_EQ(middle("a"), "none");
+  });
+  EXPECT_TRUE(eventually([&] { return middle("a") == "green"; }));
+  EXPECT_TRUE(shown.contains("sha256:overlay.png"));
 }
 
-TEST_F(FeedSetTest, anOverlayThatCannotBeDecodedIsLeftOut) {
-  auto feed = want("a", 1);
-  feed.style.overlay = OverlaySpec{"sha256:o"};
-  feed.overlayFile = directory.write("overlay.png", "not a picture");
-  apply({feed});
+TEST_F(FeedSetOverlayTest, aFeedStaysAsItIsUntilItsNewOneIsDecoded) {
+  apply({want("a", 1)});
   emit(1, red);
-  EXPECT_EQ(color("a"), "red");
+  writeOverlay("overlay.png");
+  queue->sync([&] {
+    applyNow({wantOverlay("a", 2, "overlay.png")});
+    emit(1, red);
+    EXPECT_EQ(middle("a"), "red");
+  });
+  ASSERT_TRUE(eventually([&] { return source(2)->running(); }));
+  emit(2, red);
+  EXPECT_TRUE(eventually([&] { return middle("a") == "green"; }));
+}
+
+TEST_F(FeedSetOverlayTest, oneThatCannotBeDecodedIsLeftOut) {
+  directory.write("overlay.png", "not a picture");
+  queue->sync([&] { applyNow({wantOverlay("a", 1, "overlay.png")}); });
+  emit(1, red);
+  EXPECT_TRUE(eventually([&] { return middle("a") == "red"; }));
+}
+
+TEST_F(FeedSetOverlayTest, aFileThatIsMadeAnewStillWaitsForIt) {
+  writeOverlay("overlay.png");
+  queue->sync([&] {
+    applyNow({wantOverlay("a", 1, "overlay.png")});
+    emit(1, red);
+    std::filesystem::remove(directory / "a");
+    feeds->heartbeat();
+    EXPECT_EQ(middle("a"), "none");
+  });
+  EXPECT_TRUE(eventually([&] { return middle("a") == "green"; }));
 }
 
 }  // namespace
