@@ -7,6 +7,7 @@
 #include <thread>
 
 #include "base/AtomicFile.h"
+#include "base/Directory.h"
 #include "base/Error.h"
 #include "base/FileLock.h"
 #include "base/Log.h"
@@ -23,12 +24,6 @@ namespace {
 
 /// The preferences of the menu-bar application exist on its own platform only.
 std::shared_ptr<const Preferences> appPreferences() { return nullptr; }
-
-void createDirectory(const std::filesystem::path& directory) {
-  std::error_code error;
-  std::filesystem::create_directories(directory, error);
-  if (error) throw posixError(error.value(), "cannot create " + directory.string());
-}
 
 void call(const ConfigStore::Observer& observer, const ConfigFile& config) {
   try {
@@ -218,7 +213,7 @@ ConfigFile ConfigStore::config() {
 }
 
 void ConfigStore::update(const std::function<void(ConfigFile&)>& body) {
-  createDirectory(state_->directory);
+  createDirectories(state_->directory);
   const FileLock writers((state_->directory / "config.lock").string());
   const SavedConfig saved = state_->readToReplace();
   if (saved.condition == SavedConfig::Condition::unreadable) {

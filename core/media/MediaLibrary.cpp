@@ -8,6 +8,7 @@
 #include <system_error>
 
 #include "base/AtomicFile.h"
+#include "base/Directory.h"
 #include "base/Error.h"
 #include "base/FileLock.h"
 #include "base/Json.h"
@@ -85,8 +86,8 @@ MediaItem MediaLibrary::importItem(const fs::path& path, bool pin,
   const std::string id = "sha256:" + MediaImport::sha256(original, progress);
   if (auto known = reuse(id, pin)) return *known;
 
-  fs::create_directories(directory_ / itemsName);
-  fs::create_directories(directory_ / thumbsName);
+  createDirectories(directory_ / itemsName);
+  createDirectories(directory_ / thumbsName);
   MediaImport::Copy copy(original, directory_ / itemsName, progress);
   const auto measured = MediaImport::measure(copy.path(), original.kind, original.name());
   // The last moment to call the import off: decoding may have taken its time.
