@@ -6,6 +6,7 @@
 #include <nlohmann/json.hpp>
 #include <system_error>
 
+#include "base/Log.h"
 #include "base/Text.h"
 #include "control/DeviceSelector.h"
 #include "control/SlideshowFiles.h"
@@ -26,6 +27,10 @@ std::vector<Simulator::Device> bootedSimulators() {
     return Simulator::bootedDevices();
   } catch (const std::system_error&) {
     return {};  // No simctl on this machine: there are no simulators then.
+  } catch (const std::exception& error) {
+    // The emulators can be listed all the same.
+    Log::router().error("simctl cannot be understood: {}", error.what());
+    return {};
   }
 }
 

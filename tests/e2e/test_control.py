@@ -453,15 +453,20 @@ class DevicesTest(DeviceTest):
         self.emulators(("Pixel_8", 4242))
         self.assert_prints(self.run_program("devices"), "Android Pixel_8  [android:Pixel_8]\n")
 
-    def test_a_simctl_that_prints_garbage_is_an_error(self):
+    def test_a_simctl_that_prints_garbage_is_told_of_and_hides_no_emulator(self):
         self.simulators.answers("echo garbage")
+        self.emulators(("Pixel_8", 4242))
         result = self.run_program("devices")
-        self.assertEqual((result.returncode, result.stdout), (1, b""))
-        self.assertRegex(result.stderr.decode(), r"^error: .+\n$")
+        self.assertEqual((result.returncode, result.stdout.decode()),
+                         (0, "Android Pixel_8  [android:Pixel_8]\n"))
+        self.assertRegex(result.stderr.decode(), r"^lenslark: simctl cannot be understood: .+\n$")
 
     def test_names_may_hold_anything(self):
-        self.simulators.booted([("U1", 'Ärger … \\u0001 \\"x\\"')])
-        self.assertIn("Ärger …", self.run_program("devices").stdout.decode())
+        name = 'Ärger … \\u0001\\n\\u001b[2J\\u009b \\"x\\"'
+        self.simulators.booted([("U1", name)])
+        self.assert_prints(self.run_program("devices"), 'iOS Ärger … ???[2J? "x"  [ios:U1]\n')
+        result = self.run_program("devices", "--json")
+        self.assertEqual(json.loads(result.stdout)[0]["name"], json.loads(f'"{name}"'))
 
 
 class StatusTest(DeviceTest):
