@@ -2,6 +2,7 @@
 #include <cstdlib>
 #include <exception>
 
+#include "base/Log.h"
 #include "commands/Arguments.h"
 #include "commands/Dispatcher.h"
 #include "commands/Failure.h"
@@ -11,7 +12,9 @@ namespace lenslark {
 namespace {
 
 int run(int argc, char** argv) noexcept {
+  Output::holdStandardDescriptors();
   Output::surviveClosedPipes();
+  Log::mirrorToStandardError();
   try {
     Dispatcher::run(Arguments(argc, argv));
   } catch (const Output::Closed&) {

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 
+#include "base/Text.h"
 #include "commands/Failure.h"
 #include "commands/HelpText.h"
 #include "commands/Output.h"
@@ -22,7 +23,7 @@ void launch(const Arguments& arguments) {
 
 void printWebcams() {
   for (const auto& webcam : AndroidEmulator::listWebcams()) {
-    Output::printLine(webcam.label + "\t" + webcam.name);
+    Output::print(webcam.label + "\t" + Text::printable(webcam.name) + "\n");
   }
 }
 

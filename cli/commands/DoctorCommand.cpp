@@ -33,13 +33,6 @@ std::string_view mark(Doctor::Level level) noexcept {
   return "· ";
 }
 
-std::string printable(std::string_view text) {
-  std::string result = Text::repairUtf8(text);
-  std::ranges::replace_if(
-      result, [](char c) { return static_cast<unsigned char>(c) < ' ' || c == '\x7f'; }, '?');
-  return result;
-}
-
 nlohmann::json asJson(const std::vector<Doctor::Check>& checks) {
   auto list = nlohmann::json::array();
   for (const auto& check : checks) list.push_back(Doctor::json(check));
@@ -52,9 +45,9 @@ std::string text(const std::vector<Doctor::Check>& checks) {
   std::string text;
   for (const auto& check : checks) {
     text += mark(check.level);
-    text += printable(check.title) + "\n";
-    for (const auto& detail : check.details) text += "    " + printable(detail) + "\n";
-    if (check.fix) text += "    fix: " + printable(*check.fix) + "\n";
+    text += Text::printable(check.title) + "\n";
+    for (const auto& detail : check.details) text += "    " + Text::printable(detail) + "\n";
+    if (check.fix) text += "    fix: " + Text::printable(*check.fix) + "\n";
   }
   return text;
 }

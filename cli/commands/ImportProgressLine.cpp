@@ -21,8 +21,8 @@ constexpr auto redrawTime = std::chrono::milliseconds(100);
 std::string shortName(const std::string& path) {
   constexpr std::size_t longest = 30;
   const std::string name = std::filesystem::path(path).filename();
-  return name.size() <= longest ? Text::repairUtf8(name)
-                                : Text::repairUtf8(name.substr(0, longest - 1)) + "…";
+  return name.size() <= longest ? Text::printable(name)
+                                : Text::printable(name.substr(0, longest - 1)) + "…";
 }
 
 }  // namespace

@@ -18,7 +18,7 @@ void launch(const Arguments& arguments) {
   }
   const std::string bundleID(arguments.at(2));
   const std::string said = Simulator::launch(bundleID, udid(arguments));
-  Output::printLine(said.empty() ? "launched " + bundleID : said);
+  Output::print((said.empty() ? "launched " + bundleID : said) + "\n");
 }
 
 void enable(const Arguments& arguments) {

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <nlohmann/json.hpp>
 
+#include "base/Text.h"
 #include "commands/Failure.h"
 #include "commands/HelpText.h"
 #include "commands/InterruptibleImport.h"
@@ -27,8 +28,9 @@ std::string pixelSize(const MediaItem& item) {
 std::string line(const MediaItem& item, std::size_t sizeWidth) {
   std::string_view digest = item.id;
   if (digest.starts_with(idPrefix)) digest.remove_prefix(idPrefix.size());
-  return fmt::format("{}  {}  {:<{}}  {}{}", digest, rawValue(item.kind), pixelSize(item),
-                     sizeWidth, item.name, item.pinned ? "  pinned" : "");
+  return Text::printable(fmt::format("{}  {}  {:<{}}  {}{}", digest, rawValue(item.kind),
+                                     pixelSize(item), sizeWidth, item.name,
+                                     item.pinned ? "  pinned" : ""));
 }
 
 /// The item that the first operand names.

@@ -1,5 +1,6 @@
 #include "commands/Output.h"
 
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -8,8 +9,19 @@
 
 #include "base/Json.h"
 #include "base/PosixError.h"
+#include "base/Text.h"
 
 namespace lenslark::Output {
+
+void holdStandardDescriptors() noexcept {
+  // The lowest number that is free is the one that is given out. For reading only: who closed
+  // standard output is still told that nothing can be written to it.
+  int fd = -1;
+  do {
+    fd = ::open("/dev/null", O_RDONLY);
+  } while (fd >= 0 && fd <= STDERR_FILENO);
+  if (fd > STDERR_FILENO) ::close(fd);
+}
 
 void surviveClosedPipes() {
   // A handler and not SIG_IGN: exec gives children the default action back.
@@ -31,12 +43,8 @@ void print(std::string_view text) {
   }
 }
 
-void printLine(std::string_view line) {
-  std::string text(line);
-  text += '\n';
-  print(text);
-}
+void printLine(std::string_view line) { print(Text::printable(line) + "\n"); }
 
-void printJSON(const nlohmann::json& value) { printLine(Json::pretty(value)); }
+void printJSON(const nlohmann::json& value) { print(Json::pretty(value) + "\n"); }
 
 }  // namespace lenslark::Output

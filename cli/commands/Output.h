@@ -14,6 +14,10 @@ class Closed final : public std::exception {
   const char* what() const noexcept override { return "standard output is closed"; }
 };
 
+/// Standard descriptors that the process was started without lead nowhere from now on. Else the
+/// next file that is opened would take their place, and what is printed would end up in it.
+void holdStandardDescriptors() noexcept;
+
 /// From now on a write to a pipe without a reader fails instead of ending the process. Child
 /// processes are not affected.
 void surviveClosedPipes();
@@ -21,7 +25,7 @@ void surviveClosedPipes();
 /// **Fails** with Closed, or with std::system_error when the text cannot be written, for instance
 /// to a full disk.
 void print(std::string_view text);
-/// The same with a line feed behind it.
+/// One line: control characters in it are shown as "?", and a line feed stands behind it.
 void printLine(std::string_view line);
 /// Indented, keys sorted.
 void printJSON(const nlohmann::json& value);

@@ -6,7 +6,6 @@
 #include <mutex>
 #include <thread>
 
-#include "base/Log.h"
 #include "base/Text.h"
 #include "commands/Failure.h"
 #include "commands/InterruptibleImport.h"
@@ -20,9 +19,9 @@ namespace lenslark::ServeCommand {
 namespace {
 
 /// Standard output of a program that goes on without readers.
-void printWhilePossible(std::string_view line) noexcept {
+void printWhilePossible(std::string_view lines) noexcept {
   try {
-    Output::printLine(line);
+    Output::print(std::string(lines) + "\n");
   } catch (const std::exception&) {
     // The cameras matter, not the terminal that watched them.
   }
@@ -168,7 +167,7 @@ std::string statusText(const std::vector<DeviceStatus>& devices, const Summary& 
     std::string line(device.platform());
     line += " " + device.name;
     if (!device.window) line += " (no window)";
-    lines.push_back(line + " — " + Text::join(texts, ", "));
+    lines.push_back(Text::printable(line + " — " + Text::join(texts, ", ")));
   }
   return Text::join(lines, "\n");
 }
@@ -179,7 +178,6 @@ void run(const Arguments& arguments) {
     return importing(
         [&](const auto& progress) { return control.importMedia(path, kind, progress); });
   });
-  Log::mirrorToStandardError();
   static Service& service = *new Service(control);
   service.runUntilStopped(flags);
 }

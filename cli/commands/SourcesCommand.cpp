@@ -82,13 +82,14 @@ ScreenCapturer::Sources list() {
 std::string text(const ScreenCapturer::Sources& sources) {
   std::vector<Row> displays;
   for (const DisplayInfo& display : sources.displays) {
-    displays.push_back({std::to_string(displays.size()), display.name, sizeText(display.frame),
+    displays.push_back({std::to_string(displays.size()), Text::printable(display.name),
+                        sizeText(display.frame),
                         fmt::format("at {},{}", whole(display.frame.x), whole(display.frame.y))});
   }
   std::vector<Row> windows;
   for (const WindowInfo& window : sources.windows) {
-    windows.push_back(
-        {std::to_string(window.id), window.applicationName, sizeText(window.frame), window.title});
+    windows.push_back({std::to_string(window.id), Text::printable(window.applicationName),
+                       sizeText(window.frame), Text::printable(window.title)});
   }
   std::string out = "Displays (index, name, size, position):\n";
   appendTable(out, displays);

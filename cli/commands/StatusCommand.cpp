@@ -21,7 +21,7 @@ std::string injector(std::string (*find)()) {
 }
 
 std::string listed(const std::vector<std::string>& names) {
-  return names.empty() ? "none" : Text::join(names, ", ");
+  return names.empty() ? "none" : Text::printable(Text::join(names, ", "));
 }
 
 }  // namespace
@@ -40,10 +40,9 @@ void run(const Arguments&) {
   }
   Output::print("iOS injector      : " + injector(Simulator::injectorPath) +
                 "\nAndroid injector  : " + injector(AndroidEmulator::injectorPath) +
-                "\nBooted simulators : " + listed(simulators) +
-                "\nRunning emulators : " + listed({emulators.begin(), emulators.end()}) +
-                "\nGlobal default    : " + control.summary(control.store().config().global()) +
-                "\n");
+                "\nBooted simulators : " + listed(simulators) + "\nRunning emulators : " +
+                listed({emulators.begin(), emulators.end()}) + "\nGlobal default    : " +
+                Text::printable(control.summary(control.store().config().global())) + "\n");
 }
 
 }  // namespace lenslark::StatusCommand

@@ -5,6 +5,8 @@
 #include <atomic>
 #include <cstdio>
 
+#include "base/Text.h"
+
 namespace lenslark::Log {
 namespace {
 
@@ -14,7 +16,7 @@ std::atomic<bool> mirrored = false;
 
 void Logger::write(const std::string& message) const {
   ::syslog(LOG_USER | LOG_ERR, "lenslark[%s]: %s", category_, message.c_str());
-  if (mirrored) std::fprintf(stderr, "lenslark: %s\n", message.c_str());
+  if (mirrored) std::fprintf(stderr, "lenslark: %s\n", Text::printable(message).c_str());
 }
 
 const Logger& capture() noexcept {

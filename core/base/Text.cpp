@@ -75,6 +75,10 @@ void appendUtf8(std::string& out, char32_t codePoint) {
   }
 }
 
+bool isControl(char32_t codePoint) noexcept {
+  return codePoint < 0x20 || (codePoint >= 0x7F && codePoint < 0xA0);
+}
+
 /// glibc's own Unicode tables, independent of the user's locale settings.
 locale_t unicodeLocale() {
   static const locale_t locale = ::newlocale(LC_CTYPE_MASK, "C.UTF-8", nullptr);
@@ -137,6 +141,19 @@ std::string repairUtf8(std::string_view bytes) {
     bytes.remove_prefix(front.length);
   }
   return repaired;
+}
+
+std::string printable(std::string_view bytes, std::string_view kept) {
+  std::string text;
+  text.reserve(bytes.size());
+  while (!bytes.empty()) {
+    const Decoded front = decodeFront(bytes);
+    const bool shown = front.codePoint && (!isControl(*front.codePoint) ||
+                                           kept.find(bytes.front()) != std::string_view::npos);
+    text += shown ? bytes.substr(0, front.length) : front.codePoint ? "?" : replacement;
+    bytes.remove_prefix(front.length);
+  }
+  return text;
 }
 
 std::string lowercase(std::string_view text) {

@@ -18,6 +18,10 @@ std::string join(const std::vector<std::string>& pieces, std::string_view separa
 /// Valid UTF-8: what is not becomes U+FFFD, one for each maximal broken sequence.
 std::string repairUtf8(std::string_view bytes);
 
+/// What a terminal shows as text and nothing else: valid UTF-8, with a "?" for each control
+/// character but those in `kept`, so that a name can neither break its line nor move the cursor.
+std::string printable(std::string_view bytes, std::string_view kept = {});
+
 /// Lower case, letters beyond ASCII included (simple case mapping, whatever the locale).
 std::string lowercase(std::string_view text);
 

@@ -1,5 +1,6 @@
 """The program's verbs, texts and exit statuses."""
 
+import json
 import os
 import pathlib
 import subprocess
@@ -74,6 +75,21 @@ class OutputTest(EndToEndTest):
                                        capture_output=False)
         self.assertEqual(result.stderr, b"error: standard output: No space left on device\n")
         self.assertEqual(result.returncode, 1)
+
+    def test_a_closed_standard_output_is_an_error(self):
+        result = self.without_descriptors(">&-", "source", "set", "pattern")
+        self.assertEqual(result.stderr, b"error: standard output: Bad file descriptor\n")
+        self.assertEqual(result.returncode, 1)
+
+    def test_nothing_is_printed_into_a_file_that_took_its_place(self):
+        result = self.without_descriptors("<&- >&- 2>&-", "source", "set", "pattern")
+        self.assertEqual((result.returncode, result.stdout, result.stderr), (1, b"", b""))
+        assignment = json.loads(self.lenslark.config_file.read_text())["assignments"][0]
+        self.assertEqual(assignment["source"], {"kind": "pattern"})
+
+    def without_descriptors(self, redirection, *arguments):
+        return self.lenslark.run(*arguments,
+                                 prefix=("/bin/sh", "-c", f'exec "$@" {redirection}', "sh"))
 
     def test_runs_when_it_is_copied_elsewhere(self):
         copy = self.folder / "copy of lenslark"

@@ -112,6 +112,16 @@ class AddTest(MediaTest):
         [item] = json.loads(self.media("add", os.fsdecode(odd), "--json").stdout)
         self.assertEqual(item["name"], "\ufffd.png")
 
+    def test_a_name_cannot_break_its_line(self):
+        path = self.picture("a.png").rename(self.folder / "a\n\x1b[2Jb.png")
+        digest = hashlib.sha256(path.read_bytes()).hexdigest()
+        line = f"{digest}  image  64x48      a??[2Jb.png\n"
+        self.assert_prints(self.media("add", path), line)
+        self.assert_prints(self.media("list"), line)
+        [item] = json.loads(self.media("list", "--json").stdout)
+        self.assertEqual(item["name"], path.name)
+        self.assert_prints(self.media("rm", path.name), "Removed a??[2Jb.png\n")
+
     def test_many_at_once_lose_nothing(self):
         pictures = [self.picture(f"{number}.png", colours=((number, 0, 0),) * 4)
                     for number in range(12)]

@@ -226,6 +226,22 @@ class OutputTest(EndToEndTest):
             process.wait()
 
 
+    def test_goes_on_without_any_descriptor(self):
+        process = subprocess.Popen(
+            ["/bin/sh", "-c", 'exec "$0" serve --test-pattern <&- >&- 2>&-', self.lenslark.program],
+            env=self.lenslark.environment)
+        try:
+            eventually(self.lenslark.frame)
+            self.lenslark.next_frame()
+            null = [os.readlink(f"/proc/{process.pid}/fd/{number}") for number in range(3)]
+            self.assertEqual(null, ["/dev/null"] * 3)
+            process.send_signal(signal.SIGTERM)
+            self.assertEqual(process.wait(15), 0)
+        finally:
+            process.kill()
+            process.wait()
+
+
 class UsageTest(EndToEndTest):
     def test_a_number_must_be_one(self):
         for words, message in ((("--display", "two"), "--display expects a number"),

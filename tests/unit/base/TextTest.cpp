@@ -34,6 +34,13 @@ TEST(TextTest, leavesValidUtf8AsItIs) {
   EXPECT_EQ(Text::repairUtf8(text), text);
 }
 
+TEST(TextTest, showsNoControlCharacters) {
+  EXPECT_EQ(Text::printable("a\n\t\x1b[2J\x7f"), "a???[2J?");
+  EXPECT_EQ(Text::printable("\xC2\x9Bz"), "?z");  // U+009B begins an escape sequence by itself
+  EXPECT_EQ(Text::printable("a\nb\r", "\n"), "a\nb?");
+  EXPECT_EQ(Text::printable("\xFF…\xC2\xA0"), "\xEF\xBF\xBD…\xC2\xA0");
+}
+
 TEST(TextTest, repairsEachMaximalBrokenSequence) {
   const std::string mark = "\xEF\xBF\xBD";
   EXPECT_EQ(Text::repairUtf8("a\xFFz"), "a" + mark + "z");

@@ -34,6 +34,10 @@ TEST(FailureTest, aSystemErrorNamesThePathAndEndsWithOne) {
   EXPECT_EQ(reported.status, 1);
 }
 
+TEST(FailureTest, aToolsLinesStayAndItsEscapesDoNot) {
+  EXPECT_EQ(report(std::runtime_error("one\n\ttwo\x1b[2J\r")).text, "error: one\n\ttwo?[2J?\n");
+}
+
 TEST(FailureTest, anyOtherExceptionEndsWithOne) {
   EXPECT_EQ(report(std::runtime_error("odd")).status, 1);
 }

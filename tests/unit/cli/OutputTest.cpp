@@ -16,6 +16,10 @@ TEST(OutputTest, printsALine) {
   EXPECT_EQ(capturedOutput([] { Output::printLine("one"); }), "one\n");
 }
 
+TEST(OutputTest, nothingBreaksALine) {
+  EXPECT_EQ(capturedOutput([] { Output::printLine("a\nb\x1b[2J"); }), "a?b?[2J\n");
+}
+
 TEST(OutputTest, printsJsonIndentedWithSortedKeys) {
   EXPECT_EQ(capturedOutput([] {
               Output::printJSON({{"b", 1}, {"a", {true}}});
