@@ -137,6 +137,20 @@ bool scale(const PixelView& source, const PixelSpan& target) noexcept {
   return filter(from, target);
 }
 
+bool scalePart(const PixelView& source, const PixelSpan& target, const PixelRect& part) noexcept {
+  if (source.size.empty() || target.size.empty()) return false;
+  if (part.size().empty()) return true;
+  if (source.size == target.size) {
+    copy(source.part(part), target.part(part));
+    return true;
+  }
+  if (halved(source.size, target.size) != source.size) return false;
+  return libyuv::ARGBScaleClip(source.data, static_cast<int>(source.stride), source.size.width,
+                               source.size.height, target.data, static_cast<int>(target.stride),
+                               target.size.width, target.size.height, part.x, part.y, part.width,
+                               part.height, libyuv::kFilterBilinear) == 0;
+}
+
 void fill(const PixelSpan& target, const Color& color) noexcept {
   if (target.size.empty()) return;
   const auto premultiplied = [&](std::uint8_t value) {

@@ -22,6 +22,11 @@ void copy(const PixelView& source, const PixelSpan& target) noexcept;
 /// The whole source to the whole target, with a filter that suits the ratio.
 bool scale(const PixelView& source, const PixelSpan& target) noexcept;
 
+/// Draws no more than `part` of the target, which lies inside, as `scale` would draw it but
+/// for the rounding of the last bit. **Fails** also where a side shrinks to less than half, which
+/// is done in steps that take in all of it.
+bool scalePart(const PixelView& source, const PixelSpan& target, const PixelRect& part) noexcept;
+
 void fill(const PixelSpan& target, const Color& color) noexcept;
 
 /// Alpha 255 everywhere, colours as they are: a premultiplied picture laid over black.

@@ -1,99 +1,15 @@
 #include <gtest/gtest.h>
 
-#include <atomic>
-#include <functional>
-#include <mutex>
 #include <thread>
 
-#include "graphics/PixelBuffer.h"
+#include "platform/Film.h"
 #include "platform/linux/X11Stream.h"
-#include "support/Eventually.h"
+#include "platform/linux/XcbWindows.h"
 #include "support/XPainter.h"
 #include "support/XvfbServer.h"
 
 namespace lenslark {
 namespace {
-
-constexpr std::uint32_t red = 0xFF0000;
-constexpr std::uint32_t green = 0x00FF00;
-constexpr std::uint32_t blue = 0x0000FF;
-constexpr std::uint32_t white = 0xFFFFFF;
-constexpr std::uint32_t grey = 0x808080;
-
-std::uint32_t colourAt(const Frame& frame, int x, int y) {
-  const PixelView view = frame.pixelBuffer()->view();
-  const std::uint8_t* pixel = view.row(y) + static_cast<std::ptrdiff_t>(x) * 4;
-  return static_cast<std::uint32_t>(pixel[2] << 16 | pixel[1] << 8 | pixel[0]);
-}
-
-bool holds(const Frame& frame, std::uint32_t colour) {
-  const PixelView view = frame.pixelBuffer()->view();
-  for (int y = 0; y < view.size.height; ++y) {
-    for (int x = 0; x < view.size.width; ++x) {
-      if (colourAt(frame, x, y) == colour) return true;
-    }
-  }
-  return false;
-}
-
-/// Keeps the latest picture, and whether a colour was ever seen.
-class Film {
- public:
-  explicit Film(std::uint32_t forbidden = 0x123456) : forbidden_(forbidden) {}
-
-  Screen::FrameHandler onFrame() {
-    return [this](const FramePtr& frame) {
-      const bool seen = holds(*frame, forbidden_);
-      const std::lock_guard lock(mutex_);
-      last_ = frame;
-      count_ += 1;
-      if (seen) forbiddenFrames_ += 1;
-    };
-  }
-
-  Screen::StopHandler onStop() {
-    return [this](const Error& error) {
-      const std::lock_guard lock(mutex_);
-      stopped_ = error.what();
-    };
-  }
-
-  FramePtr last() const {
-    const std::lock_guard lock(mutex_);
-    return last_;
-  }
-  int count() const {
-    const std::lock_guard lock(mutex_);
-    return count_;
-  }
-  int forbiddenFrames() const {
-    const std::lock_guard lock(mutex_);
-    return forbiddenFrames_;
-  }
-  std::string stopped() const {
-    const std::lock_guard lock(mutex_);
-    return stopped_;
-  }
-
-  bool shows(int x, int y, std::uint32_t colour) const {
-    return eventually(
-        [&] {
-          const FramePtr frame = last();
-          return frame && colourAt(*frame, x, y) == colour;
-        },
-        std::chrono::seconds(3));
-  }
-
- private:
-  const std::uint32_t forbidden_;
-  mutable std::mutex mutex_;
-  FramePtr last_;
-  int count_ = 0;
-  int forbiddenFrames_ = 0;
-  std::string stopped_;
-};
-
-constexpr Screen::Request plain(int width, int height) { return {{width, height}, 30, false}; }
 
 class ScreenCaptureTest : public testing::Test {
  protected:
@@ -115,9 +31,9 @@ TEST_F(ScreenCaptureTest, filmsADisplay) {
   Film film;
   const auto stream = startX11Stream(
       [](const X11Connection& x) {
-        return makeDisplayScene(x, {0, 0, 800, 600});
+        return makeDisplayScene(x, XcbWindows::displays(x).front().id);
       },
-      plain(800, 600), film.onFrame(), film.onStop());
+      plain(1280, 800), film.onFrame(), film.onStop());
   EXPECT_TRUE(film.shows(150, 150, red));
 }
 
@@ -276,11 +192,8 @@ TEST_F(ScreenCaptureTest, tellsWhenTheServerGoes) {
 TEST(ScreenCaptureWithoutServerTest, saysThatThereIsNoDisplay) {
   const ScopedVariable display("DISPLAY", std::nullopt);
   Film film;
-  EXPECT_THROW(startX11Stream(
-                   [](const X11Connection& x) {
-                     return makeDisplayScene(x, {0, 0, 10, 10});
-                   },
-                   plain(10, 10), film.onFrame(), film.onStop()),
+  EXPECT_THROW(startX11Stream([](const X11Connection& x) { return makeDisplayScene(x, 0); },
+                              plain(10, 10), film.onFrame(), film.onStop()),
                CaptureError);
 }
 

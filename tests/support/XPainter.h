@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <cstring>
 #include <string>
+#include <vector>
 
 #include "graphics/Geometry.h"
 
@@ -37,6 +38,59 @@ class XPainter {
     xcb_map_window(connection_, id);
     sync();
     return id;
+  }
+
+  /// How a window differs from one of a single colour.
+  struct Look {
+    bool background = true;  ///< Without one it shows whatever was there until it is painted.
+    int border = 0;
+    std::uint32_t borderColour = 0;
+    bool alpha = false;    ///< 32 bits deep; colours are 0xAARRGGBB then.
+    bool managed = false;  ///< Leaves its place to a window manager.
+    xcb_window_t parent = XCB_NONE;
+    bool mapped = true;
+  };
+
+  xcb_window_t windowWith(const PixelRect& frame, std::uint32_t colour, const Look& look) {
+    const xcb_window_t id = xcb_generate_id(connection_);
+    const xcb_visualid_t visual = look.alpha ? alphaVisual() : screen_->root_visual;
+    if (look.alpha && colormap_ == XCB_NONE) {
+      colormap_ = xcb_generate_id(connection_);
+      xcb_create_colormap(connection_, XCB_COLORMAP_ALLOC_NONE, colormap_, screen_->root, visual);
+    }
+    std::vector<std::uint32_t> values;
+    std::uint32_t mask = XCB_CW_BORDER_PIXEL | XCB_CW_OVERRIDE_REDIRECT;
+    if (look.background) {
+      mask |= XCB_CW_BACK_PIXEL;
+      values.push_back(colour);
+    }
+    values.push_back(look.borderColour);
+    values.push_back(look.managed ? 0U : 1U);
+    if (look.alpha) {
+      mask |= XCB_CW_COLORMAP;
+      values.push_back(colormap_);
+    }
+    xcb_create_window(
+        connection_, look.alpha ? std::uint8_t{32} : std::uint8_t{XCB_COPY_FROM_PARENT}, id,
+        look.parent == XCB_NONE ? screen_->root : look.parent, static_cast<std::int16_t>(frame.x),
+        static_cast<std::int16_t>(frame.y), static_cast<std::uint16_t>(frame.width),
+        static_cast<std::uint16_t>(frame.height), static_cast<std::uint16_t>(look.border),
+        XCB_WINDOW_CLASS_INPUT_OUTPUT, visual, mask, values.data());
+    if (look.mapped) xcb_map_window(connection_, id);
+    sync();
+    return id;
+  }
+
+  void setClass(xcb_window_t window, const std::string& name) {
+    const std::string both = name + '\0' + name + '\0';
+    xcb_change_property(connection_, XCB_PROP_MODE_REPLACE, window, XCB_ATOM_WM_CLASS,
+                        XCB_ATOM_STRING, 8, static_cast<std::uint32_t>(both.size()), both.data());
+  }
+
+  void reparent(xcb_window_t window, xcb_window_t parent, int x, int y) {
+    xcb_reparent_window(connection_, window, parent, static_cast<std::int16_t>(x),
+                        static_cast<std::int16_t>(y));
+    sync();
   }
 
   void fill(xcb_window_t window, const PixelRect& part, std::uint32_t colour) {
@@ -105,8 +159,17 @@ class XPainter {
   xcb_window_t root() const noexcept { return screen_->root; }
 
  private:
+  xcb_visualid_t alphaVisual() const {
+    for (auto depths = xcb_screen_allowed_depths_iterator(screen_); depths.rem > 0;
+         xcb_depth_next(&depths)) {
+      if (depths.data->depth == 32) return xcb_depth_visuals(depths.data)->visual_id;
+    }
+    return XCB_NONE;
+  }
+
   xcb_connection_t* connection_;
   xcb_screen_t* screen_;
+  xcb_colormap_t colormap_ = XCB_NONE;
 };
 
 }  // namespace lenslark

@@ -7,7 +7,11 @@
 namespace lenslark {
 
 X11Background::X11Background(const X11Connection& x)
-    : x_(x), rootPixmapAtom_(x.atom("_XROOTPMAP_ID")), gc_(xcb_generate_id(x.get())) {
+    : x_(x),
+      rootPixmapAtom_(x.atom("_XROOTPMAP_ID")),
+      holder_(xcb_generate_id(x.get())),
+      window_(xcb_generate_id(x.get())),
+      gc_(xcb_generate_id(x.get())) {
   const std::uint32_t values[] = {0, 0};
   xcb_create_gc(x.get(), gc_, x.root(), XCB_GC_FOREGROUND | XCB_GC_GRAPHICS_EXPOSURES, values);
   makeWindow();
@@ -15,30 +19,26 @@ X11Background::X11Background(const X11Connection& x)
 }
 
 X11Background::~X11Background() {
-  if (window_ != XCB_NONE) xcb_destroy_window(x_.get(), window_);
+  xcb_destroy_window(x_.get(), holder_);
   xcb_free_gc(x_.get(), gc_);
   xcb_flush(x_.get());
 }
 
 void X11Background::makeWindow() {
-  const xcb_window_t window = xcb_generate_id(x_.get());
-  const std::uint32_t values[] = {XCB_BACK_PIXMAP_PARENT_RELATIVE, 1};
-  xcb_create_window(x_.get(), XCB_COPY_FROM_PARENT, window, x_.root(), 0, 0,
-                    x_.screen().width_in_pixels, x_.screen().height_in_pixels, 0,
-                    XCB_WINDOW_CLASS_INPUT_OUTPUT, XCB_COPY_FROM_PARENT,
-                    XCB_CW_BACK_PIXMAP | XCB_CW_OVERRIDE_REDIRECT, values);
+  const auto make = [this](xcb_window_t window, xcb_window_t parent, std::int16_t corner,
+                           Size size) {
+    const std::uint32_t values[] = {XCB_BACK_PIXMAP_PARENT_RELATIVE, 1};
+    xcb_create_window(x_.get(), XCB_COPY_FROM_PARENT, window, parent, corner, corner,
+                      static_cast<std::uint16_t>(size.width),
+                      static_cast<std::uint16_t>(size.height), 0, XCB_WINDOW_CLASS_INPUT_OUTPUT,
+                      XCB_COPY_FROM_PARENT, XCB_CW_BACK_PIXMAP | XCB_CW_OVERRIDE_REDIRECT, values);
+  };
+  make(holder_, x_.root(), -1, {1, 1});
+  make(window_, holder_, 1, {x_.screen().width_in_pixels, x_.screen().height_in_pixels});
   // Redirected by hand it is drawn into its store and never onto the screen.
-  const auto cookie =
-      xcb_composite_redirect_window_checked(x_.get(), window, XCB_COMPOSITE_REDIRECT_MANUAL);
-  const XcbReply<xcb_generic_error_t> error(xcb_request_check(x_.get(), cookie));
-  if (error) {
-    xcb_destroy_window(x_.get(), window);
-    return;
-  }
-  const std::uint32_t below = XCB_STACK_MODE_BELOW;
-  xcb_configure_window(x_.get(), window, XCB_CONFIG_WINDOW_STACK_MODE, &below);
-  xcb_map_window(x_.get(), window);
-  window_ = window;
+  xcb_composite_redirect_window(x_.get(), window_, XCB_COMPOSITE_REDIRECT_MANUAL);
+  xcb_map_window(x_.get(), window_);
+  xcb_map_window(x_.get(), holder_);
 }
 
 void X11Background::readRootPixmap() {
@@ -53,7 +53,16 @@ void X11Background::readRootPixmap() {
 }
 
 bool X11Background::handle(const xcb_generic_event_t& event) {
-  if ((event.response_type & 0x7F) != XCB_PROPERTY_NOTIFY) return false;
+  const int type = event.response_type & 0x7F;
+  if (type == XCB_CONFIGURE_NOTIFY) {
+    const auto& change = reinterpret_cast<const xcb_configure_notify_event_t&>(event);
+    if (change.window != x_.root()) return false;
+    const std::uint32_t size[] = {change.width, change.height};
+    xcb_configure_window(x_.get(), window_, XCB_CONFIG_WINDOW_WIDTH | XCB_CONFIG_WINDOW_HEIGHT,
+                         size);
+    return true;
+  }
+  if (type != XCB_PROPERTY_NOTIFY) return false;
   const auto& property = reinterpret_cast<const xcb_property_notify_event_t&>(event);
   if (property.window != x_.root() || property.atom != rootPixmapAtom_) return false;
   readRootPixmap();
@@ -72,10 +81,11 @@ void X11Background::paint(const X11Picture& target, const Region& region, const 
     const auto height = static_cast<std::uint16_t>(box.y2 - box.y1);
     const xcb_rectangle_t rect{x, y, width, height};
     xcb_poly_fill_rectangle(x_.get(), target.pixmap(), gc_, 1, &rect);
-    if (window_ != XCB_NONE) {
-      xcb_copy_area(x_.get(), window_, target.pixmap(), gc_, static_cast<std::int16_t>(box.x1),
-                    static_cast<std::int16_t>(box.y1), x, y, width, height);
-    }
+    // The root may have got another background since.
+    const auto left = static_cast<std::int16_t>(box.x1);
+    const auto top = static_cast<std::int16_t>(box.y1);
+    xcb_clear_area(x_.get(), 0, window_, left, top, width, height);
+    xcb_copy_area(x_.get(), window_, target.pixmap(), gc_, left, top, x, y, width, height);
     if (rootPixmap_ != XCB_NONE) {
       const std::uint32_t tiled[] = {XCB_FILL_STYLE_TILED, rootPixmap_,
                                      static_cast<std::uint32_t>(originX),

@@ -8,8 +8,9 @@ namespace lenslark {
 
 /// The screen behind all windows. What a covered part of the root looks like is kept nowhere; it
 /// is what desktops leave in _XROOTPMAP_ID, or else the root's background as the server paints it
-/// into a window of ours at the bottom, which is kept off the screen. Where neither can be had
-/// (beside a compositor) it is black.
+/// into a window of ours. That window lies inside another one, of a single pixel and off the
+/// screen: so nothing of it is seen, and a compositor that takes over the root's children later (or
+/// has already) finds none among them that was taken.
 class X11Background {
  public:
   explicit X11Background(const X11Connection& x);
@@ -17,8 +18,8 @@ class X11Background {
   X11Background(const X11Background&) = delete;
   X11Background& operator=(const X11Background&) = delete;
 
-  /// Our own window, which belongs into no picture; XCB_NONE without one.
-  xcb_window_t window() const noexcept { return window_; }
+  /// The child of the root that is ours.
+  xcb_window_t window() const noexcept { return holder_; }
 
   /// Whether the event says that the background changed.
   bool handle(const xcb_generic_event_t& event);
@@ -32,7 +33,8 @@ class X11Background {
   const X11Connection& x_;
   const xcb_atom_t rootPixmapAtom_;
   xcb_pixmap_t rootPixmap_ = XCB_NONE;
-  xcb_window_t window_ = XCB_NONE;
+  const xcb_window_t holder_;
+  const xcb_window_t window_;
   xcb_gcontext_t gc_;
 };
 

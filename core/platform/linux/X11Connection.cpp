@@ -5,6 +5,7 @@
 #include <xcb/damage.h>
 #include <xcb/render.h>
 #include <xcb/res.h>
+#include <xcb/shape.h>
 #include <xcb/shm.h>
 #include <xcb/xfixes.h>
 
@@ -49,6 +50,7 @@ void X11Connection::requireExtensions() {
   require(&xcb_render_id, "Render");
   damageEvents_ = require(&xcb_damage_id, "Damage");
   xfixesEvents_ = require(&xcb_xfixes_id, "XFixes");
+  shapeEvents_ = require(&xcb_shape_id, "Shape");
   // The server refuses requests of extensions whose version was not agreed on.
   ask(xcb_composite_query_version, xcb_composite_query_version_reply, 0U, 4U);
   ask(xcb_damage_query_version, xcb_damage_query_version_reply, 1U, 1U);

@@ -19,6 +19,7 @@ class X11Connection : public XcbConnection {
 
   std::uint8_t damageEvents() const noexcept { return damageEvents_; }
   std::uint8_t xfixesEvents() const noexcept { return xfixesEvents_; }
+  std::uint8_t shapeEvents() const noexcept { return shapeEvents_; }
   /// Whether pictures can be exchanged through shared memory, and drawn into there.
   bool hasShm() const noexcept { return hasShm_; }
   bool hasSharedPixmaps() const noexcept { return hasSharedPixmaps_; }
@@ -40,6 +41,7 @@ class X11Connection : public XcbConnection {
 
   std::uint8_t damageEvents_ = 0;
   std::uint8_t xfixesEvents_ = 0;
+  std::uint8_t shapeEvents_ = 0;
   bool hasShm_ = false;
   bool hasSharedPixmaps_ = false;
 };

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <utility>
 
 #include "graphics/Compositor.h"
 
@@ -16,24 +17,37 @@ X11Cursor::X11Cursor(const X11Connection& x) : x_(x) {
   follow();
 }
 
-bool X11Cursor::handle(const xcb_generic_event_t& event) {
-  if ((event.response_type & 0x7F) != x_.xfixesEvents() + XCB_XFIXES_CURSOR_NOTIFY) return false;
-  fetch();
-  return true;
+void X11Cursor::handle(const xcb_generic_event_t& event) {
+  if ((event.response_type & 0x7F) == x_.xfixesEvents() + XCB_XFIXES_CURSOR_NOTIFY) fetch();
 }
 
-bool X11Cursor::follow() {
+void X11Cursor::follow() {
   const auto pointer = x_.ask(xcb_query_pointer, xcb_query_pointer_reply, x_.root());
-  if (!pointer) return false;
-  const bool moved = pointer->root_x != x0_ || pointer->root_y != y0_;
+  if (!pointer) return;
   x0_ = pointer->root_x;
   y0_ = pointer->root_y;
-  return moved;
+}
+
+PixelRect X11Cursor::place() const {
+  const Size size = image_ ? image_->size() : Size{};
+  return {x0_ - hotX_, y0_ - hotY_, size.width, size.height};
+}
+
+bool X11Cursor::takeChange(const PixelRect& area) {
+  const PixelRect before = std::exchange(shown_, place());
+  const bool fetched = std::exchange(fetched_, false);
+  if (before == shown_ && !fetched) return false;
+  const auto meets = [&area](const PixelRect& rect) {
+    return rect.x < area.x + area.width && rect.x + rect.width > area.x &&
+           rect.y < area.y + area.height && rect.y + rect.height > area.y;
+  };
+  return meets(before) || meets(shown_);
 }
 
 void X11Cursor::fetch() {
   scaled_ = nullptr;
   image_ = nullptr;
+  fetched_ = true;
   const auto answer = x_.ask(xcb_xfixes_get_cursor_image, xcb_xfixes_get_cursor_image_reply);
   if (!answer || answer->width == 0 || answer->height == 0) return;
   image_ = std::make_shared<PixelBuffer>(Size{answer->width, answer->height});
@@ -48,8 +62,8 @@ void X11Cursor::fetch() {
   hotY_ = answer->yhot;
 }
 
-void X11Cursor::draw(const PixelRect& area, const PixelSpan& target) {
-  if (image_ == nullptr || area.size().empty()) return;
+PixelRect X11Cursor::draw(const PixelRect& area, const PixelSpan& target) {
+  if (image_ == nullptr || area.size().empty()) return {};
   const double scaleX = static_cast<double>(target.size.width) / area.width;
   const double scaleY = static_cast<double>(target.size.height) / area.height;
   const auto scaledSide = [](int side, double scale) {
@@ -64,6 +78,12 @@ void X11Cursor::draw(const PixelRect& area, const PixelSpan& target) {
   const int x = static_cast<int>(std::lround((x0_ - hotX_ - area.x) * scaleX));
   const int y = static_cast<int>(std::lround((y0_ - hotY_ - area.y) * scaleY));
   Compositor::blend(scaled_->view(), target, x, y, true);
+  const int left = std::max(x, 0);
+  const int top = std::max(y, 0);
+  const int right = std::min(x + size.width, target.size.width);
+  const int bottom = std::min(y + size.height, target.size.height);
+  if (left >= right || top >= bottom) return {};
+  return {left, top, right - left, bottom - top};
 }
 
 }  // namespace lenslark

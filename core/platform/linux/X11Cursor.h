@@ -1,7 +1,6 @@
 #pragma once
 
 #include <memory>
-#include <optional>
 
 #include "graphics/PixelBuffer.h"
 #include "platform/linux/X11Connection.h"
@@ -13,17 +12,21 @@ class X11Cursor {
  public:
   explicit X11Cursor(const X11Connection& x);
 
-  /// Whether the event says that the pointer looks different now; it is fetched again then.
-  bool handle(const xcb_generic_event_t& event);
+  /// Takes an event in: when the pointer looks different it is fetched again.
+  void handle(const xcb_generic_event_t& event);
+  /// Asks where the pointer is.
+  void follow();
 
-  /// Asks where the pointer is. Returns whether it moved since the last time.
-  bool follow();
+  /// Whether it shows differently in a picture of `area` than when this was last asked.
+  bool takeChange(const PixelRect& area);
 
-  /// Draws the pointer over a picture of `area` of the screen that was scaled to `target`.
-  void draw(const PixelRect& area, const PixelSpan& target);
+  /// Draws the pointer over a picture of `area` of the screen that was scaled to `target`. Returns
+  /// where it was drawn; empty when it is elsewhere.
+  PixelRect draw(const PixelRect& area, const PixelSpan& target);
 
  private:
   void fetch();
+  PixelRect place() const;
 
   const X11Connection& x_;
   std::shared_ptr<PixelBuffer> image_;
@@ -31,6 +34,10 @@ class X11Cursor {
   int hotY_ = 0;
   int x0_ = -1;
   int y0_ = -1;
+
+  // As it was when a change was last asked for.
+  PixelRect shown_;
+  bool fetched_ = false;
 
   // The image as it was last scaled.
   std::shared_ptr<PixelBuffer> scaled_;

@@ -1,11 +1,20 @@
 #include <fmt/core.h>
 #include <xcb/composite.h>
 #include <xcb/damage.h>
+#include <xcb/xfixes.h>
+
+#include <algorithm>
+#include <cmath>
+#include <utility>
 
 #include "platform/linux/X11Scene.h"
+#include "platform/linux/XcbWindows.h"
 
 namespace lenslark {
 namespace {
+
+using namespace std::chrono_literals;
+using Clock = std::chrono::steady_clock;
 
 /// A rectangle of one drawable as it is: the root's for a display, or a whole window.
 class DrawableScene : public X11Scene {
@@ -15,40 +24,40 @@ class DrawableScene : public X11Scene {
         drawable_(drawable),
         source_(source),
         gc_(xcb_generate_id(x.get())),
-        damage_(xcb_generate_id(x.get())) {
+        damage_(xcb_generate_id(x.get())),
+        changed_(xcb_generate_id(x.get())) {
     const std::uint32_t values[] = {XCB_SUBWINDOW_MODE_INCLUDE_INFERIORS, 0};
     xcb_create_gc(x.get(), gc_, x.root(), XCB_GC_SUBWINDOW_MODE | XCB_GC_GRAPHICS_EXPOSURES,
                   values);
-    xcb_damage_create(x.get(), damage_, drawable, XCB_DAMAGE_REPORT_LEVEL_BOUNDING_BOX);
+    xcb_xfixes_create_region(x.get(), changed_, 0, nullptr);
+    xcb_damage_create(x.get(), damage_, drawable, XCB_DAMAGE_REPORT_LEVEL_NON_EMPTY);
   }
   ~DrawableScene() override {
     xcb_damage_destroy(x_.get(), damage_);
+    xcb_xfixes_destroy_region(x_.get(), changed_);
     xcb_free_gc(x_.get(), gc_);
   }
 
   bool dirty() const override { return dirty_; }
 
   void handle(const xcb_generic_event_t& event) override {
-    if ((event.response_type & 0x7F) != x_.damageEvents() + XCB_DAMAGE_NOTIFY) return;
-    const auto& damage = reinterpret_cast<const xcb_damage_notify_event_t&>(event);
-    const int right = source_.x + source_.width;
-    const int bottom = source_.y + source_.height;
-    const auto& box = damage.area;
-    if (box.x < right && box.x + box.width > source_.x && box.y < bottom &&
-        box.y + box.height > source_.y) {
-      dirty_ = true;
-    } else {
-      xcb_damage_subtract(x_.get(), damage_, XCB_NONE, XCB_NONE);
-    }
+    if ((event.response_type & 0x7F) == x_.damageEvents() + XCB_DAMAGE_NOTIFY) dirty_ = true;
   }
 
-  void draw(X11Picture& picture, bool) override {
-    xcb_damage_subtract(x_.get(), damage_, XCB_NONE, XCB_NONE);
+  Region draw(X11Picture& picture, bool all) override {
     dirty_ = false;
-    xcb_copy_area(x_.get(), drawable_, picture.pixmap(), gc_, static_cast<std::int16_t>(source_.x),
-                  static_cast<std::int16_t>(source_.y), 0, 0,
-                  static_cast<std::uint16_t>(source_.width),
-                  static_cast<std::uint16_t>(source_.height));
+    const Region whole({0, 0, source_.width, source_.height});
+    const Region changed = takeChanged().move(-source_.x, -source_.y).intersect(whole);
+    const Region& wanted = all ? whole : changed;
+    for (const auto& box : wanted.boxes()) {
+      const auto x = static_cast<std::int16_t>(box.x1);
+      const auto y = static_cast<std::int16_t>(box.y1);
+      xcb_copy_area(
+          x_.get(), drawable_, picture.pixmap(), gc_, static_cast<std::int16_t>(source_.x + box.x1),
+          static_cast<std::int16_t>(source_.y + box.y1), x, y,
+          static_cast<std::uint16_t>(box.x2 - box.x1), static_cast<std::uint16_t>(box.y2 - box.y1));
+    }
+    return wanted;
   }
 
  protected:
@@ -58,42 +67,91 @@ class DrawableScene : public X11Scene {
   bool dirty_ = true;
 
  private:
+  /// What was painted since the last time; the server tells of it anew from now on.
+  Region takeChanged() const {
+    xcb_damage_subtract(x_.get(), damage_, XCB_NONE, changed_);
+    const auto answer = x_.ask(xcb_xfixes_fetch_region, xcb_xfixes_fetch_region_reply, changed_);
+    Region changed;
+    if (!answer) return changed;
+    const xcb_rectangle_t* rects = xcb_xfixes_fetch_region_rectangles(answer.get());
+    for (int index = 0; index < xcb_xfixes_fetch_region_rectangles_length(answer.get()); ++index) {
+      changed.add(
+          Region({rects[index].x, rects[index].y, rects[index].width, rects[index].height}));
+    }
+    return changed;
+  }
+
   const xcb_gcontext_t gc_;
   const xcb_damage_damage_t damage_;
+  const xcb_xfixes_region_t changed_;
 };
+
+CaptureError takenAway() { return CaptureError::unavailable("the display was taken away."); }
+
+std::optional<PixelRect> areaOf(const X11Connection& x, std::uint32_t display) {
+  const auto displays = XcbWindows::displays(x);
+  const auto found = std::ranges::find(displays, display, &DisplayInfo::id);
+  if (found == displays.end()) return std::nullopt;
+  const auto whole = [](double value) { return static_cast<int>(std::lround(value)); };
+  const Rect& frame = found->frame;
+  return PixelRect{whole(frame.x), whole(frame.y), whole(frame.width), whole(frame.height)};
+}
 
 class DisplayScene final : public DrawableScene {
  public:
-  DisplayScene(const X11Connection& x, const PixelRect& area) : DrawableScene(x, x.root(), area) {}
+  DisplayScene(const X11Connection& x, std::uint32_t display, const PixelRect& area)
+      : DrawableScene(x, x.root(), area), display_(display) {
+    // The root is configured, if only to what it is already, whenever monitors change.
+    const std::uint32_t mask = XCB_EVENT_MASK_STRUCTURE_NOTIFY;
+    xcb_change_window_attributes(x.get(), x.root(), XCB_CW_EVENT_MASK, &mask);
+    follow();
+  }
 
   PixelRect area() const override { return source_; }
+
+  std::optional<CaptureError> ended() const override {
+    if (!gone_) return std::nullopt;
+    return takenAway();
+  }
+
+  void handle(const xcb_generic_event_t& event) override {
+    if ((event.response_type & 0x7F) == XCB_CONFIGURE_NOTIFY) return follow();
+    DrawableScene::handle(event);
+  }
+
+  Region draw(X11Picture& picture, bool all) override {
+    return DrawableScene::draw(picture, std::exchange(moved_, false) || all);
+  }
+
+ private:
+  void follow() {
+    const auto area = areaOf(x_, display_);
+    gone_ = !area;
+    if (!area || *area == source_) return;
+    source_ = *area;
+    dirty_ = moved_ = true;
+  }
+
+  const std::uint32_t display_;
+  bool gone_ = false;
+  bool moved_ = false;
 };
 
-/// The child of the root that holds a window.
-xcb_window_t topLevelOf(const X11Connection& x, xcb_window_t window) {
-  for (;;) {
-    const auto tree = x.ask(xcb_query_tree, xcb_query_tree_reply, window);
-    if (!tree || tree->parent == x.root() || tree->parent == XCB_NONE) return window;
-    window = tree->parent;
-  }
-}
-
 CaptureError gone(xcb_window_t window) {
-  return CaptureError::unavailable(fmt::format("the window {:#x} was closed", window));
+  return CaptureError::unavailable(fmt::format("the window {:#x} was closed.", window));
 }
 
 class WindowScene final : public DrawableScene {
  public:
   WindowScene(const X11Connection& x, xcb_window_t window, Size size)
-      : DrawableScene(x, window, {0, 0, size.width, size.height}), top_(topLevelOf(x, window)) {
+      : DrawableScene(x, window, {0, 0, size.width, size.height}) {
     const std::uint32_t mask = XCB_EVENT_MASK_STRUCTURE_NOTIFY;
     xcb_change_window_attributes(x.get(), window, XCB_CW_EVENT_MASK, &mask);
-    // In a backing store of its own it keeps its pixels when it is covered or off the screen.
-    xcb_composite_redirect_window(x.get(), top_, XCB_COMPOSITE_REDIRECT_AUTOMATIC);
-    follow();
+    keepPixels();
+    followPosition();
   }
   ~WindowScene() override {
-    xcb_composite_unredirect_window(x_.get(), top_, XCB_COMPOSITE_REDIRECT_AUTOMATIC);
+    release();
     xcb_flush(x_.get());
   }
 
@@ -106,16 +164,31 @@ class WindowScene final : public DrawableScene {
     return gone(drawable_);
   }
 
+  bool ready() const override { return !readyFrom_; }
+  std::optional<Time> nextWork() const override { return readyFrom_; }
+  void work(Time now) override {
+    if (readyFrom_ && now >= *readyFrom_) readyFrom_.reset();
+  }
+
   void handle(const xcb_generic_event_t& event) override {
     switch (event.response_type & 0x7F) {
       case XCB_CONFIGURE_NOTIFY: {
         const auto& change = reinterpret_cast<const xcb_configure_notify_event_t&>(event);
+        if (Size{change.width, change.height} != source_.size()) dirty_ = true;
         source_.width = change.width;
         source_.height = change.height;
-        dirty_ = true;
-        follow();
+        followPosition();
         break;
       }
+      case XCB_REPARENT_NOTIFY:
+        release();
+        keepPixels();
+        followPosition();
+        break;
+      case XCB_MAP_NOTIFY:
+        waitForPainting();
+        dirty_ = true;
+        break;
       case XCB_DESTROY_NOTIFY:
         closed_ = true;
         break;
@@ -126,22 +199,54 @@ class WindowScene final : public DrawableScene {
   }
 
  private:
+  /// The child of the root that holds the window.
+  xcb_window_t topLevel() const {
+    xcb_window_t window = drawable_;
+    for (;;) {
+      const auto tree = x_.ask(xcb_query_tree, xcb_query_tree_reply, window);
+      if (!tree || tree->parent == x_.root() || tree->parent == XCB_NONE) return window;
+      window = tree->parent;
+    }
+  }
+
+  /// In a backing store of its own the window keeps its pixels when it is covered or off the
+  /// screen.
+  void keepPixels() {
+    top_ = topLevel();
+    const xcb_pixmap_t store = xcb_generate_id(x_.get());
+    const auto named = xcb_composite_name_window_pixmap_checked(x_.get(), top_, store);
+    const XcbReply<xcb_generic_error_t> hadNone(xcb_request_check(x_.get(), named));
+    xcb_free_pixmap(x_.get(), store);
+    xcb_composite_redirect_window(x_.get(), top_, XCB_COMPOSITE_REDIRECT_AUTOMATIC);
+    if (hadNone) waitForPainting();
+  }
+
+  void release() {
+    xcb_composite_unredirect_window(x_.get(), top_, XCB_COMPOSITE_REDIRECT_AUTOMATIC);
+  }
+
+  /// A new store holds what was on the screen at its place until the application has painted.
+  void waitForPainting() { readyFrom_ = Clock::now() + 100ms; }
+
   /// Where the window is on the screen, for the pointer's sake.
-  void follow() {
+  void followPosition() {
     const auto place = x_.ask(xcb_translate_coordinates, xcb_translate_coordinates_reply, drawable_,
                               x_.root(), std::int16_t{0}, std::int16_t{0});
     if (place) position_ = {place->dst_x, place->dst_y, 0, 0};
   }
 
-  const xcb_window_t top_;
+  xcb_window_t top_ = XCB_NONE;
   PixelRect position_;
+  std::optional<Time> readyFrom_;
   bool closed_ = false;
 };
 
 }  // namespace
 
-std::unique_ptr<X11Scene> makeDisplayScene(const X11Connection& x, const PixelRect& area) {
-  return std::make_unique<DisplayScene>(x, area);
+std::unique_ptr<X11Scene> makeDisplayScene(const X11Connection& x, std::uint32_t display) {
+  const auto area = areaOf(x, display);
+  if (!area) throw takenAway();
+  return std::make_unique<DisplayScene>(x, display, *area);
 }
 
 std::unique_ptr<X11Scene> makeWindowScene(const X11Connection& x, xcb_window_t window) {

@@ -5,6 +5,7 @@
 #include <optional>
 
 #include "platform/Screen.h"
+#include "platform/linux/Region.h"
 #include "platform/linux/X11Connection.h"
 #include "platform/linux/X11Picture.h"
 
@@ -22,10 +23,16 @@ class X11Scene {
   virtual PixelRect area() const = 0;
   virtual void handle(const xcb_generic_event_t& event) = 0;
 
+  /// Whether there is something to draw yet.
+  virtual bool ready() const { return true; }
   /// Whether the picture changed since `draw`.
   virtual bool dirty() const = 0;
-  /// Draws what changed into the picture, or all of it.
-  virtual void draw(X11Picture& picture, bool all) = 0;
+  /// Draws what changed into the picture, or all of it. Returns what it has drawn, counted from
+  /// the picture's corner.
+  virtual Region draw(X11Picture& picture, bool all) = 0;
+  /// Whether something has happened since `draw`, as far as events have been taken in, that may
+  /// have spoiled the picture: it must not be shown, and be drawn anew.
+  virtual bool spoiled() { return false; }
 
   /// Films another rectangle, where that is possible.
   virtual void retarget(const PixelRect&) {}
@@ -40,8 +47,9 @@ class X11Scene {
 std::unique_ptr<X11Scene> makeAreaScene(const X11Connection& x, const PixelRect& area,
                                         const ExcludedApplications& excluded);
 
-/// A rectangle of the screen as it is.
-std::unique_ptr<X11Scene> makeDisplayScene(const X11Connection& x, const PixelRect& area);
+/// A display as it is, wherever it is moved. **Fails** with CaptureError when there is none of that
+/// id.
+std::unique_ptr<X11Scene> makeDisplayScene(const X11Connection& x, std::uint32_t display);
 
 /// A window's own pixels. **Fails** with CaptureError when there is no such window.
 std::unique_ptr<X11Scene> makeWindowScene(const X11Connection& x, xcb_window_t window);

@@ -8,6 +8,7 @@
 #include <array>
 #include <mutex>
 #include <optional>
+#include <span>
 #include <thread>
 #include <utility>
 
@@ -16,6 +17,7 @@
 #include "base/PosixError.h"
 #include "graphics/Compositor.h"
 #include "platform/linux/X11Cursor.h"
+#include "platform/linux/X11Frames.h"
 
 namespace lenslark {
 namespace {
@@ -67,8 +69,9 @@ class X11Stream final : public ScreenStream {
     try {
       while (!stop.stop_requested()) {
         takeEvents();
+        takeTarget();
         if (const auto why = scene_->ended()) return onStop_(*why);
-        if (x_.broken()) return onStop_(CaptureError::unavailable("the X display went away"));
+        if (x_.broken()) return onStop_(CaptureError::unavailable("the X display went away."));
         const auto now = Steady::now();
         scene_->work(now);
         followPointer(now);
@@ -84,12 +87,15 @@ class X11Stream final : public ScreenStream {
   }
 
   void take(const xcb_generic_event_t& event) {
-    if (cursor_ && cursor_->handle(event)) pointerChanged_ = true;
+    if (cursor_) cursor_->handle(event);
     scene_->handle(event);
   }
 
   void takeEvents() {
     while (const XcbReply<xcb_generic_event_t> event{xcb_poll_for_event(x_.get())}) take(*event);
+  }
+
+  void takeTarget() {
     const std::lock_guard lock(mutex_);
     if (!next_) return;
     output_ = next_->output;
@@ -99,12 +105,17 @@ class X11Stream final : public ScreenStream {
   }
 
   void followPointer(Steady::time_point now) {
-    if (!cursor_ || now < nextPointer_) return;
-    nextPointer_ = now + period_;
-    if (cursor_->follow()) pointerChanged_ = true;
+    if (!cursor_) return;
+    if (now >= nextPointer_) {
+      nextPointer_ = now + period_;
+      cursor_->follow();
+    }
+    if (cursor_->takeChange(scene_->area())) pointerChanged_ = true;
   }
 
-  bool wanted() const { return scene_->dirty() || pointerChanged_ || drawAll_; }
+  bool wanted() const {
+    return scene_->ready() && (scene_->dirty() || pointerChanged_ || drawAll_);
+  }
 
   void makePicture(Steady::time_point now) {
     nextFrame_ = (now - nextFrame_ < period_ ? nextFrame_ : now) + period_;
@@ -118,35 +129,107 @@ class X11Stream final : public ScreenStream {
       picture_ = std::make_unique<X11Picture>(x_, area.size());
       drawAll_ = true;
     }
-    if (scene_->dirty() || drawAll_) scene_->draw(*picture_, drawAll_);
-    const PixelView pixels = picture_->read();
-    if (pixels.data == nullptr) return;
+    const auto changed = drawPicture();
+    if (!changed) return;
     drawAll_ = false;
+    const Layout layout = layOut(area.size());
+    if (frames_ == nullptr || frames_->size() != output_ || layout != layout_) {
+      frames_ = std::make_unique<X11Frames>(output_);
+      layout_ = layout;
+    }
+    frames_->outdate(onFrame(changed->region));
+    if (changed->region.empty() && !std::exchange(pointerChanged_, false)) return;
     pointerChanged_ = false;
-    if (FramePtr frame = scaled(pixels, area)) onFrame_(std::move(frame));
+    if (FramePtr frame = frameOf(changed->pixels, area)) onFrame_(std::move(frame));
   }
 
+  struct Changed {
+    Region region;  ///< Of the picture.
+    PixelView pixels;
+  };
+
+  /// Brings the picture up to date, all of it where `drawAll_`. Nothing when that did not succeed.
+  std::optional<Changed> drawPicture() {
+    constexpr int attempts = 5;
+    for (int attempt = 0; attempt < attempts; ++attempt) {
+      const bool drawn = scene_->dirty() || drawAll_;
+      Region changed = drawn ? scene_->draw(*picture_, drawAll_) : Region();
+      const PixelView pixels = picture_->read();
+      if (pixels.data == nullptr) return std::nullopt;
+      takeEvents();
+      if (!drawn || !scene_->spoiled()) return Changed{std::move(changed), pixels};
+      drawAll_ = true;
+    }
+    return std::nullopt;
+  }
+
+  /// How pictures become frames.
+  struct Layout {
+    Size picture;
+    PixelRect shown;
+
+    friend bool operator==(const Layout&, const Layout&) = default;
+  };
+
   /// The picture is fitted, but a pixel that only rounding left over becomes no black edge.
-  PixelRect shownIn(Size area) const {
+  Layout layOut(Size picture) const {
     const PixelRect whole{0, 0, output_.width, output_.height};
-    const PixelRect fitted = place(area, whole, false).target;
+    const PixelRect fitted = place(picture, whole, false).target;
     constexpr int rounding = 100;  // a hundredth of a side
     const bool fills = output_.width - fitted.width <= output_.width / rounding &&
                        output_.height - fitted.height <= output_.height / rounding;
-    return fills ? whole : fitted;
+    return {picture, fills ? whole : fitted};
   }
 
-  FramePtr scaled(const PixelView& pixels, const PixelRect& area) {
-    if (pool_ == nullptr || pool_->size() != output_) {
-      pool_ = std::make_unique<PixelBufferPool>(output_, true);
+  /// The frame's pixels that a part of the picture has a say in.
+  Region onFrame(const Region& part) const {
+    constexpr int reach = 1;  // of the filter, in pixels of either side
+    const auto& [picture, shown] = layout_;
+    const auto low = [](int edge, int to, int from) {
+      return static_cast<int>(std::int64_t{edge - reach} * to / from) - reach - 1;
+    };
+    const auto high = [](int edge, int to, int from) {
+      return static_cast<int>(std::int64_t{edge + reach} * to / from) + reach + 1;
+    };
+    Region onFrame;
+    for (const auto& box : part.boxes()) {
+      const int left = low(box.x1, shown.width, picture.width);
+      const int top = low(box.y1, shown.height, picture.height);
+      onFrame.add(
+          Region({shown.x + left, shown.y + top, high(box.x2, shown.width, picture.width) - left,
+                  high(box.y2, shown.height, picture.height) - top}));
     }
-    const auto frame = pool_->take();
+    return onFrame.intersect(Region(shown));
+  }
+
+  static bool drawParts(const PixelView& pixels, const PixelSpan& shown,
+                        std::span<const pixman_box32_t> boxes) {
+    constexpr std::size_t mostParts = 32;  // then one stroke is quicker
+    if (boxes.size() > mostParts) return false;
+    for (const auto& box : boxes) {
+      const PixelRect part{box.x1, box.y1, box.x2 - box.x1, box.y2 - box.y1};
+      if (!Compositor::scalePart(pixels, shown, part)) return false;
+      Compositor::makeOpaque(shown.part(part));
+    }
+    return true;
+  }
+
+  FramePtr frameOf(const PixelView& pixels, const PixelRect& area) {
+    const auto [frame, outdated] = frames_->take();
     const PixelSpan span = frame->span();
-    const PixelRect shown = place(area.size(), {0, 0, output_.width, output_.height}, false).target;
-    if (shown.size() != output_) Compositor::fill(span, {});
-    if (!Compositor::scale(pixels, span.part(shown))) return nullptr;
-    Compositor::makeOpaque(span.part(shown));
-    if (cursor_) cursor_->draw(area, span.part(shown));
+    const PixelSpan shown = span.part(layout_.shown);
+    const bool bars = !Region(*outdated).subtract(Region(layout_.shown)).empty();
+    if (bars) Compositor::fill(span, {});
+    const Region parts = Region(*outdated).move(-layout_.shown.x, -layout_.shown.y);
+    if (bars || !drawParts(pixels, shown, parts.boxes())) {
+      if (!Compositor::scale(pixels, shown)) return nullptr;
+      Compositor::makeOpaque(shown);
+    }
+    // The pointer must go again before the buffer's next turn.
+    PixelRect pointer = cursor_ ? cursor_->draw(area, shown) : PixelRect{};
+    pointer.x += layout_.shown.x;
+    pointer.y += layout_.shown.y;
+    *outdated = Region(pointer);
     return frame;
   }
 
@@ -182,7 +265,8 @@ class X11Stream final : public ScreenStream {
   std::unique_ptr<X11Scene> scene_;
   std::unique_ptr<X11Picture> picture_;
   std::optional<X11Cursor> cursor_;
-  std::unique_ptr<PixelBufferPool> pool_;
+  std::unique_ptr<X11Frames> frames_;
+  Layout layout_;
   Size output_;
   Steady::time_point nextFrame_{};
   Steady::time_point nextPointer_{};

@@ -3,6 +3,7 @@
 #include <fmt/core.h>
 #include <xcb/res.h>
 
+#include <algorithm>
 #include <cstring>
 #include <filesystem>
 #include <string_view>
@@ -11,43 +12,65 @@ namespace lenslark {
 namespace {
 
 /// Window managers nest their frames two or three deep.
-constexpr int deepestClient = 4;
+constexpr int deepestFrame = 3;
+/// Frames have a dozen windows for their decoration; what has many more is an application's own.
+constexpr std::size_t mostWindows = 256;
+/// The bits of a window's number that the server hands out; those above are its own.
+constexpr std::uint32_t handedOut = 0x1FFFFFFF;
+
+std::vector<std::string> texts(std::string_view bytes) {
+  std::vector<std::string> found;
+  while (!bytes.empty()) {
+    const std::size_t end = std::min(bytes.find('\0'), bytes.size());
+    if (end > 0) found.emplace_back(bytes.substr(0, end));
+    bytes.remove_prefix(std::min(end + 1, bytes.size()));
+  }
+  return found;
+}
 
 }  // namespace
 
 X11WindowOwner::X11WindowOwner(const X11Connection& x)
     : x_(x),
-      wmState_(x.atom("WM_STATE")),
       netWmPid_(x.atom("_NET_WM_PID")),
       hasResources_(x.ask(xcb_res_query_version, xcb_res_query_version_reply, std::uint8_t{1},
                           std::uint8_t{2}) != nullptr) {}
 
-bool X11WindowOwner::hasState(xcb_window_t window) const {
-  const auto property = x_.ask(xcb_get_property, xcb_get_property_reply, std::uint8_t{0}, window,
-                               wmState_, xcb_atom_t{XCB_GET_PROPERTY_TYPE_ANY}, 0U, 0U);
-  return property && property->type != XCB_ATOM_NONE;
+xcb_window_t X11WindowOwner::clientOf(xcb_window_t window) const noexcept {
+  return window & handedOut & ~xcb_get_setup(x_.get())->resource_id_mask;
 }
 
-void X11WindowOwner::collectClients(xcb_window_t window, int depth,
-                                    std::vector<xcb_window_t>& found) const {
-  if (hasState(window)) {
-    found.push_back(window);
-    return;
-  }
-  if (depth == 0) return;
-  const auto tree = x_.ask(xcb_query_tree, xcb_query_tree_reply, window);
-  if (!tree) return;
-  const xcb_window_t* children = xcb_query_tree_children(tree.get());
-  for (int index = 0; index < xcb_query_tree_children_length(tree.get()); ++index) {
-    collectClients(children[index], depth - 1, found);
-  }
+bool X11WindowOwner::isServersOwn(xcb_window_t window) const noexcept {
+  return clientOf(window) == 0;
 }
 
-std::vector<xcb_window_t> X11WindowOwner::clients(xcb_window_t topLevel) const {
-  std::vector<xcb_window_t> found;
-  collectClients(topLevel, deepestClient, found);
-  if (found.empty()) found.push_back(topLevel);
-  return found;
+X11WindowOwner::Family X11WindowOwner::familyOf(xcb_window_t topLevel) const {
+  Family family{{topLevel}, {}};
+  std::vector<xcb_window_t> level{topLevel};
+  std::size_t seen = 0;
+  for (int depth = 0; depth < deepestFrame && !level.empty(); ++depth) {
+    std::vector<xcb_query_tree_cookie_t> trees;
+    for (const xcb_window_t window : level) {
+      if (depth < 2) {
+        const std::uint32_t mask = XCB_EVENT_MASK_SUBSTRUCTURE_NOTIFY;
+        xcb_change_window_attributes(x_.get(), window, XCB_CW_EVENT_MASK, &mask);
+        family.parents.push_back(window);
+      }
+      trees.push_back(xcb_query_tree(x_.get(), window));
+    }
+    level.clear();
+    for (const auto tree : trees) {
+      const auto answer = x_.reply(xcb_query_tree_reply, tree);
+      if (!answer) continue;
+      const xcb_window_t* children = xcb_query_tree_children(answer.get());
+      for (int index = 0; index < xcb_query_tree_children_length(answer.get()); ++index) {
+        if (++seen > mostWindows) continue;
+        const bool sameOwner = clientOf(children[index]) == clientOf(topLevel);
+        (sameOwner ? level : family.members).push_back(children[index]);
+      }
+    }
+  }
+  return family;
 }
 
 pid_t X11WindowOwner::processOf(xcb_window_t window) const {
@@ -73,28 +96,29 @@ pid_t X11WindowOwner::processOf(xcb_window_t window) const {
   return static_cast<pid_t>(pid);
 }
 
-std::string X11WindowOwner::applicationOf(xcb_window_t window) const {
-  if (const pid_t pid = processOf(window); pid > 0) {
+std::vector<std::string> X11WindowOwner::namesOf(const std::vector<xcb_window_t>& windows) const {
+  std::vector<std::string> names;
+  std::vector<xcb_window_t> known;
+  for (const xcb_window_t window : windows) {
+    if (std::ranges::find(known, clientOf(window)) != known.end()) continue;
+    known.push_back(clientOf(window));
+    // Two texts, each with a zero behind it: the instance, then the class.
+    const auto classes =
+        x_.ask(xcb_get_property, xcb_get_property_reply, std::uint8_t{0}, window,
+               xcb_atom_t{XCB_ATOM_WM_CLASS}, xcb_atom_t{XCB_ATOM_STRING}, 0U, 256U);
+    if (classes) {
+      std::ranges::move(
+          texts({static_cast<const char*>(xcb_get_property_value(classes.get())),
+                 static_cast<std::size_t>(xcb_get_property_value_length(classes.get()))}),
+          std::back_inserter(names));
+    }
+    const pid_t pid = processOf(window);
+    if (pid <= 0) continue;
     std::error_code error;
     const auto executable = std::filesystem::read_symlink(fmt::format("/proc/{}/exe", pid), error);
-    if (!error) return executable.filename().string();
+    if (!error) names.push_back(executable.filename().string());
   }
-  return classOf(window);
-}
-
-std::string X11WindowOwner::classOf(xcb_window_t window) const {
-  const auto property =
-      x_.ask(xcb_get_property, xcb_get_property_reply, std::uint8_t{0}, window,
-             xcb_atom_t{XCB_ATOM_WM_CLASS}, xcb_atom_t{XCB_ATOM_STRING}, 0U, 256U);
-  if (!property) return {};
-  // Two texts, each with a zero behind it: the instance, then the class.
-  const std::string_view both(
-      static_cast<const char*>(xcb_get_property_value(property.get())),
-      static_cast<std::size_t>(xcb_get_property_value_length(property.get())));
-  const std::size_t end = both.find('\0');
-  if (end == std::string_view::npos) return std::string(both);
-  const std::string_view second = both.substr(end + 1);
-  return std::string(second.substr(0, second.find('\0')));
+  return names;
 }
 
 }  // namespace lenslark

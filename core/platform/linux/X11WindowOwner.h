@@ -9,29 +9,35 @@
 
 namespace lenslark {
 
-/// Finds out whose window it is.
+/// Finds out whose windows those are.
 /// **Threads**: one at a time, as its connection.
 class X11WindowOwner {
  public:
   explicit X11WindowOwner(const X11Connection& x);
 
-  /// The applications' own windows inside a child of the root: a window manager puts them into
-  /// frames of its own and marks them with WM_STATE. The window itself where there is none.
-  std::vector<xcb_window_t> clients(xcb_window_t topLevel) const;
+  /// A child of the root with what it frames.
+  struct Family {
+    /// The window itself, and of each other application whose windows lie inside, the outermost
+    /// ones: a window manager puts applications' windows into frames of its own.
+    std::vector<xcb_window_t> members;
+    /// Where windows may be put into the frame: the window and those directly below it.
+    std::vector<xcb_window_t> parents;
+  };
 
-  /// The process that made a window: as the server knows it, else as the window says; 0 if unknown.
-  pid_t processOf(xcb_window_t window) const;
+  /// Its parents tell from before they were looked at when something is put into them.
+  Family familyOf(xcb_window_t topLevel) const;
 
-  /// The base name of the process's executable, else the window's class; empty if unknown.
-  std::string applicationOf(xcb_window_t window) const;
+  /// What the owners of these windows are called: base names of executables, and window classes.
+  std::vector<std::string> namesOf(const std::vector<xcb_window_t>& windows) const;
+
+  /// Whether the server made the window for itself: a compositor's overlay is one.
+  bool isServersOwn(xcb_window_t window) const noexcept;
 
  private:
-  bool hasState(xcb_window_t window) const;
-  void collectClients(xcb_window_t window, int depth, std::vector<xcb_window_t>& found) const;
-  std::string classOf(xcb_window_t window) const;
+  pid_t processOf(xcb_window_t window) const;
+  xcb_window_t clientOf(xcb_window_t window) const noexcept;
 
   const X11Connection& x_;
-  const xcb_atom_t wmState_;
   const xcb_atom_t netWmPid_;
   const bool hasResources_;
 };

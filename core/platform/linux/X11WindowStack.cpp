@@ -1,54 +1,90 @@
 #include "platform/linux/X11WindowStack.h"
 
 #include <xcb/composite.h>
+#include <xcb/shape.h>
 #include <xcb/xfixes.h>
 
 #include <algorithm>
 #include <utility>
 
+#include "platform/linux/X11Repaint.h"
+
 namespace lenslark {
 namespace {
 
 using namespace std::chrono_literals;
+using Clock = std::chrono::steady_clock;
 
 /// Applications repaint within this time what they were told is exposed.
 constexpr auto paintingTime = 200ms;
+/// The same for a window that is being resized or has just appeared: it paints anyway, and is asked
+/// only for what it painted before this was looked for.
+constexpr auto repaintingTime = 60ms;
+/// The screen follows a window that has moved or gone within this time.
+constexpr auto afterimageTime = 1s;
 
 template <typename Event>
 const Event& as(const xcb_generic_event_t& event) {
   return reinterpret_cast<const Event&>(event);
 }
 
-PixelRect whole(const X11TopLevel& window) {
-  return {0, 0, window.frame.width, window.frame.height};
+/// With the border.
+PixelRect outer(const X11TopLevel& window) {
+  const int border = window.border;
+  return {-border, -border, window.frame.width + 2 * border, window.frame.height + 2 * border};
 }
 
 Region onScreen(const X11TopLevel& window) {
   return Region(window.shape).move(window.frame.x, window.frame.y);
 }
 
+PixelRect outerOnScreen(const X11TopLevel& window) {
+  PixelRect rect = outer(window);
+  rect.x += window.frame.x;
+  rect.y += window.frame.y;
+  return rect;
+}
+
+/// Keeps all other clients of the server waiting.
+class ServerGrab {
+ public:
+  explicit ServerGrab(const X11Connection& x) : x_(x) { xcb_grab_server(x.get()); }
+  ~ServerGrab() {
+    xcb_ungrab_server(x_.get());
+    xcb_flush(x_.get());
+  }
+  ServerGrab(const ServerGrab&) = delete;
+  ServerGrab& operator=(const ServerGrab&) = delete;
+
+ private:
+  const X11Connection& x_;
+};
+
 }  // namespace
 
-X11WindowStack::X11WindowStack(const X11Connection& x, ExcludedApplications excluded)
+X11WindowStack::X11WindowStack(const X11Connection& x, ExcludedApplications excluded,
+                               bool composited)
     : x_(x), excluded_(std::move(excluded)), owner_(x) {
-  // One mask serves a connection: properties are the background's affair.
-  const std::uint32_t mask = XCB_EVENT_MASK_SUBSTRUCTURE_NOTIFY | XCB_EVENT_MASK_PROPERTY_CHANGE;
-  // Nobody may move anything between the events that are asked for and the tree that is read.
-  xcb_grab_server(x.get());
-  xcb_change_window_attributes(x.get(), x.root(), XCB_CW_EVENT_MASK, &mask);
-  readTree();
-  markCovered();
-  xcb_composite_redirect_subwindows(x.get(), x.root(), XCB_COMPOSITE_REDIRECT_AUTOMATIC);
-  xcb_ungrab_server(x.get());
-  for (X11TopLevel& window : windows_) watch(window);
+  // One mask serves a connection: properties and the root's size are the background's affair.
+  const std::uint32_t mask = XCB_EVENT_MASK_SUBSTRUCTURE_NOTIFY | XCB_EVENT_MASK_STRUCTURE_NOTIFY |
+                             XCB_EVENT_MASK_PROPERTY_CHANGE;
+  {
+    // Nobody may move anything between the tree that is read and the stores that are made.
+    const ServerGrab grab(x);
+    xcb_change_window_attributes(x.get(), x.root(), XCB_CW_EVENT_MASK, &mask);
+    readTree();
+    const Backed backed = alreadyBacked();
+    // Before the stores are made: the server paints what comes to light then, and tells of it.
+    for (X11TopLevel& window : windows_) watch(window);
+    markCovered(backed, composited);
+    xcb_composite_redirect_subwindows(x.get(), x.root(), XCB_COMPOSITE_REDIRECT_AUTOMATIC);
+  }
   x_.sync();
 }
 
 X11WindowStack::~X11WindowStack() {
   xcb_composite_unredirect_subwindows(x_.get(), x_.root(), XCB_COMPOSITE_REDIRECT_AUTOMATIC);
-  for (X11TopLevel& window : windows_) {
-    if (window.damage != 0) xcb_damage_destroy(x_.get(), window.damage);
-  }
+  for (X11TopLevel& window : windows_) unwatch(window);
   xcb_flush(x_.get());
 }
 
@@ -64,6 +100,7 @@ void X11WindowStack::readTree() {
 X11TopLevel X11WindowStack::describe(xcb_window_t id) const {
   X11TopLevel window;
   window.id = id;
+  xcb_shape_select_input(x_.get(), id, 1);
   const auto attributes = x_.ask(xcb_get_window_attributes, xcb_get_window_attributes_reply, id);
   const auto geometry = x_.ask(xcb_get_geometry, xcb_get_geometry_reply, id);
   if (!attributes || !geometry) return window;
@@ -75,26 +112,35 @@ X11TopLevel X11WindowStack::describe(xcb_window_t id) const {
   window.drawable = attributes->_class == XCB_WINDOW_CLASS_INPUT_OUTPUT;
   window.mapped = attributes->map_state == XCB_MAP_STATE_VIEWABLE;
   readShape(window);
-  window.excluded = !window.drawable || (window.mapped && isExcluded(id));
+  decide(window);
   return window;
 }
 
-bool X11WindowStack::isExcluded(xcb_window_t topLevel) const {
-  const auto listed = [this](xcb_window_t window) {
-    return std::ranges::find(excluded_.windows, window) != excluded_.windows.end();
+/// What is not on the screen may become anybody's: it is decided when it appears.
+void X11WindowStack::decide(X11TopLevel& window) const {
+  window.excluded = true;
+  if (!window.drawable || owner_.isServersOwn(window.id)) return;
+  X11WindowOwner::Family family = owner_.familyOf(window.id);
+  window.parents = std::move(family.parents);
+  if (!window.mapped) return;
+  const auto listed = [this](xcb_window_t member) {
+    return std::ranges::find(excluded_.windows, member) != excluded_.windows.end();
   };
-  if (listed(topLevel)) return true;
-  return std::ranges::any_of(owner_.clients(topLevel), [&](xcb_window_t client) {
-    if (listed(client)) return true;
-    const std::string application = owner_.applicationOf(client);
-    return std::ranges::any_of(excluded_.namePrefixes, [&](const std::string& prefix) {
-      return application.starts_with(prefix);
-    });
-  });
+  if (std::ranges::any_of(family.members, listed)) return;
+  if (excluded_.namePrefixes.empty()) {
+    window.excluded = false;
+    return;
+  }
+  window.excluded =
+      std::ranges::any_of(owner_.namesOf(family.members), [this](const std::string& name) {
+        return std::ranges::any_of(excluded_.namePrefixes, [&](const std::string& prefix) {
+          return name.starts_with(prefix);
+        });
+      });
 }
 
 void X11WindowStack::readShape(X11TopLevel& window) const {
-  window.shape = Region(whole(window));
+  window.shape = Region(outer(window));
   const xcb_xfixes_region_t region = xcb_generate_id(x_.get());
   xcb_xfixes_create_region_from_window(x_.get(), region, window.id, XCB_SHAPE_SK_BOUNDING);
   const auto answer = x_.ask(xcb_xfixes_fetch_region, xcb_xfixes_fetch_region_reply, region);
@@ -108,52 +154,102 @@ void X11WindowStack::readShape(X11TopLevel& window) const {
   window.shape.intersect(shape);
 }
 
-void X11WindowStack::markCovered() {
+/// The windows that have stores since before; only such a one's can be named.
+X11WindowStack::Backed X11WindowStack::alreadyBacked() const {
+  std::vector<std::pair<xcb_window_t, xcb_void_cookie_t>> attempts;
+  const xcb_pixmap_t store = xcb_generate_id(x_.get());
+  for (const X11TopLevel& window : windows_) {
+    if (!window.mapped || !window.drawable) continue;
+    attempts.emplace_back(window.id,
+                          xcb_composite_name_window_pixmap_checked(x_.get(), window.id, store));
+    xcb_free_pixmap(x_.get(), store);
+  }
+  Backed backed;
+  for (const auto& [window, cookie] : attempts) {
+    const XcbReply<xcb_generic_error_t> error(xcb_request_check(x_.get(), cookie));
+    if (!error) backed.push_back(window);
+  }
+  return backed;
+}
+
+void X11WindowStack::markCovered(const Backed& backed, bool composited) {
   Region above;
   for (auto window = windows_.rbegin(); window != windows_.rend(); ++window) {
     if (!window->mapped || !window->drawable) continue;
-    setUnknown(*window, Region(above).move(-window->frame.x, -window->frame.y));
+    if (!window->excluded) {
+      const Region covered = Region(above).move(-window->frame.x, -window->frame.y);
+      const Region secret = secretsAt(*window);
+      const bool hadStore = std::ranges::find(backed, window->id) != backed.end();
+      if (!hadStore) {
+        makeUnknown(*window, covered, secret, Clock::now() + paintingTime);
+      } else if (!composited) {
+        // Another film's: how long ago it began is not known, and nobody sees the window repaint
+        // where an excluded one covers it.
+        makeUnknown(*window, secret, secret, Clock::now());
+      }
+    }
     above.add(onScreen(*window));
   }
 }
 
-void X11WindowStack::setUnknown(X11TopLevel& window, const Region& region) {
-  window.unknown.add(Region(region).intersect(Region(whole(window))));
-  window.knownFrom = std::chrono::steady_clock::now() + paintingTime;
+void X11WindowStack::makeUnknown(X11TopLevel& window, const Region& region, const Region& secret,
+                                 Time settles) {
+  const Region whole(outer(window));
+  window.unknown.add(region).add(secret).intersect(whole);
+  window.secret.add(secret).intersect(whole);
+  if (!window.unknown.empty()) window.settles = settles;
+}
+
+/// Where excluded windows are, or were a moment ago, as seen from a window's corner.
+Region X11WindowStack::secretsAt(const X11TopLevel& window) const {
+  Region secrets;
+  const auto oldest = Clock::now() - afterimageTime;
+  for (const X11TopLevel& other : windows_) {
+    if (other.mapped && other.drawable && other.excluded) secrets.add(Region(outerOnScreen(other)));
+  }
+  for (const auto& [rect, time] : lately_) {
+    if (time >= oldest) secrets.add(Region(rect));
+  }
+  return secrets.move(-window.frame.x, -window.frame.y).intersect(Region(outer(window)));
+}
+
+void X11WindowStack::rememberSecret(const X11TopLevel& window) {
+  if (!window.mapped || !window.drawable || !window.excluded) return;
+  const auto now = Clock::now();
+  std::erase_if(lately_, [&](const auto& entry) { return entry.second < now - afterimageTime; });
+  lately_.emplace_back(outerOnScreen(window), now);
 }
 
 void X11WindowStack::watch(X11TopLevel& window) {
-  if (!window.drawable) return;
-  // A window manager may put another application's window into a frame that is on the screen.
-  const std::uint32_t mask = XCB_EVENT_MASK_SUBSTRUCTURE_NOTIFY;
-  xcb_change_window_attributes(x_.get(), window.id, XCB_CW_EVENT_MASK, &mask);
-  if (window.excluded || !window.mapped || window.damage != 0) return;
+  // What is not on the screen yet is watched as well, so that no painting of it goes unseen.
+  if (!window.drawable || window.damage != 0 || owner_.isServersOwn(window.id)) return;
+  if (window.mapped && window.excluded) return;
   window.damage = xcb_generate_id(x_.get());
   xcb_damage_create(x_.get(), window.damage, window.id, XCB_DAMAGE_REPORT_LEVEL_DELTA_RECTANGLES);
+  tellAnew(window);
   changed(window);
+}
+
+void X11WindowStack::tellAnew(X11TopLevel& window) const {
+  if (window.damage == 0) return;
+  window.tellsFrom = xcb_damage_subtract(x_.get(), window.damage, XCB_NONE, XCB_NONE).sequence;
+}
+
+void X11WindowStack::unwatch(X11TopLevel& window) {
+  if (window.damage != 0) xcb_damage_destroy(x_.get(), std::exchange(window.damage, 0));
 }
 
 void X11WindowStack::changed(const X11TopLevel& window) {
   if (window.mapped && window.drawable) dirty_.add(onScreen(window));
 }
 
-void X11WindowStack::appear(X11TopLevel& window) {
-  window = [&] {
-    X11TopLevel fresh = describe(window.id);
-    fresh.damage = window.damage;
-    return fresh;
-  }();
-  // The new backing store begins with what was on the screen at its place.
-  setUnknown(window, Region(whole(window)));
-  watch(window);
-  changed(window);
-}
-
-void X11WindowStack::vanish(X11TopLevel& window) {
-  changed(window);
-  window.mapped = false;
-  window.excluded = true;
-  if (window.damage != 0) xcb_damage_destroy(x_.get(), std::exchange(window.damage, 0));
+/// The window has a new backing store, which begins with what was on the screen at its place.
+void X11WindowStack::renewed(X11TopLevel& window) {
+  upheaval_ = true;
+  window.unknown = window.secret = Region();
+  const Region secret = secretsAt(window);
+  makeUnknown(window, secret, secret, Clock::now() + repaintingTime);
+  tellAnew(window);
 }
 
 X11TopLevel* X11WindowStack::find(xcb_window_t id) {
@@ -161,16 +257,53 @@ X11TopLevel* X11WindowStack::find(xcb_window_t id) {
   return found == windows_.end() ? nullptr : &*found;
 }
 
+X11TopLevel* X11WindowStack::findParent(xcb_window_t id) {
+  const auto found = std::ranges::find_if(windows_, [id](const X11TopLevel& window) {
+    return std::ranges::find(window.parents, id) != window.parents.end();
+  });
+  return found == windows_.end() ? nullptr : &*found;
+}
+
+void X11WindowStack::appear(X11TopLevel& window) {
+  X11TopLevel fresh = describe(window.id);
+  fresh.damage = window.damage;
+  fresh.tellsFrom = window.tellsFrom;
+  fresh.damaged = window.damaged;
+  window = std::move(fresh);
+  if (window.excluded) {
+    unwatch(window);
+  } else {
+    renewed(window);
+    watch(window);
+  }
+  changed(window);
+}
+
+void X11WindowStack::vanish(X11TopLevel& window) {
+  changed(window);
+  rememberSecret(window);
+  window.mapped = false;
+  window.excluded = true;
+  window.unknown = window.secret = Region();
+  window.settles.reset();
+  tellAnew(window);
+}
+
 void X11WindowStack::add(xcb_window_t id) {
   if (find(id) != nullptr) return;
   windows_.push_back(describe(id));
-  if (windows_.back().mapped) appear(windows_.back());
+  if (windows_.back().mapped) {
+    appear(windows_.back());
+  } else {
+    watch(windows_.back());
+  }
 }
 
 void X11WindowStack::remove(xcb_window_t id) {
   X11TopLevel* window = find(id);
   if (window == nullptr) return;
   vanish(*window);
+  unwatch(*window);
   std::erase_if(windows_, [id](const X11TopLevel& other) { return other.id == id; });
 }
 
@@ -191,42 +324,64 @@ void X11WindowStack::configure(const xcb_configure_notify_event_t& event) {
   X11TopLevel* window = find(event.window);
   if (window == nullptr) return;
   changed(*window);
-  const Region before(whole(*window));
-  const Size sizeBefore = window->frame.size();
+  rememberSecret(*window);
+  const PixelRect before = outer(*window);
   window->border = event.border_width;
   window->frame = {event.x + window->border, event.y + window->border, event.width, event.height};
-  if (window->frame.size() != sizeBefore) {
+  if (outer(*window) != before) {
     readShape(*window);
-    window->unknown.intersect(Region(whole(*window)));
-    if (window->mapped) setUnknown(*window, Region(whole(*window)).subtract(before));
+    if (window->mapped && !window->excluded) renewed(*window);
   }
   changed(*window);
   placeAbove(event.window, event.above_sibling);
 }
 
-void X11WindowStack::damaged(const xcb_damage_notify_event_t& event) {
+void X11WindowStack::damaged(const xcb_damage_notify_event_t& event, std::uint32_t sequence) {
   X11TopLevel* window = find(event.drawable);
   if (window == nullptr || window->damage != event.damage) return;
+  window->damaged = true;
   const Region area({event.area.x, event.area.y, event.area.width, event.area.height});
-  window->unknown.subtract(area);
-  dirty_.add(Region(area).move(window->frame.x, window->frame.y));
+  if (static_cast<std::int32_t>(sequence - window->tellsFrom) >= 0) {
+    window->unknown.subtract(area);
+    window->secret.subtract(area);
+  }
+  if (window->mapped) dirty_.add(Region(area).move(window->frame.x, window->frame.y));
 }
 
 void X11WindowStack::reparented(const xcb_reparent_notify_event_t& event) {
-  if (event.parent == x_.root()) {
-    add(event.window);
-  } else if (event.event == x_.root()) {
-    remove(event.window);
-  } else if (X11TopLevel* frame = find(event.event); frame != nullptr && frame->mapped) {
-    vanish(*frame);
-    appear(*frame);
+  if (event.parent == x_.root()) return add(event.window);
+  if (event.event == x_.root()) return remove(event.window);
+  X11TopLevel* const frame = findParent(event.event);
+  if (frame == nullptr || !frame->mapped) return;
+  const bool wasExcluded = frame->excluded;
+  rememberSecret(*frame);
+  decide(*frame);
+  upheaval_ = true;
+  if (frame->excluded) {
+    unwatch(*frame);
+  } else if (wasExcluded) {
+    // It still shows what it held.
+    watch(*frame);
+    makeUnknown(*frame, frame->shape, frame->shape, Clock::now() + repaintingTime);
   }
+  changed(*frame);
+}
+
+void X11WindowStack::reshaped(xcb_window_t id) {
+  X11TopLevel* const window = find(id);
+  if (window == nullptr) return;
+  changed(*window);
+  readShape(*window);
+  changed(*window);
 }
 
 void X11WindowStack::handle(const xcb_generic_event_t& event) {
   const int type = event.response_type & 0x7F;
   if (type == x_.damageEvents() + XCB_DAMAGE_NOTIFY) {
-    return damaged(as<xcb_damage_notify_event_t>(event));
+    return damaged(as<xcb_damage_notify_event_t>(event), event.full_sequence);
+  }
+  if (type == x_.shapeEvents() + XCB_SHAPE_NOTIFY) {
+    return reshaped(as<xcb_shape_notify_event_t>(event).affected_window);
   }
   switch (type) {
     case XCB_CREATE_NOTIFY:
@@ -261,26 +416,31 @@ void X11WindowStack::handle(const xcb_generic_event_t& event) {
   }
 }
 
-void X11WindowStack::settle(std::chrono::steady_clock::time_point now) {
+void X11WindowStack::settle(Time now) {
   for (X11TopLevel& window : windows_) {
-    if (window.unknown.empty() || now < window.knownFrom) continue;
-    window.unknown = Region();
-    changed(window);
+    if (!window.settles || now < *window.settles) continue;
+    window.settles.reset();
+    const Region known = std::exchange(window.unknown, window.secret).subtract(window.secret);
+    if (window.mapped) dirty_.add(Region(known).move(window.frame.x, window.frame.y));
+    if (window.secret.empty()) continue;
+    tellAnew(window);
+    X11Repaint::ask(x_, window.id, window.secret);
   }
 }
 
-std::optional<std::chrono::steady_clock::time_point> X11WindowStack::nextSettling() const {
-  std::optional<std::chrono::steady_clock::time_point> next;
+std::optional<X11WindowStack::Time> X11WindowStack::nextSettling() const {
+  std::optional<Time> next;
   for (const X11TopLevel& window : windows_) {
-    if (window.unknown.empty() || !window.mapped || window.excluded) continue;
-    if (!next || window.knownFrom < *next) next = window.knownFrom;
+    if (window.settles && (!next || *window.settles < *next)) next = window.settles;
   }
   return next;
 }
 
 void X11WindowStack::expectDamage() {
-  for (const X11TopLevel& window : windows_) {
-    if (window.damage != 0) xcb_damage_subtract(x_.get(), window.damage, XCB_NONE, XCB_NONE);
+  for (X11TopLevel& window : windows_) {
+    if (window.damage == 0 || !window.damaged) continue;
+    xcb_damage_subtract(x_.get(), window.damage, XCB_NONE, XCB_NONE);
+    window.damaged = false;
   }
 }
 

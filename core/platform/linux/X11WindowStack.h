@@ -16,7 +16,8 @@
 
 namespace lenslark {
 
-/// One child of the root as the picture needs it.
+/// One child of the root as the picture needs it. Regions count from the window's corner, without
+/// its border.
 struct X11TopLevel {
   xcb_window_t id = 0;
   PixelRect frame;  ///< On the screen, without the border.
@@ -25,15 +26,24 @@ struct X11TopLevel {
   xcb_visualid_t visual = 0;
   bool drawable = false;  ///< Has pixels at all: no input-only window.
   bool mapped = false;
-  bool excluded = true;  ///< Until it is known whose it is.
-  xcb_damage_damage_t damage = 0;
-  Region shape;  ///< From the window's corner.
+  bool excluded = true;               ///< Until it is known whose it is.
+  Region shape;                       ///< With the border.
+  std::vector<xcb_window_t> parents;  ///< Where other applications' windows may be put into it.
 
-  /// What its backing store holds is not its own yet, from the window's corner: where it was
-  /// covered when the store was made, the server filled in the covering window's pixels. They
-  /// count as unknown until the application has painted there, or has had the time to.
+  xcb_damage_damage_t damage = 0;
+  /// The request from which on it tells of painting. What it tells before may be that the server
+  /// has given the window a store, or that it was asked for.
+  std::uint32_t tellsFrom = 0;
+  bool damaged = false;          ///< Since painting was last expected.
+
+  /// What its backing store holds is not its own yet: where it was covered when the store was
+  /// made, the server filled in the covering window's pixels. They count as unknown until the
+  /// application has painted there, or has had the time to.
   Region unknown;
-  std::chrono::steady_clock::time_point knownFrom;
+  /// The part of those that may show an excluded window. No time makes them known; when it is
+  /// over, the application is asked to paint there.
+  Region secret;
+  std::optional<std::chrono::steady_clock::time_point> settles;
 };
 
 /// The root's children, bottom to top, kept up to date by events, each redirected into a backing
@@ -41,7 +51,10 @@ struct X11TopLevel {
 /// **Threads**: one at a time, as its connection.
 class X11WindowStack {
  public:
-  X11WindowStack(const X11Connection& x, ExcludedApplications excluded);
+  using Time = std::chrono::steady_clock::time_point;
+
+  /// `composited`: whether a compositor has been giving the windows backing stores already.
+  X11WindowStack(const X11Connection& x, ExcludedApplications excluded, bool composited);
   ~X11WindowStack();
   X11WindowStack(const X11WindowStack&) = delete;
   X11WindowStack& operator=(const X11WindowStack&) = delete;
@@ -50,9 +63,9 @@ class X11WindowStack {
   void handle(const xcb_generic_event_t& event);
 
   /// Lets unknown pixels count as known where the time for painting them is over.
-  void settle(std::chrono::steady_clock::time_point now);
+  void settle(Time now);
   /// When `settle` has something to do.
-  std::optional<std::chrono::steady_clock::time_point> nextSettling() const;
+  std::optional<Time> nextSettling() const;
 
   const std::vector<X11TopLevel>& windows() const noexcept { return windows_; }
 
@@ -62,30 +75,50 @@ class X11WindowStack {
   /// Has painting told anew from now on: the server tells of each pixel once.
   void expectDamage();
 
+  /// Whether a window that could be seen got a new backing store or new contents since the last
+  /// call: what was copied of it meanwhile may be anything.
+  bool takeUpheaval() { return std::exchange(upheaval_, false); }
+
  private:
+  using Backed = std::vector<xcb_window_t>;
+
   void readTree();
+  Backed alreadyBacked() const;
+  void markCovered(const Backed& backed, bool composited);
   X11TopLevel describe(xcb_window_t id) const;
-  bool isExcluded(xcb_window_t topLevel) const;
-  void markCovered();
-  void watch(X11TopLevel& window);
-  void appear(X11TopLevel& window);
-  void vanish(X11TopLevel& window);
-  void setUnknown(X11TopLevel& window, const Region& region);
   void readShape(X11TopLevel& window) const;
+  void decide(X11TopLevel& window) const;
+
+  void watch(X11TopLevel& window);
+  void unwatch(X11TopLevel& window);
+  void tellAnew(X11TopLevel& window) const;
+  void renewed(X11TopLevel& window);
+  void makeUnknown(X11TopLevel& window, const Region& region, const Region& secret, Time settles);
+  Region secretsAt(const X11TopLevel& window) const;
+  void rememberSecret(const X11TopLevel& window);
   void changed(const X11TopLevel& window);
-  void placeAbove(xcb_window_t id, xcb_window_t sibling);
+
   X11TopLevel* find(xcb_window_t id);
-  void configure(const xcb_configure_notify_event_t& event);
-  void damaged(const xcb_damage_notify_event_t& event);
-  void reparented(const xcb_reparent_notify_event_t& event);
+  X11TopLevel* findParent(xcb_window_t id);
+  void placeAbove(xcb_window_t id, xcb_window_t sibling);
   void add(xcb_window_t id);
   void remove(xcb_window_t id);
+  void appear(X11TopLevel& window);
+  void vanish(X11TopLevel& window);
+  void configure(const xcb_configure_notify_event_t& event);
+  void damaged(const xcb_damage_notify_event_t& event, std::uint32_t sequence);
+  void reparented(const xcb_reparent_notify_event_t& event);
+  void reshaped(xcb_window_t id);
 
   const X11Connection& x_;
   const ExcludedApplications excluded_;
   const X11WindowOwner owner_;
   std::vector<X11TopLevel> windows_;
   Region dirty_;
+  bool upheaval_ = false;
+
+  /// Where excluded windows were a moment ago: the screen may still show them there.
+  std::vector<std::pair<PixelRect, Time>> lately_;
 };
 
 }  // namespace lenslark

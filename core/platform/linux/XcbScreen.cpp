@@ -39,18 +39,6 @@ std::optional<Rect> readBounds(std::uint32_t window) {
   }
 }
 
-PixelRect wholePixels(const Rect& rect) {
-  const auto whole = [](double value) { return static_cast<int>(std::lround(value)); };
-  return {whole(rect.x), whole(rect.y), whole(rect.width), whole(rect.height)};
-}
-
-PixelRect areaOfDisplay(const XcbConnection& connection, std::uint32_t id) {
-  const auto displays = XcbWindows::displays(connection);
-  const auto found = std::ranges::find(displays, id, &DisplayInfo::id);
-  if (found == displays.end()) throw CaptureError::unavailable("the display was taken away.");
-  return wholePixels(found->frame);
-}
-
 }  // namespace
 
 ScreenContent XcbScreen::content() {
@@ -66,9 +54,8 @@ std::optional<Rect> XcbScreen::windowBounds(std::uint32_t window) {
 std::unique_ptr<ScreenStream> XcbScreen::captureDisplay(std::uint32_t display,
                                                         const Request& request,
                                                         FrameHandler onFrame, StopHandler onStop) {
-  return startX11Stream(
-      [display](const X11Connection& x) { return makeDisplayScene(x, areaOfDisplay(x, display)); },
-      request, std::move(onFrame), std::move(onStop));
+  return startX11Stream([display](const X11Connection& x) { return makeDisplayScene(x, display); },
+                        request, std::move(onFrame), std::move(onStop));
 }
 
 std::unique_ptr<ScreenStream> XcbScreen::captureWindow(std::uint32_t window, const Request& request,

@@ -115,6 +115,43 @@ TEST(CompositorTest, scalingPremultipliedPixelsBringsNoHiddenColour) {
   }
 }
 
+/// A scaled picture of which only a part was drawn: how far it is from the whole's, inside and
+/// outside.
+void expectPartOfWhole(Size from, Size to, const PixelRect& part) {
+  const auto picture = numberedPicture(from);
+  PixelBuffer whole(to);
+  ASSERT_TRUE(Compositor::scale(picture->view(), whole.span()));
+  PixelBuffer partly(to);
+  Compositor::fill(partly.span(), {1, 2, 3, 255});
+  const Pixel untouched = pixelAt(partly.view(), 0, 0);
+  ASSERT_TRUE(Compositor::scalePart(picture->view(), partly.span(), part));
+  for (int y = 0; y < to.height; ++y) {
+    for (int x = 0; x < to.width; ++x) {
+      const bool inside =
+          x >= part.x && x < part.x + part.width && y >= part.y && y < part.y + part.height;
+      const Pixel expected = inside ? pixelAt(whole.view(), x, y) : untouched;
+      ASSERT_LE(distance(pixelAt(partly.view(), x, y), expected), inside ? 1 : 0)
+          << "at " << x << ", " << y << " of " << to.width << " x " << to.height;
+    }
+  }
+}
+
+TEST(CompositorTest, aPartIsScaledAsTheWhole) {
+  for (const PixelRect& part :
+       {PixelRect{0, 0, 1, 1}, PixelRect{7, 5, 20, 11}, PixelRect{33, 0, 31, 36}}) {
+    expectPartOfWhole({96, 54}, {64, 36}, part);
+    expectPartOfWhole({128, 72}, {64, 36}, part);
+    expectPartOfWhole({39, 84}, {64, 128}, part);
+    expectPartOfWhole({64, 36}, {64, 36}, part);
+  }
+}
+
+TEST(CompositorTest, noPartIsScaledWhereTheWholeIsHalvedFirst) {
+  const auto picture = numberedPicture({300, 300});
+  PixelBuffer target({64, 64});
+  EXPECT_FALSE(Compositor::scalePart(picture->view(), target.span(), {0, 0, 8, 8}));
+}
+
 TEST(CompositorTest, scaleSaysWhenItCannot) {
   PixelBuffer picture({40000, 1});
   PixelBuffer small({1000, 1});
