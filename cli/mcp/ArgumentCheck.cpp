@@ -43,7 +43,8 @@ std::string allowed(const json& schema) {
   if (type == "boolean") return "true or false";
   if (type == "integer") return "a whole number" + range(schema);
   if (type == "number") return "a number" + range(schema);
-  if (type == "array") return "an array";
+  // All arrays in the table are of texts.
+  if (type == "array") return "an array of strings";
   return "an object";
 }
 

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdlib>
 #include <limits>
 #include <nlohmann/json.hpp>
 
@@ -11,6 +12,7 @@
 #include "base/Error.h"
 #include "base/Json.h"
 #include "codecs/Modules.h"
+#include "config/Lenslark.h"
 #include "mcp/ArgumentCheck.h"
 #include "mcp/ToolTable.h"
 
@@ -116,10 +118,21 @@ std::string encodedPng(const PixelBuffer& image) {
   }
 }
 
+/// Hosts start servers with few variables: without a home, what is to be written has no place.
+std::string missingVariable(std::string_view message) {
+  for (const char* name : {"HOME", "LENSLARK_CONFIG_DIR"}) {
+    if (const char* value = std::getenv(name); value != nullptr && *value != '\0') return "";
+  }
+  if (message.find(Lenslark::supportDirectory().string()) == message.npos) return "";
+  return ". HOME is not set: add it, or LENSLARK_CONFIG_DIR, to the server's environment";
+}
+
 json failure(const std::exception& error) {
   const auto* own = dynamic_cast<const Error*>(&error);
   const std::string code = own != nullptr ? own->code() : "internal";
-  return {{"content", textContent(code + ": " + error.what())}, {"isError", true}};
+  const std::string message = error.what();
+  return {{"content", textContent(code + ": " + message + missingVariable(message))},
+          {"isError", true}};
 }
 
 }  // namespace

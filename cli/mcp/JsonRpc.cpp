@@ -1,5 +1,6 @@
 #include "mcp/JsonRpc.h"
 
+#include <poll.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -11,44 +12,76 @@ namespace {
 
 using nlohmann::json;
 
-/// Finds the digits of a message's id. The value itself is a floating-point number when it is
-/// larger than 64 bits hold, and would come back changed.
-class IdDigits final : public nlohmann::json_sax<json> {
+/// Writes a message's id down while the message is read. As a value, a number that is larger than
+/// 64 bits hold would be a rounded one and come back changed, also from within an array.
+class IdText final : public nlohmann::json_sax<json> {
  public:
-  std::string digits;
+  std::string text;
 
-  bool number_float(number_float_t, const string_t& text) override {
-    if (depth_ == 1 && idNext_) digits = text;
-    return true;
-  }
-  bool key(string_t& name) override {
-    idNext_ = name == "id";
-    return true;
-  }
-  bool start_object(std::size_t) override { return ++depth_ > 0; }
-  bool end_object() override { return depth_-- > 0; }
-  bool start_array(std::size_t) override { return ++depth_ > 0; }
-  bool end_array() override { return depth_-- > 0; }
-  bool null() override { return true; }
-  bool boolean(bool) override { return true; }
-  bool number_integer(number_integer_t) override { return true; }
-  bool number_unsigned(number_unsigned_t) override { return true; }
-  bool string(string_t&) override { return true; }
-  bool binary(binary_t&) override { return true; }
+  bool null() override { return scalar("null"); }
+  bool boolean(bool value) override { return scalar(value ? "true" : "false"); }
+  bool number_integer(number_integer_t value) override { return scalar(std::to_string(value)); }
+  bool number_unsigned(number_unsigned_t value) override { return scalar(std::to_string(value)); }
+  bool number_float(number_float_t, const string_t& digits) override { return scalar(digits); }
+  bool string(string_t& value) override { return scalar(Json::compact(value)); }
+  bool binary(binary_t&) override { return false; }
+  bool start_object(std::size_t) override { return start('{'); }
+  bool start_array(std::size_t) override { return start('['); }
+  bool end_object() override { return end('}'); }
+  bool end_array() override { return end(']'); }
   bool parse_error(std::size_t, const std::string&, const json::exception&) override {
     return false;
   }
 
+  bool key(string_t& name) override {
+    if (depth_ == 1) {
+      writing_ = name == "id";
+      // The last of two ids counts.
+      if (writing_) text.clear();
+    } else if (writing_) {
+      separate();
+      text += Json::compact(name) + ":";
+    }
+    return true;
+  }
+
  private:
+  bool scalar(std::string_view value) {
+    if (!writing_) return true;
+    separate();
+    text += value;
+    return true;
+  }
+
+  bool start(char bracket) {
+    ++depth_;
+    if (writing_) {
+      separate();
+      text += bracket;
+    }
+    return true;
+  }
+
+  bool end(char bracket) {
+    --depth_;
+    if (writing_ && depth_ > 0) text += bracket;
+    return true;
+  }
+
+  void separate() {
+    const bool first = text.empty() || text.back() == '[' || text.back() == '{';
+    if (!first && text.back() != ':') text += ',';
+  }
+
   int depth_ = 0;
-  bool idNext_ = false;
+  bool writing_ = false;
 };
 
 std::string idText(const json& id, std::string_view line) {
-  if (!id.is_number_float()) return Json::compact(id);
-  IdDigits finder;
-  json::sax_parse(line, &finder);
-  return finder.digits;
+  if (!id.is_number_float() && !id.is_structured()) return Json::compact(id);
+  IdText writer;
+  json::sax_parse(line, &writer);
+  return writer.text;
 }
 
 }  // namespace
@@ -109,6 +142,11 @@ std::optional<LineReader::Line> LineReader::next() {
   }
 }
 
+bool LineReader::waitForInput() const {
+  pollfd input{.fd = input_.get(), .events = POLLIN, .revents = 0};
+  return ::poll(&input, 1, -1) > 0 || errno == EINTR;
+}
+
 bool LineReader::fill() {
   constexpr std::size_t pieceSize = std::size_t{64} << 10U;
   buffer_.erase(0, start_);
@@ -118,7 +156,7 @@ bool LineReader::fill() {
   ssize_t count = -1;
   do {
     count = ::read(input_.get(), buffer_.data() + size, pieceSize);
-  } while (count < 0 && errno == EINTR);
+  } while (count < 0 && (errno == EINTR || (errno == EAGAIN && waitForInput())));
   buffer_.resize(size + (count > 0 ? static_cast<std::size_t>(count) : 0));
   return count > 0;
 }

@@ -18,7 +18,7 @@ inline constexpr int parseErrorCode = -32700;
 inline constexpr int methodNotFoundCode = -32601;
 
 struct Message {
-  /// The id as JSON text, in the very digits it came in; nothing for a notification.
+  /// The id as JSON text, its numbers in the very digits they came in; nothing for a notification.
   std::optional<std::string> id;
   std::string method;  ///< Empty where there is none.
   nlohmann::json params;
@@ -51,6 +51,8 @@ class LineReader {
 
  private:
   bool fill();
+  /// A host may hand over an input that does not wait by itself.
+  bool waitForInput() const;
 
   FileDescriptor input_;
   std::size_t longest_;

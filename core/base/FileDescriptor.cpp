@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <fmt/core.h>
+#include <poll.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -43,12 +44,21 @@ void FileDescriptor::reset() noexcept {
   if (fd_ >= 0) ::close(std::exchange(fd_, -1));
 }
 
+namespace {
+
+bool waitForRoom(const FileDescriptor& file) {
+  pollfd output{.fd = file.get(), .events = POLLOUT, .revents = 0};
+  return ::poll(&output, 1, -1) > 0 || errno == EINTR;
+}
+
+}  // namespace
+
 void writeAll(const FileDescriptor& file, std::span<const std::byte> bytes,
               const std::string& what) {
   while (!bytes.empty()) {
     const ssize_t written = ::write(file.get(), bytes.data(), bytes.size());
     if (written < 0) {
-      if (errno == EINTR) continue;
+      if (errno == EINTR || (errno == EAGAIN && waitForRoom(file))) continue;
       throwErrno(what);
     }
     bytes = bytes.subspan(static_cast<std::size_t>(written));

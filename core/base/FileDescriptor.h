@@ -32,8 +32,8 @@ class FileDescriptor {
   int fd_ = -1;
 };
 
-/// Writes all bytes, across short writes and interruptions. **Fails** with std::system_error that
-/// names `what`.
+/// Writes all bytes, across short writes and interruptions; waits where the descriptor does not
+/// wait by itself. **Fails** with std::system_error that names `what`.
 void writeAll(const FileDescriptor& file, std::span<const std::byte> bytes,
               const std::string& what);
 

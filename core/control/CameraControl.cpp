@@ -1,7 +1,6 @@
 #include "control/CameraControl.h"
 
 #include <algorithm>
-#include <cstdlib>
 #include <map>
 #include <nlohmann/json.hpp>
 #include <system_error>
@@ -13,6 +12,7 @@
 #include "devices/AndroidEmulator.h"
 #include "devices/Simulator.h"
 #include "feeds/FeedReader.h"
+#include "platform/UserDirectories.h"
 
 namespace lenslark {
 namespace {
@@ -35,10 +35,9 @@ std::vector<Simulator::Device> bootedSimulators() {
 }
 
 fs::path withoutTilde(const std::string& path) {
-  const char* home = std::getenv("HOME");
   std::error_code unreadable;
-  if (!path.starts_with("~/") || home == nullptr || fs::exists(path, unreadable)) return path;
-  return fs::path(home) / path.substr(2);
+  if (!path.starts_with("~/") || fs::exists(path, unreadable)) return path;
+  return UserDirectories::home() / path.substr(2);
 }
 
 void requireKind(const MediaItem& item, MediaItem::Kind expected, const std::string& path) {

@@ -4,8 +4,10 @@ import base64
 import contextlib
 import hashlib
 import json
+import os
 import pathlib
 import queue
+import socket
 import subprocess
 import threading
 
@@ -73,7 +75,8 @@ class MCPTest(DeviceTest):
         with open(self.folder / "mcp.err", "wb") as errors:
             process = subprocess.Popen([*self.simulators.prefix, self.lenslark.program, "mcp"],
                                        stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=errors,
-                                       env=environment or self.lenslark.environment)
+                                       env=self.lenslark.environment if environment is None
+                                       else environment)
         session = Session(process)
         try:
             yield session
@@ -127,7 +130,8 @@ class ProtocolTest(MCPTest):
     def test_ids_come_back_as_they_went(self):
         for ident in (b"0", b"-1", b'"x"', b"null", b"9007199254740993", b"18446744073709551615",
                       b"-9223372036854775808", b"123456789012345678901234567890", b"1.50", b"1e3",
-                      b'[1,"a"]', b'{"a":1}', b"true", '"ü"'.encode()):
+                      b'[1,"a"]', b'{"a":1}', b"true", '"ü"'.encode(), b"1E-5", b"-0.0",
+                      b'[123456789012345678901,{"id":1.0,"b":[]},[1.50]]'):
             self.assertEqual(self.converse(self.ping(ident)), [self.pong(ident)])
 
     def test_what_is_no_message_gets_one_parse_error(self):
@@ -163,6 +167,60 @@ class ProtocolTest(MCPTest):
         idents = [str(number).encode() for number in range(500)]
         lines = self.converse(b"".join(map(self.ping, idents)))
         self.assertEqual(lines, list(map(self.pong, idents)))
+
+    def test_hundreds_of_calls_are_answered_in_order(self):
+        calls = [{"jsonrpc": "2.0", "id": number, "method": "tools/call",
+                  "params": {"name": "get_source" if number % 3 else "no_such_tool"}}
+                 for number in range(300)]
+        lines = self.converse("".join(json.dumps(call) + "\n" for call in calls).encode())
+        answers = [json.loads(line) for line in lines]
+        self.assertEqual([answer["id"] for answer in answers], list(range(300)))
+        self.assertEqual(["isError" in answer["result"] for answer in answers],
+                         [number % 3 == 0 for number in range(300)])
+
+    def test_a_call_that_is_cancelled_while_it_runs_does_no_harm(self):
+        self.simulators.answers("cat > /dev/null; echo '{\"devices\":{}}'")
+        self.emulators()
+        result = self.run_program("mcp", input=(
+            b'{"jsonrpc":"2.0","id":1,"method":"tools/call","params":{"name":"list_devices"}}\n'
+            b'{"jsonrpc":"2.0","method":"notifications/cancelled","params":{"requestId":1}}\n'
+            + self.ping(b"2")))
+        self.assertEqual([json.loads(line)["id"] for line in result.stdout.splitlines()], [1, 2])
+
+    def test_an_input_and_an_output_that_do_not_wait_are_waited_for(self):
+        ours_in, its_in = socket.socketpair()
+        ours_out, its_out = socket.socketpair()
+        its_in.setblocking(False)
+        its_out.setblocking(False)
+        process = subprocess.Popen([self.lenslark.program, "mcp"], stdin=its_in, stdout=its_out,
+                                   stderr=subprocess.PIPE, env=self.lenslark.environment)
+        self.addCleanup(process.kill)
+        its_in.close()
+        its_out.close()
+        # It is up: from now on it looks for input where there is none.
+        self.assertEqual(process.stderr.readline(), READY)
+        requests = [b'{"id":%d,"method":"tools/list"}\n' % number for number in range(300)]
+        sender = threading.Thread(target=lambda: (ours_in.sendall(b"".join(requests)),
+                                                  ours_in.close()))
+        sender.start()
+        with ours_out, ours_out.makefile("rb") as answers:
+            self.assertEqual([json.loads(line)["id"] for line in answers], list(range(300)))
+        sender.join()
+        self.assertEqual(process.wait(20), 0)
+        process.stderr.close()
+
+    def test_without_an_output_it_says_so(self):
+        result = self.lenslark.run("mcp", prefix=("sh", "-c", 'exec "$@" >&-', "sh"),
+                                   input=self.ping(b"1"))
+        self.assertEqual((result.stderr, result.returncode),
+                         (b"error: standard output: Bad file descriptor\n", 1))
+
+    def test_an_output_that_takes_nothing_is_an_error(self):
+        result = self.lenslark.run("mcp", prefix=("sh", "-c", 'exec "$@" > /dev/full', "sh"),
+                                   input=self.ping(b"1"))
+        self.assertEqual(
+            (result.stderr, result.returncode),
+            (READY + b"error: standard output: No space left on device\n", 1))
 
     def test_answers_come_before_the_next_request(self):
         with self.server() as session:
@@ -206,6 +264,26 @@ class ProtocolTest(MCPTest):
         config = self.folder / ".local/share/Lenslark/config.json"
         self.assertEqual(json.loads(config.read_text())["assignments"][0]["source"],
                          {"kind": "pattern"})
+
+    def test_works_without_any_variable(self):
+        with self.server(environment={}) as session:
+            session.text("get_source")
+            session.text("list_devices")
+            # Nothing is written: the home directory of the user database is that of a person.
+            self.assertEqual(session.failure("set_source", kind="hologram").split(":")[0],
+                             "bad_args")
+
+    def test_says_which_variable_is_missing(self):
+        # A user whom the user database does not know has no home.
+        self.simulators.prefix = (
+            ("setpriv", "--reuid=54321", "--regid=54321", "--clear-groups") if os.getuid() == 0
+            else ("unshare", "--user", "--map-user=54321"))
+        if self.run_program("version").returncode != 0:
+            self.skipTest("no program can be run as somebody else here")
+        with self.server(environment={"PATH": "/usr/bin:/bin"}) as session:
+            self.assertRegex(session.failure("set_source", kind="pattern"),
+                             r"^internal: .*/\.local/share/Lenslark.*\. HOME is not set: add it, "
+                             r"or LENSLARK_CONFIG_DIR, to the server's environment$")
 
     def test_children_find_nothing_on_their_standard_input_and_nothing_they_say_gets_through(self):
         # A tool that reads all its input would swallow the requests behind the first.
@@ -303,7 +381,13 @@ class ToolTest(MCPTest):
              "window"),
             ("set_source", {"kind": "image"}, "image needs a file"),
             ("set_source", {"kind": "image", "path": 5}, "path is 5; it must be a string"),
-            ("set_source", {"kind": "slideshow", "paths": "x"}, 'paths is "x"; it must be an array'),
+            ("set_source", {"kind": "slideshow", "paths": "x"},
+             'paths is "x"; it must be an array of strings'),
+            ("set_source", {"kind": "slideshow", "paths": ["x", None]},
+             "paths[1] is null; it must be a string"),
+            ("set_source", {"kind": "display", "displayIndex": 1.5},
+             "displayIndex is 1.5; it must be a whole number"),
+            ("set_source", {"kind": "pattern", "loop": 1}, "loop is 1; it must be true or false"),
             ("set_source", {"kind": "slideshow", "interval": 0.1},
              "interval is 0.1; it must be a number from 0.5 to 60"),
             ("set_source", {"kind": "pattern", "camera": "side", "device": "all"},

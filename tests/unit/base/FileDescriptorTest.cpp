@@ -5,7 +5,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <array>
 #include <system_error>
+#include <thread>
 
 #include "base/Error.h"
 #include "support/TemporaryDirectory.h"
@@ -31,6 +33,24 @@ TEST(FileDescriptorTest, handsOverWhenItIsMoved) {
   FileDescriptor b = std::move(a);
   EXPECT_EQ(b.get(), number);
   EXPECT_FALSE(a);
+}
+
+TEST(FileDescriptorTest, waitsWhereTheDescriptorDoesNot) {
+  std::array<int, 2> ends{};
+  ASSERT_EQ(::pipe2(ends.data(), O_NONBLOCK), 0);
+  const FileDescriptor reader(ends[0]);
+  const std::string bytes(1'000'000, 'x');
+  std::jthread writer([&bytes, end = ends[1]] {
+    const FileDescriptor file(end);
+    writeAll(file, std::as_bytes(std::span(bytes)), "pipe");
+  });
+  std::string read;
+  std::array<char, 4096> piece{};
+  for (ssize_t count = -1; count != 0;) {
+    count = ::read(reader.get(), piece.data(), piece.size());
+    if (count > 0) read.append(piece.data(), static_cast<std::size_t>(count));
+  }
+  EXPECT_EQ(read, bytes);
 }
 
 TEST(FileDescriptorTest, isNotInheritedByOtherPrograms) {

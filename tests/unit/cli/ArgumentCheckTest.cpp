@@ -57,7 +57,7 @@ TEST(ArgumentCheckTest, typesAreTold) {
   EXPECT_EQ(complaint("reset_source", R"({"all": "yes"})"),
             "all is \"yes\"; it must be true or false");
   EXPECT_EQ(complaint("add_media", R"({"paths": "a.png"})"),
-            "paths is \"a.png\"; it must be an array");
+            "paths is \"a.png\"; it must be an array of strings");
   EXPECT_EQ(complaint("add_media", R"({"paths": ["a.png", 3]})"),
             "paths[1] is 3; it must be a string");
   EXPECT_EQ(complaint("set_source", R"({"kind": "display", "displayIndex": 1.5})"),

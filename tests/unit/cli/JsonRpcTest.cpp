@@ -29,12 +29,25 @@ TEST(JsonRpcTest, largeNumbersComeBackUnharmed) {
   }
 }
 
+TEST(JsonRpcTest, largeNumbersWithinAnIdComeBackUnharmed) {
+  for (const char* id : {"[123456789012345678901]", R"({"a":[1.0,{"b":[],"c":{}}],"d":"x,[:"})",
+                         R"([null,true,false,-1,"ü",[],[[1E5]]])", "[[],[[]],{}]"}) {
+    EXPECT_EQ(echoed(id), id);
+  }
+}
+
+TEST(JsonRpcTest, aTextThatIsAnIdIsWrittenAfresh) {
+  EXPECT_EQ(echoed(R"("\u00fc\/")"), "\"ü/\"");
+  EXPECT_EQ(echoed(R"([ "\u0001" , 1.0 ])"), R"(["\u0001",1.0])");
+}
+
 TEST(JsonRpcTest, onlyTheMessagesOwnIdCounts) {
   EXPECT_EQ(JsonRpc::read(R"({"params":{"id":1.5},"id":2.50,"x":[1.25]})").id, "2.50");
 }
 
 TEST(JsonRpcTest, theLastOfTwoIdsCounts) {
   EXPECT_EQ(JsonRpc::read(R"({"id":1.50,"id":2.50})").id, "2.50");
+  EXPECT_EQ(JsonRpc::read(R"({"id":[1.50],"x":{"id":3.0},"id":[2.50],"y":[1.0]})").id, "[2.50]");
 }
 
 TEST(JsonRpcTest, withoutAnIdItIsANotification) {
