@@ -7,6 +7,7 @@ import time
 import unittest
 
 BUILD = os.environ["LENSLARK_BUILD_DIR"]
+SOURCE = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
 LIBRARY = os.path.join(BUILD, "LenslarkEmuInject.so")
 RUN = os.path.join(BUILD, "lenslark-run")
 PROBE = os.path.join(BUILD, "tests", "injector-probe")
