@@ -90,8 +90,7 @@ static bool mayBeOurs(const char* path) {
 }
 
 LENSLARK_EXPORT DIR* opendir(const char* path) {
-  if (!real.opendir) realResolve();
-  DIR* stream = real.opendir(path);
+  DIR* stream = NEXT(opendir)(path);
   if (!realReady()) return stream;
   if (stream) {
     if (mayBeOurs(path)) watch(stream);
@@ -103,7 +102,7 @@ LENSLARK_EXPORT DIR* opendir(const char* path) {
     errno = place.kind == placeNone ? ENOENT : ENOTDIR;
     return NULL;
   }
-  stream = real.opendir("/");
+  stream = NEXT(opendir)("/");
   if (stream) {
     char name[4096];
     placeRealName(&place, name);
@@ -113,8 +112,7 @@ LENSLARK_EXPORT DIR* opendir(const char* path) {
 }
 
 LENSLARK_EXPORT DIR* fdopendir(int descriptor) {
-  if (!real.fdopendir) realResolve();
-  DIR* stream = real.fdopendir(descriptor);
+  DIR* stream = NEXT(fdopendir)(descriptor);
   if (stream && realReady()) watch(stream);
   return stream;
 }
@@ -130,28 +128,33 @@ static struct dirent* makeEntry(Listing* listing, const char* name, unsigned cha
   return &listing->entry;
 }
 
-LENSLARK_EXPORT struct dirent* readdir(DIR* stream) {
-  if (!real.readdir) realResolve();
-  Listing* listing = find(stream);
-  if (!listing) return real.readdir(stream);
-  if (listing->name[0] == '\0' && listing->next == 0) {
-    struct dirent* entry = real.readdir(stream);
-    if (entry) return entry;
-  }
+// What follows `entry`, which the next definition found: ours come behind all others.
+static struct dirent* listed(Listing* listing, struct dirent* entry) {
   char name[32];
   unsigned char type;
-  if (!placeEntry(&listing->place, listing->next, name, &type)) return NULL;
+  if (entry || !placeEntry(&listing->place, listing->next, name, &type)) return entry;
   return makeEntry(listing, name, type);
 }
 
+// True while the directory's own entries are listed. A directory that only we have has none.
+static bool isAtOthers(const Listing* listing) {
+  return listing->name[0] == '\0' && listing->next == 0;
+}
+
+LENSLARK_EXPORT struct dirent* readdir(DIR* stream) {
+  Listing* listing = find(stream);
+  if (!listing) return NEXT(readdir)(stream);
+  return listed(listing, isAtOthers(listing) ? NEXT(readdir)(stream) : NULL);
+}
+
 LENSLARK_EXPORT struct dirent64* readdir64(DIR* stream) {
-  return (struct dirent64*)readdir(stream);
+  Listing* listing = find(stream);
+  if (!listing) return NEXT(readdir64)(stream);
+  struct dirent64* entry = isAtOthers(listing) ? NEXT(readdir64)(stream) : NULL;
+  return (struct dirent64*)listed(listing, (struct dirent*)entry);
 }
 
 static int readInto(DIR* stream, struct dirent* into, struct dirent** result) {
-  if (!real.readdirR) realResolve();
-  Listing* listing = find(stream);
-  if (!listing) return real.readdirR(stream, into, result);
   const struct dirent* entry = readdir(stream);
   if (entry) {
     memcpy(into, entry, entry->d_reclen < sizeof(*into) ? entry->d_reclen : sizeof(*into));
@@ -162,46 +165,40 @@ static int readInto(DIR* stream, struct dirent* into, struct dirent** result) {
 
 LENSLARK_EXPORT int readdir_r(DIR* restrict stream, struct dirent* restrict into,
                               struct dirent** restrict result) {
-  return readInto(stream, into, result);
+  return find(stream) ? readInto(stream, into, result) : NEXT(readdir_r)(stream, into, result);
 }
 
 LENSLARK_EXPORT int readdir64_r(DIR* restrict stream, struct dirent64* restrict into,
                                 struct dirent64** restrict result) {
-  return readInto(stream, (struct dirent*)into, (struct dirent**)result);
+  return find(stream) ? readInto(stream, (struct dirent*)into, (struct dirent**)result)
+                      : NEXT(readdir64_r)(stream, into, result);
 }
 
 LENSLARK_EXPORT int closedir(DIR* stream) {
-  if (!real.closedir) realResolve();
   forget(stream);
-  return real.closedir(stream);
+  return NEXT(closedir)(stream);
 }
 
 LENSLARK_EXPORT void rewinddir(DIR* stream) {
-  if (!real.rewinddir) realResolve();
   Listing* listing = find(stream);
   if (listing) listing->next = 0;
-  real.rewinddir(stream);
+  NEXT(rewinddir)(stream);
 }
 
 LENSLARK_EXPORT long telldir(DIR* stream) {
-  if (!real.telldir) realResolve();
   const Listing* listing = find(stream);
-  return listing && listing->next > 0 ? firstPosition + listing->next : real.telldir(stream);
+  return listing && listing->next > 0 ? firstPosition + listing->next : NEXT(telldir)(stream);
 }
 
 LENSLARK_EXPORT void seekdir(DIR* stream, long position) {
-  if (!real.seekdir) realResolve();
   Listing* listing = find(stream);
   const bool ours = listing && position > firstPosition && position <= firstPosition + deviceCount;
   if (listing) listing->next = ours ? (int)(position - firstPosition) : 0;
-  if (!ours) real.seekdir(stream, position);
+  if (!ours) NEXT(seekdir)(stream, position);
 }
 
-typedef int (*Filter)(const struct dirent*);
-typedef int (*Order)(const struct dirent**, const struct dirent**);
-
 // Collects what a stream lists; -1 with errno if memory runs out.
-static int collect(DIR* stream, struct dirent*** into, Filter filter) {
+static int collect(DIR* stream, struct dirent*** into, RealFilter filter) {
   struct dirent** entries = NULL;
   int count = 0;
   const struct dirent* entry;
@@ -224,7 +221,7 @@ static int collect(DIR* stream, struct dirent*** into, Filter filter) {
 }
 
 // Lists `stream` and closes it.
-static int collectAll(DIR* stream, struct dirent*** into, Filter filter, Order order) {
+static int collectAll(DIR* stream, struct dirent*** into, RealFilter filter, RealOrder order) {
   const int count = collect(stream, into, filter);
   closedir(stream);
   if (count > 1 && order) {
@@ -233,59 +230,82 @@ static int collectAll(DIR* stream, struct dirent*** into, Filter filter, Order o
   return count;
 }
 
+// A stream on a directory that lists our names too, or NULL.
+static DIR* ownListing(int directory, const char* path) {
+  const bool relative = path[0] != '/' && directory != AT_FDCWD;
+  if (!relative && !mayBeOurs(path)) return NULL;
+  const int saved = errno;
+  DIR* stream = NULL;
+  if (relative) {
+    const int descriptor = openat(directory, path, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (descriptor >= 0 && !(stream = fdopendir(descriptor))) realClose(descriptor);
+  } else {
+    stream = opendir(path);
+  }
+  if (stream && !find(stream)) {
+    closedir(stream);
+    stream = NULL;
+  }
+  errno = saved;
+  return stream;
+}
+
 LENSLARK_EXPORT int scandir(const char* restrict path, struct dirent*** restrict into,
-                            Filter filter, Order order) {
-  if (!real.scandir) realResolve();
-  DIR* stream = mayBeOurs(path) ? opendir(path) : NULL;
-  if (find(stream)) return collectAll(stream, into, filter, order);
-  if (stream) closedir(stream);
-  return real.scandir(path, into, filter, order);
+                            RealFilter filter, RealOrder order) {
+  DIR* stream = ownListing(AT_FDCWD, path);
+  return stream ? collectAll(stream, into, filter, order)
+                : NEXT(scandir)(path, into, filter, order);
 }
 
 LENSLARK_EXPORT int scandirat(int directory, const char* restrict path,
-                              struct dirent*** restrict into, Filter filter, Order order) {
-  if (!real.scandirat) realResolve();
-  if (path[0] == '/' || directory == AT_FDCWD) return scandir(path, into, filter, order);
-  const int descriptor = openat(directory, path, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  DIR* stream = descriptor < 0 ? NULL : fdopendir(descriptor);
-  if (find(stream)) return collectAll(stream, into, filter, order);
-  if (stream) closedir(stream);
-  return real.scandirat(directory, path, into, filter, order);
-}
-
-LENSLARK_EXPORT int scandirat64(int directory, const char* restrict path,
-                                struct dirent64*** restrict into,
-                                int (*filter)(const struct dirent64*),
-                                int (*order)(const struct dirent64**, const struct dirent64**)) {
-  return scandirat(directory, path, (struct dirent***)into, (Filter)filter, (Order)order);
+                              struct dirent*** restrict into, RealFilter filter, RealOrder order) {
+  DIR* stream = ownListing(directory, path);
+  return stream ? collectAll(stream, into, filter, order)
+                : NEXT(scandirat)(directory, path, into, filter, order);
 }
 
 LENSLARK_EXPORT int scandir64(const char* restrict path, struct dirent64*** restrict into,
-                              int (*filter)(const struct dirent64*),
-                              int (*order)(const struct dirent64**, const struct dirent64**)) {
-  return scandir(path, (struct dirent***)into, (Filter)filter, (Order)order);
+                              RealFilter64 filter, RealOrder64 order) {
+  DIR* stream = ownListing(AT_FDCWD, path);
+  return stream ? collectAll(stream, (struct dirent***)into, (RealFilter)filter, (RealOrder)order)
+                : NEXT(scandir64)(path, into, filter, order);
+}
+
+LENSLARK_EXPORT int scandirat64(int directory, const char* restrict path,
+                                struct dirent64*** restrict into, RealFilter64 filter,
+                                RealOrder64 order) {
+  DIR* stream = ownListing(directory, path);
+  return stream ? collectAll(stream, (struct dirent***)into, (RealFilter)filter, (RealOrder)order)
+                : NEXT(scandirat64)(directory, path, into, filter, order);
 }
 
 static void* globOpen(const char* path) { return opendir(path); }
 static struct dirent* globRead(void* stream) { return readdir(stream); }
 static void globClose(void* stream) { closedir(stream); }
 
-LENSLARK_EXPORT int glob(const char* restrict pattern, int flags, int (*failed)(const char*, int),
-                         glob_t* restrict into) {
-  if (!real.glob) realResolve();
-  const bool ours = (flags & GLOB_ALTDIRFUNC) == 0 &&
-                    (strstr(pattern, "/dev/") || strstr(pattern, "video4linux"));
-  if (!ours) return real.glob(pattern, flags, failed, into);
-  // The C library lists with its own calls unless it is given others.
+static bool mayMatchOurs(const char* pattern, int flags) {
+  return (flags & GLOB_ALTDIRFUNC) == 0 &&
+         (strstr(pattern, "/dev/") || strstr(pattern, "video4linux"));
+}
+
+// The C library lists with its own calls unless it is given others.
+static int globOurs(const char* pattern, int flags, int (*failed)(const char*, int), glob_t* into) {
   into->gl_opendir = globOpen;
   into->gl_readdir = globRead;
   into->gl_closedir = globClose;
   into->gl_stat = stat;
   into->gl_lstat = lstat;
-  return real.glob(pattern, flags | GLOB_ALTDIRFUNC, failed, into);
+  return NEXT(glob)(pattern, flags | GLOB_ALTDIRFUNC, failed, into);
+}
+
+LENSLARK_EXPORT int glob(const char* restrict pattern, int flags, int (*failed)(const char*, int),
+                         glob_t* restrict into) {
+  return mayMatchOurs(pattern, flags) ? globOurs(pattern, flags, failed, into)
+                                      : NEXT(glob)(pattern, flags, failed, into);
 }
 
 LENSLARK_EXPORT int glob64(const char* restrict pattern, int flags, int (*failed)(const char*, int),
                            glob64_t* restrict into) {
-  return glob(pattern, flags, failed, (glob_t*)into);
+  return mayMatchOurs(pattern, flags) ? globOurs(pattern, flags, failed, (glob_t*)into)
+                                      : NEXT(glob64)(pattern, flags, failed, into);
 }

@@ -25,23 +25,37 @@ static int openCamera(int directory, const char* path, int flags) {
   return -1;
 }
 
-static int openAnywhere(int directory, const char* path, int flags, mode_t mode) {
-  if (!realReady()) return realOpenat(directory, path, flags, mode);
+// Creating would make a plain file where the camera is: true if it was opened instead, or failed
+// to.
+static bool createsCamera(int directory, const char* path, int flags, int* outcome) {
+  if (!(flags & O_CREAT) || !realReady()) return false;
   const int saved = errno;
-  // Creating would make a plain file where the camera is.
-  if ((flags & O_CREAT) && realFaccessat(directory, path, F_OK, 0) != 0) {
-    if (errno == ENOENT) {
-      const Place place = placeFind(directory, path);
-      if (place.kind != placeNone) return placeOpen(&place, flags);
+  if (realFaccessat(directory, path, F_OK, 0) != 0 && errno == ENOENT) {
+    const Place place = placeFind(directory, path);
+    if (place.kind != placeNone) {
+      *outcome = placeOpen(&place, flags);
+      return true;
     }
-    errno = saved;
   }
-  const int descriptor = realOpenat(directory, path, flags, mode);
+  errno = saved;
+  return false;
+}
+
+// What the next definition answered, or the camera if it found nothing.
+static int opened(int descriptor, int directory, const char* path, int flags) {
+  if (!realReady()) return descriptor;
   if (descriptor < 0) return errno == ENOENT ? openCamera(directory, path, flags) : -1;
   // A number that the kernel hands out again was closed behind our back.
   handleClosed(descriptor);
   return descriptor;
 }
+
+// The body of a call that opens, the next definition being called as its last arguments say.
+#define OPEN(directory, path, flags, mode, name, ...)                           \
+  int outcome;                                                                  \
+  if (createsCamera(directory, path, flags, &outcome)) return outcome;          \
+  outcome = CHAIN(name, realOpenat(directory, path, flags, mode), __VA_ARGS__); \
+  return opened(outcome, directory, path, flags);
 
 static bool takesMode(int flags) {
   return (flags & O_CREAT) != 0 || (flags & O_TMPFILE) == O_TMPFILE;
@@ -56,57 +70,45 @@ static bool takesMode(int flags) {
     va_end(arguments);                  \
   }
 
-LENSLARK_EXPORT int open(const char* path, int flags, ...) {
-  MODE_OF(flags, flags)
-  return openAnywhere(AT_FDCWD, path, flags, mode);
-}
+LENSLARK_EXPORT int open(const char* path, int flags, ...){
+    MODE_OF(flags, flags) OPEN(AT_FDCWD, path, flags, mode, open, path, flags, mode)}
 
-LENSLARK_EXPORT int open64(const char* path, int flags, ...) {
-  MODE_OF(flags, flags)
-  return openAnywhere(AT_FDCWD, path, flags | O_LARGEFILE, mode);
-}
+LENSLARK_EXPORT int open64(const char* path, int flags, ...){
+    MODE_OF(flags, flags) OPEN(AT_FDCWD, path, flags, mode, open64, path, flags, mode)}
 
-LENSLARK_EXPORT int openat(int directory, const char* path, int flags, ...) {
-  MODE_OF(flags, flags)
-  return openAnywhere(directory, path, flags, mode);
-}
+LENSLARK_EXPORT int openat(int directory, const char* path, int flags, ...){
+    MODE_OF(flags, flags) OPEN(directory, path, flags, mode, openat, directory, path, flags, mode)}
 
-LENSLARK_EXPORT int openat64(int directory, const char* path, int flags, ...) {
-  MODE_OF(flags, flags)
-  return openAnywhere(directory, path, flags | O_LARGEFILE, mode);
-}
+LENSLARK_EXPORT int openat64(int directory, const char* path, int flags, ...){
+    MODE_OF(flags, flags)
+        OPEN(directory, path, flags, mode, openat64, directory, path, flags, mode)}
 
-LENSLARK_EXPORT int creat(const char* path, mode_t mode) {
-  return openAnywhere(AT_FDCWD, path, O_CREAT | O_WRONLY | O_TRUNC, mode);
-}
+LENSLARK_EXPORT int creat(const char* path, mode_t mode){
+    OPEN(AT_FDCWD, path, O_CREAT | O_WRONLY | O_TRUNC, mode, creat, path, mode)}
 
-LENSLARK_EXPORT int creat64(const char* path, mode_t mode) {
-  return openAnywhere(AT_FDCWD, path, O_CREAT | O_WRONLY | O_TRUNC | O_LARGEFILE, mode);
-}
+LENSLARK_EXPORT int creat64(const char* path, mode_t mode){
+    OPEN(AT_FDCWD, path, O_CREAT | O_WRONLY | O_TRUNC, mode, creat64, path, mode)}
 
 // The twins that fortified programs call, for flags that need no mode.
 LENSLARK_EXPORT int __open_2(const char* path, int flags);
-LENSLARK_EXPORT int __open_2(const char* path, int flags) {
-  return openAnywhere(AT_FDCWD, path, flags, 0);
-}
+LENSLARK_EXPORT int __open_2(const char* path,
+                             int flags){OPEN(AT_FDCWD, path, flags, 0, __open_2, path, flags)}
 
 LENSLARK_EXPORT int __open64_2(const char* path, int flags);
-LENSLARK_EXPORT int __open64_2(const char* path, int flags) {
-  return openAnywhere(AT_FDCWD, path, flags | O_LARGEFILE, 0);
-}
+LENSLARK_EXPORT int __open64_2(const char* path,
+                               int flags){OPEN(AT_FDCWD, path, flags, 0, __open64_2, path, flags)}
 
 LENSLARK_EXPORT int __openat_2(int directory, const char* path, int flags);
-LENSLARK_EXPORT int __openat_2(int directory, const char* path, int flags) {
-  return openAnywhere(directory, path, flags, 0);
-}
+LENSLARK_EXPORT int __openat_2(int directory, const char* path, int flags){
+    OPEN(directory, path, flags, 0, __openat_2, directory, path, flags)}
 
 LENSLARK_EXPORT int __openat64_2(int directory, const char* path, int flags);
 LENSLARK_EXPORT int __openat64_2(int directory, const char* path, int flags) {
-  return openAnywhere(directory, path, flags | O_LARGEFILE, 0);
+  OPEN(directory, path, flags, 0, __openat64_2, directory, path, flags)
 }
 
-static FILE* openStream(const char* path, const char* mode) {
-  FILE* stream = real.fopen ? real.fopen(path, mode) : NULL;
+// What the next definition answered, or a stream on one of our files if it found nothing.
+static FILE* streamed(FILE* stream, const char* path, const char* mode) {
   if (stream || errno != ENOENT || mode[0] != 'r' || !realReady()) return stream;
   const Place place = placeFind(AT_FDCWD, path);
   if (place.kind != placeFile) {
@@ -121,37 +123,42 @@ static FILE* openStream(const char* path, const char* mode) {
 }
 
 LENSLARK_EXPORT FILE* fopen(const char* restrict path, const char* restrict mode) {
-  // A stream cannot be had from the kernel: an early caller needs the C library now.
-  if (!real.fopen) realResolve();
-  return openStream(path, mode);
+  return streamed(NEXT(fopen)(path, mode), path, mode);
 }
 
 LENSLARK_EXPORT FILE* fopen64(const char* restrict path, const char* restrict mode) {
-  return fopen(path, mode);
+  return streamed(NEXT(fopen64)(path, mode), path, mode);
 }
 
-LENSLARK_EXPORT FILE* freopen(const char* restrict path, const char* restrict mode,
-                              FILE* restrict stream) {
-  if (!real.freopen) realResolve();
-  if (!path || !realReady()) return real.freopen(path, mode, stream);
-  // Asked before: the C library closes the stream even if nothing is there.
+// The C library closes the stream even if nothing is there. So one of our files is looked for
+// before: a descriptor of it and its name in `link`, else -1.
+static int replacement(const char* path, const char* mode, char link[static 32]) {
+  if (!path || mode[0] != 'r' || !realReady()) return -1;
   const int saved = errno;
   const bool missing = realFaccessat(AT_FDCWD, path, F_OK, 0) != 0 && errno == ENOENT;
   const Place place = missing ? placeFind(AT_FDCWD, path) : (Place){.kind = placeNone};
   errno = saved;
-  const int descriptor =
-      place.kind == placeFile && mode[0] == 'r' ? placeOpen(&place, O_RDONLY | O_CLOEXEC) : -1;
-  if (descriptor < 0) return real.freopen(path, mode, stream);
-  char link[64];
-  snprintf(link, sizeof(link), "/proc/self/fd/%d", descriptor);
-  FILE* reopened = real.freopen(link, mode, stream);
-  realClose(descriptor);
+  const int descriptor = place.kind == placeFile ? placeOpen(&place, O_RDONLY | O_CLOEXEC) : -1;
+  snprintf(link, 32, "/proc/self/fd/%d", descriptor);
+  return descriptor;
+}
+
+LENSLARK_EXPORT FILE* freopen(const char* restrict path, const char* restrict mode,
+                              FILE* restrict stream) {
+  char link[32];
+  const int ours = replacement(path, mode, link);
+  FILE* reopened = NEXT(freopen)(ours < 0 ? path : link, mode, stream);
+  if (ours >= 0) realClose(ours);
   return reopened;
 }
 
 LENSLARK_EXPORT FILE* freopen64(const char* restrict path, const char* restrict mode,
                                 FILE* restrict stream) {
-  return freopen(path, mode, stream);
+  char link[32];
+  const int ours = replacement(path, mode, link);
+  FILE* reopened = NEXT(freopen64)(ours < 0 ? path : link, mode, stream);
+  if (ours >= 0) realClose(ours);
+  return reopened;
 }
 
 LENSLARK_EXPORT int close(int descriptor) {
@@ -160,82 +167,75 @@ LENSLARK_EXPORT int close(int descriptor) {
 }
 
 LENSLARK_EXPORT int close_range(unsigned first, unsigned last, int flags) {
-  if (!real.close_range) {
-    errno = ENOSYS;
-    return -1;
-  }
   if (!((unsigned)flags & CLOSE_RANGE_CLOEXEC)) handleRangeClosed(first, last);
-  return real.close_range(first, last, flags);
+  return NEXT(close_range)(first, last, flags);
 }
 
 LENSLARK_EXPORT void closefrom(int first) {
-  if (!real.closefrom) realResolve();
   handleRangeClosed(first < 0 ? 0 : (unsigned)first, UINT32_MAX);
-  real.closefrom(first);
+  NEXT(closefrom)(first);
 }
 
 LENSLARK_EXPORT int dup(int descriptor) {
-  if (!real.dup) realResolve();
-  const int copy = real.dup(descriptor);
+  const int copy = NEXT(dup)(descriptor);
   if (copy >= 0) handleCopied(descriptor, copy);
   return copy;
 }
 
 // Forgets a camera that is about to be replaced, unless the call will fail.
 static void replacing(int descriptor, int copy) {
-  if (descriptor != copy && handleIs(copy) && real.fcntl(descriptor, F_GETFD) >= 0) {
+  if (descriptor != copy && handleIs(copy) && NEXT(fcntl)(descriptor, F_GETFD) >= 0) {
     handleClosed(copy);
   }
 }
 
 LENSLARK_EXPORT int dup2(int descriptor, int copy) {
-  if (!real.dup2) realResolve();
   replacing(descriptor, copy);
-  const int outcome = real.dup2(descriptor, copy);
+  const int outcome = NEXT(dup2)(descriptor, copy);
   if (outcome >= 0) handleCopied(descriptor, copy);
   return outcome;
 }
 
 LENSLARK_EXPORT int dup3(int descriptor, int copy, int flags) {
-  if (!real.dup3) realResolve();
   replacing(descriptor, copy);
-  const int outcome = real.dup3(descriptor, copy, flags);
+  const int outcome = NEXT(dup3)(descriptor, copy, flags);
   if (outcome >= 0) handleCopied(descriptor, copy);
   return outcome;
 }
 
-static int control(int descriptor, int command, void* argument) {
-  if (!real.fcntl) realResolve();
-  // A camera gives no notice by signal, and its mark stays.
-  if ((command == F_SETSIG || command == F_GETSIG) && handleIs(descriptor)) return 0;
-  const int outcome = real.fcntl(descriptor, command, argument);
+// A camera gives no notice by signal, and its mark stays.
+static bool isAboutMark(int descriptor, int command) {
+  return (command == F_SETSIG || command == F_GETSIG) && handleIs(descriptor);
+}
+
+static int controlled(int outcome, int descriptor, int command) {
   if (outcome >= 0 && (command == F_DUPFD || command == F_DUPFD_CLOEXEC)) {
     handleCopied(descriptor, outcome);
   }
   return outcome;
 }
 
-LENSLARK_EXPORT int fcntl(int descriptor, int command, ...) {
-  va_list arguments;
-  va_start(arguments, command);
-  void* argument = va_arg(arguments, void*);
+// Every command's argument is of a pointer's size or less.
+#define ARGUMENT_OF(command)                 \
+  va_list arguments;                         \
+  va_start(arguments, command);              \
+  void* argument = va_arg(arguments, void*); \
   va_end(arguments);
-  return control(descriptor, command, argument);
+
+LENSLARK_EXPORT int fcntl(int descriptor, int command, ...) {
+  ARGUMENT_OF(command)
+  if (isAboutMark(descriptor, command)) return 0;
+  return controlled(NEXT(fcntl)(descriptor, command, argument), descriptor, command);
 }
 
 LENSLARK_EXPORT int fcntl64(int descriptor, int command, ...) {
-  va_list arguments;
-  va_start(arguments, command);
-  void* argument = va_arg(arguments, void*);
-  va_end(arguments);
-  return control(descriptor, command, argument);
+  ARGUMENT_OF(command)
+  if (isAboutMark(descriptor, command)) return 0;
+  return controlled(NEXT(fcntl64)(descriptor, command, argument), descriptor, command);
 }
 
 LENSLARK_EXPORT int ioctl(int descriptor, unsigned long request, ...) {
-  va_list arguments;
-  va_start(arguments, request);
-  void* argument = va_arg(arguments, void*);
-  va_end(arguments);
+  ARGUMENT_OF(request)
   Handle* handle = handlePin(descriptor);
   if (!handle) {
     const int outcome = realIoctl(descriptor, request, argument);
@@ -258,8 +258,9 @@ LENSLARK_EXPORT ssize_t read(int descriptor, void* into, size_t size) {
 
 LENSLARK_EXPORT ssize_t __read_chk(int descriptor, void* into, size_t size, size_t room);
 LENSLARK_EXPORT ssize_t __read_chk(int descriptor, void* into, size_t size, size_t room) {
-  if (size > room) __builtin_trap();  // The overflow that this twin exists to catch.
-  return read(descriptor, into, size);
+  // The next one ends the program if the size is beyond the room, which is what it exists for.
+  return size <= room && handleIs(descriptor) ? read(descriptor, into, size)
+                                              : NEXT(__read_chk)(descriptor, into, size, room);
 }
 
 LENSLARK_EXPORT void* mmap(void* address, size_t length, int protection, int flags, int descriptor,
@@ -273,7 +274,11 @@ LENSLARK_EXPORT void* mmap(void* address, size_t length, int protection, int fla
 
 LENSLARK_EXPORT void* mmap64(void* address, size_t length, int protection, int flags,
                              int descriptor, off_t offset) {
-  return mmap(address, length, protection, flags, descriptor, offset);
+  if (!(flags & MAP_ANONYMOUS) && handleIs(descriptor)) {
+    return mmap(address, length, protection, flags, descriptor, offset);
+  }
+  return CHAIN(mmap64, realMmap(address, length, protection, flags, descriptor, offset), address,
+               length, protection, flags, descriptor, offset);
 }
 
 LENSLARK_EXPORT int munmap(void* address, size_t length) {

@@ -6,9 +6,10 @@
 #include "Real.h"
 
 __attribute__((constructor)) static void start(void) {
+  realResolve();
   kernelsSelect();
   feedConfigure();
   deviceConfigure();
-  realResolve();
+  realStart();
   deviceAdoptRedirected();
 }

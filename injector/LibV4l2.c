@@ -27,7 +27,7 @@ static void* next(const char* name) {
 }
 
 // Declares `function` as the real one, of the given type.
-#define NEXT(name, result, ...)                 \
+#define FUNCTION(name, result, ...)             \
   result (*function)(__VA_ARGS__) = NULL;       \
   do {                                          \
     void* symbol = next(name);                  \
@@ -44,28 +44,28 @@ LENSLARK_EXPORT int v4l2_open(const char* path, int flags, ...) {
   if (missing && realReady() && placeFind(AT_FDCWD, path).kind != placeNone) {
     return open(path, flags, mode);
   }
-  NEXT("v4l2_open", int, const char*, int, ...);
+  FUNCTION("v4l2_open", int, const char*, int, ...);
   return function ? function(path, flags, mode) : open(path, flags, mode);
 }
 
 LENSLARK_EXPORT int v4l2_fd_open(int descriptor, int flags);
 LENSLARK_EXPORT int v4l2_fd_open(int descriptor, int flags) {
   if (handleIs(descriptor)) return descriptor;
-  NEXT("v4l2_fd_open", int, int, int);
+  FUNCTION("v4l2_fd_open", int, int, int);
   return function ? function(descriptor, flags) : descriptor;
 }
 
 LENSLARK_EXPORT int v4l2_close(int descriptor);
 LENSLARK_EXPORT int v4l2_close(int descriptor) {
   if (handleIs(descriptor)) return close(descriptor);
-  NEXT("v4l2_close", int, int);
+  FUNCTION("v4l2_close", int, int);
   return function ? function(descriptor) : close(descriptor);
 }
 
 LENSLARK_EXPORT int v4l2_dup(int descriptor);
 LENSLARK_EXPORT int v4l2_dup(int descriptor) {
   if (handleIs(descriptor)) return dup(descriptor);
-  NEXT("v4l2_dup", int, int);
+  FUNCTION("v4l2_dup", int, int);
   return function ? function(descriptor) : dup(descriptor);
 }
 
@@ -76,14 +76,14 @@ LENSLARK_EXPORT int v4l2_ioctl(int descriptor, unsigned long request, ...) {
   void* argument = va_arg(arguments, void*);
   va_end(arguments);
   if (handleIs(descriptor)) return ioctl(descriptor, request, argument);
-  NEXT("v4l2_ioctl", int, int, unsigned long, ...);
+  FUNCTION("v4l2_ioctl", int, int, unsigned long, ...);
   return function ? function(descriptor, request, argument) : ioctl(descriptor, request, argument);
 }
 
 LENSLARK_EXPORT ssize_t v4l2_read(int descriptor, void* into, size_t size);
 LENSLARK_EXPORT ssize_t v4l2_read(int descriptor, void* into, size_t size) {
   if (handleIs(descriptor)) return read(descriptor, into, size);
-  NEXT("v4l2_read", ssize_t, int, void*, size_t);
+  FUNCTION("v4l2_read", ssize_t, int, void*, size_t);
   return function ? function(descriptor, into, size) : read(descriptor, into, size);
 }
 
@@ -92,7 +92,7 @@ LENSLARK_EXPORT void* v4l2_mmap(void* address, size_t length, int protection, in
 LENSLARK_EXPORT void* v4l2_mmap(void* address, size_t length, int protection, int flags,
                                 int descriptor, int64_t offset) {
   if (handleIs(descriptor)) return mmap(address, length, protection, flags, descriptor, offset);
-  NEXT("v4l2_mmap", void*, void*, size_t, int, int, int, int64_t);
+  FUNCTION("v4l2_mmap", void*, void*, size_t, int, int, int, int64_t);
   return function ? function(address, length, protection, flags, descriptor, offset)
                   : mmap(address, length, protection, flags, descriptor, offset);
 }
@@ -100,7 +100,7 @@ LENSLARK_EXPORT void* v4l2_mmap(void* address, size_t length, int protection, in
 LENSLARK_EXPORT int v4l2_munmap(void* address, size_t length);
 LENSLARK_EXPORT int v4l2_munmap(void* address, size_t length) {
   streamUnmapped(address, length);
-  NEXT("v4l2_munmap", int, void*, size_t);
+  FUNCTION("v4l2_munmap", int, void*, size_t);
   return function ? function(address, length) : munmap(address, length);
 }
 
@@ -110,7 +110,7 @@ LENSLARK_EXPORT int v4l2_get_control(int descriptor, int control) {
     errno = EINVAL;
     return -1;
   }
-  NEXT("v4l2_get_control", int, int, int);
+  FUNCTION("v4l2_get_control", int, int, int);
   if (function) return function(descriptor, control);
   errno = EINVAL;
   return -1;
@@ -122,7 +122,7 @@ LENSLARK_EXPORT int v4l2_set_control(int descriptor, int control, int value) {
     errno = EINVAL;
     return -1;
   }
-  NEXT("v4l2_set_control", int, int, int, int);
+  FUNCTION("v4l2_set_control", int, int, int, int);
   if (function) return function(descriptor, control, value);
   errno = EINVAL;
   return -1;

@@ -11,48 +11,18 @@
 RealCalls real;
 static atomic_bool ready;
 
-// Objects and functions may not be cast into each other in ISO C; dlsym's result is copied instead.
-#define RESOLVE(field, name)                      \
-  do {                                            \
-    void* symbol = dlsym(RTLD_NEXT, name);        \
-    memcpy(&real.field, &symbol, sizeof(symbol)); \
-  } while (0)
-
 void realResolve(void) {
-  RESOLVE(openat, "openat");
-  RESOLVE(close, "close");
-  RESOLVE(close_range, "close_range");
-  RESOLVE(closefrom, "closefrom");
-  RESOLVE(dup, "dup");
-  RESOLVE(dup2, "dup2");
-  RESOLVE(dup3, "dup3");
-  RESOLVE(fcntl, "fcntl");
-  RESOLVE(ioctl, "ioctl");
-  RESOLVE(read, "read");
-  RESOLVE(mmap, "mmap");
-  RESOLVE(munmap, "munmap");
-  RESOLVE(fstatat, "fstatat");
-  RESOLVE(statx, "statx");
-  RESOLVE(faccessat, "faccessat");
-  RESOLVE(readlinkat, "readlinkat");
-  RESOLVE(getxattr, "getxattr");
-  RESOLVE(lgetxattr, "lgetxattr");
-  RESOLVE(realpath, "realpath");
-  RESOLVE(opendir, "opendir");
-  RESOLVE(fdopendir, "fdopendir");
-  RESOLVE(readdir, "readdir");
-  RESOLVE(closedir, "closedir");
-  RESOLVE(rewinddir, "rewinddir");
-  RESOLVE(scandir, "scandir");
-  RESOLVE(glob, "glob");
-  RESOLVE(readdirR, "readdir_r");
-  RESOLVE(telldir, "telldir");
-  RESOLVE(seekdir, "seekdir");
-  RESOLVE(scandirat, "scandirat");
-  RESOLVE(fopen, "fopen");
-  RESOLVE(freopen, "freopen");
-  atomic_store_explicit(&ready, true, memory_order_release);
+  // Objects and functions may not be cast into each other in ISO C; dlsym's result is copied.
+#define RESOLVE(result, name, arguments)         \
+  do {                                           \
+    void* symbol = dlsym(RTLD_NEXT, #name);      \
+    memcpy(&real.name, &symbol, sizeof(symbol)); \
+  } while (0);
+  REAL_CALLS(RESOLVE)
+#undef RESOLVE
 }
+
+void realStart(void) { atomic_store_explicit(&ready, true, memory_order_release); }
 
 bool realReady(void) { return atomic_load_explicit(&ready, memory_order_acquire); }
 

@@ -120,6 +120,53 @@ class InertTest(CameraTest):
                 with self.subTest(wrapper=wrapper):
                     self.check(*wrapper, PROBE, "emulator")
 
+    def test_each_call_goes_on_to_the_next_of_its_name(self):
+        """A library behind ours that interposes one call is met by that call, both ways round."""
+        compiler = shutil.which("gcc")
+        if not compiler:
+            self.skipTest("gcc is not installed")
+        calls = {
+            "open": ("int", "const char* a, int b", "a, b", '"/etc/passwd", 0'),
+            "open64": ("int", "const char* a, int b", "a, b", '"/etc/passwd", 0'),
+            "openat": ("int", "int a, const char* b, int c", "a, b, c", '-100, "/etc/passwd", 0'),
+            "creat": ("int", "const char* a, int b", "a, b", '"/dev/null", 0600'),
+            "stat": ("int", "const char* a, void* b", "a, b", '"/", room'),
+            "lstat64": ("int", "const char* a, void* b", "a, b", '"/", room'),
+            "fstat": ("int", "int a, void* b", "a, b", "0, room"),
+            "access": ("int", "const char* a, int b", "a, b", '"/", 0'),
+            "readlink": ("long", "const char* a, void* b, long c", "a, b, c", '"/x", room, 9L'),
+            "realpath": ("void*", "const char* a, void* b", "a, b", '"/", room'),
+            "fopen64": ("void*", "const char* a, const char* b", "a, b", '"/etc/passwd", "r"'),
+            "opendir": ("void*", "const char* a", "a", '"/dev"'),
+            "fcntl64": ("int", "int a, int b", "a, b", "0, 1"),
+            "dup": ("int", "int a", "a", "0"),
+            "read": ("long", "int a, void* b, long c", "a, b, c", "0, room, 0L"),
+            "ioctl": ("int", "int a, long b, void* c", "a, b, c", "0, 0x5413L, room"),
+            "close": ("int", "int a", "a", "50"),
+        }
+        other = ["extern void* dlsym(void*, const char*);",
+                 "extern long write(int, const void*, long);"]
+        client = ["static char room[5000];"]
+        for name, (result, parameters, arguments, _) in calls.items():
+            other.append(f'{result} {name}({parameters}) {{ write(1, "{name}\\n", {len(name) + 1});'
+                         f' {result} (*next)({parameters}) = dlsym((void*)-1, "{name}");'
+                         f" return next({arguments}); }}")
+            client.append(f"extern {result} {name}({parameters});")
+        client.append("int main(void) {" + "".join(
+            f"{name}({values});" for name, (_, _, _, values) in calls.items()) + "}")
+        for name, lines, options in (("other.so", other, ["-shared", "-fPIC"]),
+                                     ("client", client, [])):
+            source = os.path.join(self.directory, name + ".c")
+            with open(source, "w", encoding="ascii") as file:
+                file.write("\n".join(lines) + "\n")
+            subprocess.run([compiler, "-w", "-fno-builtin", *options, "-o",
+                            os.path.join(self.directory, name), source], check=True)
+        other = os.path.join(self.directory, "other.so")
+        for order in (LIBRARY + ":" + other, other + ":" + LIBRARY):
+            with self.subTest(order=order):
+                said = self.check(os.path.join(self.directory, "client"), LD_PRELOAD=order).stdout
+                self.assertLessEqual(set(calls), set(said.split()))
+
     def test_it_runs_under_the_address_sanitizer(self):
         compiler = shutil.which("gcc")
         if not compiler:
