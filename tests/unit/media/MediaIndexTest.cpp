@@ -60,6 +60,57 @@ TEST(MediaIndexTest, readsEveryField) {
   EXPECT_EQ(Json::formatDate(items[0].lastUsedAt), "2025-05-02T09:30:00Z");
 }
 
+/// Whether an entry with these members more is understood: of members with one name the last
+/// counts.
+bool understands(const char* more) {
+  const TemporaryDirectory directory;
+  const auto index =
+      directory.write("index.json", "[" + entry(digestA, digestA + ".mp4", more) + "]");
+  return MediaIndex::read(index).size() == 1;
+}
+
+TEST(MediaIndexTest, leavesOutAnEntryWithAMemberOfTheWrongType) {
+  for (const char* wrong :
+       {R"(,"id":3)", R"(,"kind":"sound")", R"(,"kind":[])", R"(,"name":null)", R"(,"name":{})",
+        R"(,"file":true)", R"(,"width":"4")", R"(,"width":4.5)", R"(,"height":1e10)",
+        R"(,"height":null)", R"(,"duration":"2")", R"(,"duration":[2])", R"(,"pinned":1)",
+        R"(,"addedAt":5)", R"(,"addedAt":"yesterday")", R"(,"lastUsedAt":{})"}) {
+    EXPECT_FALSE(understands(wrong)) << wrong;
+  }
+}
+
+TEST(MediaIndexTest, takesWhatMeansTheSame) {
+  for (const char* same :
+       {R"(,"width":4.0)", R"(,"duration":null)", R"(,"duration":3)", R"(,"name":1,"name":"n")",
+        R"(,"note":null)", R"(,"note":{"id":[1,{"width":"x"}]})",
+        R"(,"addedAt":"2025-05-01T11:30:00+02:00")"}) {
+    EXPECT_TRUE(understands(same)) << same;
+  }
+}
+
+TEST(MediaIndexTest, readsTheEntriesAroundOneThatIsMalformed) {
+  const TemporaryDirectory directory;
+  const auto index = directory.write("index.json", "[" + entry(digestA, digestA) +
+                                                       R"(, 7, [{"id": {}}], {"id": "x"}, )" +
+                                                       entry(digestB, digestB) + "]");
+  const auto items = MediaIndex::read(index);
+  ASSERT_EQ(items.size(), 2U);
+  EXPECT_EQ(items[0].id, "sha256:" + digestA);
+  EXPECT_EQ(items[1].id, "sha256:" + digestB);
+}
+
+TEST(MediaIndexTest, failsForWhatIsNoList) {
+  const TemporaryDirectory directory;
+  const std::string deep(100, '[');
+  for (const std::string& text :
+       {std::string("{}"), std::string("7"),
+        std::string(R"({"a": [)" + entry(digestA, digestA) + "]}"), std::string("[] []"),
+        deep + std::string(100, ']'), std::string("[\"\xff\"]")}) {
+    const auto index = directory.write("index.json", text);
+    EXPECT_THROW(MediaIndex::read(index), JsonError) << text;
+  }
+}
+
 TEST(MediaIndexTest, isEmptyWithoutAFile) {
   const TemporaryDirectory directory;
   EXPECT_TRUE(MediaIndex::read(directory / "index.json").empty());
