@@ -169,6 +169,16 @@ void makeOpaque(const PixelSpan& target) noexcept {
   }
 }
 
+bool isOpaque(const PixelView& picture) noexcept {
+  for (int y = 0; y < picture.size.height; ++y) {
+    const std::uint8_t* row = picture.row(y);
+    unsigned all = 255;
+    for (int x = 0; x < picture.size.width; ++x) all &= row[x * 4 + 3];
+    if (all != 255) return false;
+  }
+  return true;
+}
+
 void blend(const PixelView& picture, const PixelSpan& target, int x, int y,
            bool targetOpaque) noexcept {
   const int left = std::max(x, 0);

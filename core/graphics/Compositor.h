@@ -32,6 +32,9 @@ void fill(const PixelSpan& target, const Color& color) noexcept;
 /// Alpha 255 everywhere, colours as they are: a premultiplied picture laid over black.
 void makeOpaque(const PixelSpan& target) noexcept;
 
+/// Whether every pixel's alpha is 255.
+bool isOpaque(const PixelView& picture) noexcept;
+
 /// Lays a premultiplied picture over the target with its top left corner at (x, y); what stands
 /// over the edges is left out. `targetOpaque` promises that the target's alpha is 255 everywhere,
 /// which is faster; otherwise alpha is composed as well.

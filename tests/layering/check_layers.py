@@ -24,6 +24,7 @@ OWNERS = [
     ("libyuv/*", ["core/graphics/*.cpp", "core/codecs/*", "core/platform/linux/*"]),
     ("libav*", ["core/codecs/video/*"]),
     ("libsw*", ["core/codecs/video/*"]),
+    ("libdeflate.h", ["core/codecs/image/*"]),
     ("vips/*", ["core/codecs/image/*"]),
     ("pango/*", ["core/codecs/image/*"]),
     ("cairo*", ["core/codecs/image/*"]),

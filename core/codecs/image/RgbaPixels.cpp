@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "graphics/Compositor.h"
+
 namespace lenslark::RgbaPixels {
 namespace {
 
@@ -38,7 +40,7 @@ std::size_t pixelCount(Size size) noexcept {
 
 std::shared_ptr<PixelBuffer> toPremultiplied(const std::uint8_t* pixels, Size size, int bands,
                                              std::ptrdiff_t stride) {
-  const bool opaque = bands == 3 || isOpaque({pixels, size, stride});
+  const bool opaque = bands == 3 || Compositor::isOpaque({pixels, size, stride});
   auto buffer = std::make_shared<PixelBuffer>(size, opaque);
   const PixelSpan target = buffer->span();
   for (int y = 0; y < size.height; ++y) {
@@ -84,16 +86,6 @@ std::vector<std::uint8_t> overBlack(const PixelView& picture) {
     }
   }
   return packed;
-}
-
-bool isOpaque(const PixelView& picture) noexcept {
-  for (int y = 0; y < picture.size.height; ++y) {
-    const std::uint8_t* row = picture.row(y);
-    unsigned all = 255;
-    for (int x = 0; x < picture.size.width; ++x) all &= row[x * 4 + 3];
-    if (all != 255) return false;
-  }
-  return true;
 }
 
 }  // namespace lenslark::RgbaPixels

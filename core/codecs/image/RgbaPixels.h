@@ -20,7 +20,4 @@ std::vector<std::uint8_t> toStraight(const PixelView& picture);
 /// Tightly packed RGB of the picture laid over black.
 std::vector<std::uint8_t> overBlack(const PixelView& picture);
 
-/// Whether every pixel's alpha, its fourth byte, is 255.
-bool isOpaque(const PixelView& picture) noexcept;
-
 }  // namespace lenslark::RgbaPixels

@@ -10,6 +10,7 @@
 #include "base/Error.h"
 #include "codecs/image/BmpDecoder.h"
 #include "codecs/image/PictureSource.h"
+#include "codecs/image/PngEncoder.h"
 #include "codecs/image/RgbaPixels.h"
 #include "codecs/image/VipsLibrary.h"
 #include "graphics/Compositor.h"
@@ -182,14 +183,7 @@ std::shared_ptr<PixelBuffer> VipsImageCodec::load(std::span<const std::byte> fil
 }
 
 std::vector<std::byte> VipsImageCodec::encodePng(const PixelView& picture) {
-  const bool opaque = RgbaPixels::isOpaque(picture);
-  const auto pixels = opaque ? RgbaPixels::overBlack(picture) : RgbaPixels::toStraight(picture);
-  const VipsImagePtr image = wrap(pixels, picture.size, opaque ? 3 : 4);
-  void* data = nullptr;
-  std::size_t size = 0;
-  const int status =
-      vips_pngsave_buffer(image.get(), &data, &size, "compression", 1, "profile", "srgb", nullptr);
-  return takeBuffer(status, data, size, "PNG");
+  return PngEncoder::encode(picture);
 }
 
 std::vector<std::byte> VipsImageCodec::encodeJpeg(const PixelView& picture, int quality) {

@@ -1,9 +1,12 @@
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <fstream>
 
+#include "base/Error.h"
 #include "codecs/ImageCodec.h"
 #include "codecs/Modules.h"
+#include "support/NumberedPicture.h"
 #include "support/SamplePicture.h"
 #include "support/TemporaryDirectory.h"
 
@@ -72,7 +75,7 @@ TEST(ImageEncodingTest, writesPngWithStraightAlpha) {
 TEST(ImageEncodingTest, tagsPngAsSrgb) {
   const auto png = Modules::imageCodec().encodePng(makeSample(255)->view());
   const std::string_view bytes(reinterpret_cast<const char*>(png.data()), png.size());
-  EXPECT_NE(bytes.find("iCCP"), bytes.npos);
+  EXPECT_NE(bytes.find("sRGB"), bytes.npos);
 }
 
 TEST(ImageEncodingTest, readsItsOwnPngBack) {
@@ -86,6 +89,22 @@ TEST(ImageEncodingTest, readsItsOwnPngBack) {
       expectColour(again->view(), x, 50, colourAt(picture->view(), x, 50), 0);
     }
   }
+}
+
+TEST(ImageEncodingTest, writesEveryPixelOfAnOddPicture) {
+  const TemporaryDirectory directory;
+  const Size size{37, 23};
+  const auto picture = numberedPicture(size, 12);
+  write(directory, "out.png", Modules::imageCodec().encodePng(picture->view()));
+  const std::string raw = decodeElsewhere(directory, "out.png", "bgra");
+  ASSERT_EQ(raw.size(), 37U * 23U * 4U);
+  for (int y = 0; y < size.height; ++y) {
+    EXPECT_EQ(std::memcmp(raw.data() + y * 37 * 4, picture->view().row(y), 37 * 4), 0) << y;
+  }
+}
+
+TEST(ImageEncodingTest, refusesToWriteAnEmptyPicture) {
+  EXPECT_THROW(Modules::imageCodec().encodePng({}), Error);
 }
 
 TEST(ImageEncodingTest, encodesAPartOfAWiderPicture) {

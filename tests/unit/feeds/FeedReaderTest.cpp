@@ -18,6 +18,7 @@
 #include "codecs/Modules.h"
 #include "devices/CommandError.h"
 #include "feeds/SharedFrameWriter.h"
+#include "graphics/Compositor.h"
 #include "support/FrameFileCopy.h"
 #include "support/NumberedPicture.h"
 #include "support/ScopedVariable.h"
@@ -251,6 +252,14 @@ TEST_F(FeedReaderTest, shrunkSidesAreCutToWholePixelsAndNeverVanish) {
   EXPECT_EQ(FeedReader::image(path, 100)->size(), (Size{100, 49}));
   writer.write(*numberedPicture({500, 2}), ContentKind::live);
   EXPECT_EQ(FeedReader::image(path, 100)->size(), (Size{100, 1}));
+}
+
+TEST_F(FeedReaderTest, aShrunkImageStaysOpaque) {
+  SharedFrameWriter writer(path, 1920, 1080, LLCameraBack);
+  writer.write(*numberedPicture({1920, 1080}), ContentKind::live);
+  const auto image = FeedReader::image(path, 1024);
+  ASSERT_NE(image, nullptr);
+  EXPECT_TRUE(Compositor::isOpaque(image->view()));
 }
 
 TEST_F(FeedReaderTest, rowsShorterThanTheirPixelsAreNoImage) {
