@@ -15,7 +15,7 @@ a module bench/*/bench_NAME.py as bench/support/rows.py describes. Where bubblew
 
 import argparse
 import contextlib
-import importlib.util
+import importlib
 import json
 import os
 import pathlib
@@ -48,10 +48,9 @@ def program_rows(build, program):
 
 def module_rows(build, path):
     """The rows of a driver in Python."""
-    spec = importlib.util.spec_from_file_location(path.stem, path)
-    module = importlib.util.module_from_spec(spec)
-    spec.loader.exec_module(module)
-    yield from module.rows(build)
+    if str(path.parent) not in sys.path:
+        sys.path.append(str(path.parent))
+    yield from importlib.import_module(path.stem).rows(build)
 
 
 def drivers(build):

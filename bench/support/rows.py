@@ -86,9 +86,5 @@ def medians(rounds, *bodies):
 
 
 def cpu_of_process(pid):
-    """CPU seconds of a running process so far, all threads, to the nanosecond where the kernel
-    says so."""
-    total = 0.0
-    for task in pathlib.Path(f"/proc/{pid}/task").iterdir():
-        total += int((task / "schedstat").read_text().split()[0]) / 1e9
-    return total
+    """CPU seconds of a running process so far, those of its threads that have ended included."""
+    return time.clock_gettime(~pid << 3 | 2)  # what clock_getcpuclockid makes of a process id

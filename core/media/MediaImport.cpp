@@ -121,6 +121,18 @@ Original open(const fs::path& path) {
   return original;
 }
 
+bool mayBeIn(const fs::path& directory, const Original& original) noexcept {
+  constexpr std::uint64_t worthLooking = 16UL << 20;
+  if (original.size < worthLooking) return true;
+  std::error_code ignored;
+  for (auto entry = fs::directory_iterator(directory, ignored); entry != fs::directory_iterator();
+       entry.increment(ignored)) {
+    std::error_code unknown;
+    if (entry->file_size(unknown) == original.size) return true;
+  }
+  return false;
+}
+
 std::string sha256(const Original& original, const MediaLibrary::ProgressHandler& progress) {
   Sha256 hash;
   readThrough(original, MediaLibrary::Progress::Step::hashing, progress,

@@ -83,8 +83,11 @@ MediaLibrary& MediaLibrary::shared() {
 MediaItem MediaLibrary::importItem(const fs::path& path, bool pin,
                                    const ProgressHandler& progress) {
   const MediaImport::Original original = MediaImport::open(path);
-  const std::string id = "sha256:" + MediaImport::sha256(original, progress);
-  if (auto known = reuse(id, pin)) return *known;
+  // What cannot be there yet is hashed while it is copied, instead of being read twice.
+  if (MediaImport::mayBeIn(directory_ / itemsName, original)) {
+    const std::string id = "sha256:" + MediaImport::sha256(original, progress);
+    if (auto known = reuse(id, pin)) return *known;
+  }
 
   createDirectories(directory_ / itemsName);
   createDirectories(directory_ / thumbsName);

@@ -265,6 +265,30 @@ TEST_F(MediaLibraryTest, tellsHowFarAnImportHasCome) {
   EXPECT_EQ(seen[1].bytesTotal, size);
 }
 
+TEST_F(MediaLibraryTest, readsSomethingLargeOnceWhetherItIsNewOrKnown) {
+  using Step = MediaLibrary::Progress::Step;
+  sample_.run("cp sample.png large.png && head -c 17000000 /dev/zero >> large.png");
+  std::set<Step> seen;
+  const auto note = [&seen](const MediaLibrary::Progress& progress) { seen.insert(progress.step); };
+  const MediaItem item = library_.importItem(sample_.path("large.png"), false, note);
+  EXPECT_EQ(seen, std::set{Step::copying});
+  sample_.run("[ \"sha256:$(sha256sum large.png | cut -d' ' -f1)\" = " + item.id + " ]");
+  seen.clear();
+  EXPECT_EQ(library_.importItem(sample_.path("large.png"), false, note).id, item.id);
+  EXPECT_EQ(seen, std::set{Step::hashing});
+  EXPECT_EQ(library_.items().size(), 1U);
+}
+
+TEST_F(MediaLibraryTest, tellsLargeFilesOfOneSizeApart) {
+  sample_.run("cp sample.png a.png && head -c 17000000 /dev/zero >> a.png");
+  sample_.run(
+      "cp a.png b.png && printf x | dd of=b.png bs=1 seek=9000000 conv=notrunc status=none");
+  const MediaItem a = library_.importItem(sample_.path("a.png"), false);
+  const MediaItem b = library_.importItem(sample_.path("b.png"), false);
+  EXPECT_NE(a.id, b.id);
+  EXPECT_EQ(library_.items().size(), 2U);
+}
+
 TEST_F(MediaLibraryTest, anImportCanBeCalledOffAtAnyReport) {
   for (int last = 1; last <= 3; ++last) {
     int reports = 0;
