@@ -45,8 +45,9 @@ void play(VideoDecoder& film, double lag) {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   static PlantedFile file;
+  static VideoCodec& codec = Modules::videoCodec();  // without it, every input would be refused
   try {
-    const auto film = Modules::videoCodec().open(file.plant({data, size}), maxSide);
+    const auto film = codec.open(file.plant({data, size}), maxSide);
     const VideoInfo& info = film->info();
     if (info.size.empty() || !(info.durationSec >= 0) || !(info.nominalFps >= 0)) std::abort();
     play(*film, 0);
