@@ -52,6 +52,10 @@ void FeedOutput::heartbeat() noexcept { writer_.heartbeat(); }
 
 bool FeedOutput::stillInPlace() const noexcept { return writer_.stillInPlace(); }
 
+bool FeedOutput::isTakenOver() const noexcept { return writer_.isTakenOver(); }
+
+bool FeedOutput::isVacant() const noexcept { return writer_.isVacant(); }
+
 const std::string& FeedOutput::path() const noexcept { return writer_.path(); }
 
 void FeedOutput::writeLocked(const Frame& frame, ContentKind kind) noexcept {

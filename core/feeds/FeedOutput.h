@@ -40,6 +40,9 @@ class FeedOutput final : public FrameSink {
   void heartbeat() noexcept;
   /// Whether the path still names the file that is being written.
   bool stillInPlace() const noexcept;
+  /// Whether another process has taken the file over, and whether it has left it again.
+  bool isTakenOver() const noexcept;
+  bool isVacant() const noexcept;
   const std::string& path() const noexcept;
 
  private:

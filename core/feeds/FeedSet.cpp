@@ -130,8 +130,9 @@ void FeedSet::removeUnwanted(const std::vector<WantedFeed>& wanted) {
 
 void FeedSet::retire(const Feed& feed) {
   detach(feed);
-  // What somebody else put there since is not ours to remove.
-  if (feed.output->stillInPlace()) ::unlink(feed.wanted.path.c_str());
+  // What somebody else put there or took over since is not ours to remove.
+  if (feed.output->stillInPlace() && !feed.output->isTakenOver())
+    ::unlink(feed.wanted.path.c_str());
 }
 
 void FeedSet::stopIdleHubs() {
@@ -152,10 +153,13 @@ void FeedSet::stop(const Running& running) {
 bool FeedSet::heartbeat() {
   std::vector<std::string> lost;
   for (auto& [path, feed] : feeds_) {
-    if (feed.output->stillInPlace() || reopen(feed))
-      feed.output->heartbeat();
-    else
+    const bool kept = feed.output->stillInPlace() && !feed.output->isVacant();
+    if (!kept && !reopen(feed)) {
       lost.push_back(path);
+      continue;
+    }
+    feed.output->heartbeat();
+    noteTakeover(feed);
   }
   for (const auto& path : lost) feeds_.erase(path);
   if (!lost.empty()) stopIdleHubs();
@@ -170,6 +174,13 @@ bool FeedSet::reopen(Feed& feed) {
   style(feed, feed.wanted, true);
   if (feed.attached) attach(feed);
   return true;
+}
+
+void FeedSet::noteTakeover(Feed& feed) {
+  const bool takenOver = feed.output->isTakenOver();
+  if (takenOver && !feed.takenOver)
+    Log::router().error("{} is written by another process now", feed.wanted.path);
+  feed.takenOver = takenOver;
 }
 
 void FeedSet::retryCaptures() {

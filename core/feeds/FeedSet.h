@@ -50,8 +50,9 @@ class FeedSet {
   /// without the overlay.
   void apply(const std::vector<WantedFeed>& wanted);
 
-  /// Marks every file as alive; makes those anew that somebody removed, replaced or cut short.
-  /// Returns whether a file was lost and could not be made again.
+  /// Marks every file as alive; makes those anew that somebody removed, replaced or cut short, and
+  /// takes those back that another process had taken over and has left. Returns whether a file was
+  /// lost and could not be made again.
   bool heartbeat();
 
   /// Starts those captures again that failed: what they need may be there now.
@@ -73,7 +74,8 @@ class FeedSet {
     WantedFeed wanted;
     std::shared_ptr<FeedOutput> output;
     OverlayCache::Picture overlay;
-    bool attached = false;  ///< Not before its overlay can be shown.
+    bool takenOver = false;  ///< By another process, as has been logged.
+    bool attached = false;   ///< Not before its overlay can be shown.
   };
   struct Running {
     SourceRequest request;
@@ -91,6 +93,7 @@ class FeedSet {
   void attach(Feed& feed);
   void detach(const Feed& feed);
   bool reopen(Feed& feed);
+  void noteTakeover(Feed& feed);
   void retire(const Feed& feed);
   void removeUnwanted(const std::vector<WantedFeed>& wanted);
   void stopIdleHubs();

@@ -41,6 +41,8 @@ void putInOrder(T& field, T value) noexcept {
 /// The first even value after a counter that an older writer left, odd if it died in a frame.
 std::uint64_t nextEven(std::uint64_t counter) noexcept { return (counter & ~std::uint64_t{1}) + 2; }
 
+std::uint32_t ownPid() noexcept { return static_cast<std::uint32_t>(::getpid()); }
+
 std::size_t slotCapacity(const std::string& path, int maxWidth, int maxHeight) {
   constexpr std::int64_t mostPixels = std::int64_t{1} << 28;
   const std::int64_t pixels = std::int64_t{maxWidth} * maxHeight;
@@ -63,7 +65,7 @@ SharedFrameWriter::SharedFrameWriter(const std::string& path, int maxWidth, int 
 SharedFrameWriter::~SharedFrameWriter() {
   if (!isWhole()) return;
   // Another process may have taken the file over meanwhile: then it is that one's to close.
-  auto pid = static_cast<std::uint32_t>(::getpid());
+  std::uint32_t pid = ownPid();
   std::atomic_ref(header().writerPid).compare_exchange_strong(pid, 0);
 }
 
@@ -90,7 +92,7 @@ void SharedFrameWriter::writeHeader(LLCamera camera) noexcept {
   put(head.camera, camera);
   put(head.dataOffset, std::uint32_t{LL_FRAME_DATA_OFFSET});
   put(head.slotCapacity, std::uint64_t{capacity_});
-  put(head.writerPid, static_cast<std::uint32_t>(::getpid()));
+  put(head.writerPid, ownPid());
   if (!known) put(head.sceneMode, LLSceneMode{LLSceneModeFit});
   for (LLFrameSlot& slot : head.slots) {
     putInOrder(slot.seq, hasSlots ? nextEven(get(slot.seq)) : 0);
@@ -108,7 +110,17 @@ bool SharedFrameWriter::write(const Frame& frame, ContentKind kind) noexcept {
 }
 
 void SharedFrameWriter::heartbeat() noexcept {
-  if (isWhole()) put(header().heartbeat, Clock::uptimeNanoseconds());
+  if (isWhole() && isOurs()) put(header().heartbeat, Clock::uptimeNanoseconds());
+}
+
+bool SharedFrameWriter::isVacant() const noexcept {
+  constexpr std::uint64_t longestPause = 3'000'000'000;  // nanoseconds; six heartbeats
+  if (!isTakenOver()) return false;
+  if (get(header().writerPid) == 0) return true;
+  // Not by its process id: that may be one of another container's.
+  const std::uint64_t heartbeat = get(header().heartbeat);
+  const std::uint64_t now = Clock::uptimeNanoseconds();
+  return heartbeat != 0 && heartbeat <= now && now - heartbeat > longestPause;
 }
 
 bool SharedFrameWriter::stillInPlace() const noexcept {
@@ -123,7 +135,7 @@ LLSceneMode SharedFrameWriter::sceneMode() const noexcept {
 }
 
 void SharedFrameWriter::setSceneMode(LLSceneMode mode) noexcept {
-  if (isWhole()) put(header().sceneMode, mode);
+  if (isWhole() && isOurs()) put(header().sceneMode, mode);
 }
 
 LLFrameHeader& SharedFrameWriter::header() const noexcept {
@@ -135,6 +147,8 @@ bool SharedFrameWriter::isWhole() const noexcept {
   return ::fstat(file_.get(), &status) == 0 &&
          static_cast<std::uint64_t>(status.st_size) >= mapping_.size();
 }
+
+bool SharedFrameWriter::isOurs() const noexcept { return get(header().writerPid) == ownPid(); }
 
 bool SharedFrameWriter::fits(Size size) const noexcept {
   if (size.empty()) return false;

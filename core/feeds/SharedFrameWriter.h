@@ -20,6 +20,9 @@ namespace lenslark {
 /// too short; what remains is the moment between that look and the last pixel. Whoever owns a
 /// writer asks `stillInPlace` now and then and makes a new one when it is not.
 ///
+/// Whoever opens the file last is its writer. One that was taken over from leaves the file alone
+/// from then on, and asks `isVacant` now and then whether it may have it back.
+///
 /// **Threads**: `write` and `setSceneMode` one at a time (the feed output's lock); the rest any.
 /// **Owns** the mapping. The file itself stays when the writer goes; its writer pid becomes 0.
 class SharedFrameWriter {
@@ -33,7 +36,8 @@ class SharedFrameWriter {
   SharedFrameWriter& operator=(const SharedFrameWriter&) = delete;
 
   /// Draws a frame into the slot that readers are not looking at and publishes it. Drops a frame
-  /// that is larger than a slot or cannot be drawn. Returns whether it was published.
+  /// that is larger than a slot or cannot be drawn, and each while the file is another's. Returns
+  /// whether it was published.
   bool write(const Frame& frame, ContentKind kind) noexcept;
 
   /// The same for pictures that are put together: `draw` fills a span of exactly `size` in the slot
@@ -46,6 +50,11 @@ class SharedFrameWriter {
   /// Whether `path` still names the file that is being written, at its full length.
   bool stillInPlace() const noexcept;
 
+  /// Whether another process has taken the file over.
+  bool isTakenOver() const noexcept { return isWhole() && !isOurs(); }
+  /// Whether that process has closed the file since, or shows no sign of life any more.
+  bool isVacant() const noexcept;
+
   LLSceneMode sceneMode() const noexcept;
   void setSceneMode(LLSceneMode mode) noexcept;
   const std::string& path() const noexcept { return path_; }
@@ -53,6 +62,7 @@ class SharedFrameWriter {
  private:
   LLFrameHeader& header() const noexcept;
   bool isWhole() const noexcept;
+  bool isOurs() const noexcept;
   void writeHeader(LLCamera camera) noexcept;
 
   bool fits(Size size) const noexcept;
@@ -72,7 +82,7 @@ class SharedFrameWriter {
 
 template <typename Draw>
 bool SharedFrameWriter::write(Size size, ContentKind kind, Draw&& draw) noexcept {
-  if (!fits(size) || !isWhole()) return false;
+  if (!fits(size) || !isWhole() || !isOurs()) return false;
   const std::uint32_t target = 1U - frontSlot();
   if (!std::forward<Draw>(draw)(beginSlot(target, size))) {
     // What the slot held is partly painted over: it holds no frame now.

@@ -5,7 +5,7 @@ import stat
 import unittest
 
 import framefile
-from lenslark import EndToEndTest, eventually
+from lenslark import EndToEndTest, Lenslark, eventually
 
 
 def older_file(path, **changes):
@@ -124,6 +124,57 @@ class DefaultPathTest(EndToEndTest):
         with self.lenslark.serve("--test-pattern"):
             eventually(lambda: framefile.latest("/tmp/lenslark.shm"))
         os.unlink("/tmp/lenslark.shm")
+
+
+class TwoWritersTest(EndToEndTest):
+    """Whoever came last feeds the camera, and gives it back."""
+
+    def setUp(self):
+        super().setUp()
+        self.lenslark.set_global({"kind": "image",
+                                  "mediaId": self.lenslark.import_media(self.picture())})
+        other = self.folder / "other"
+        other.mkdir()
+        self.other = Lenslark(self.lenslark.program, other)
+        self.other.environment["LENSLARK_SHM"] = str(self.lenslark.feed)
+
+    def await_writer(self, serving):
+        eventually(lambda: self.lenslark.header().writer_pid == serving.pid)
+
+    def test_the_first_leaves_the_file_to_the_second_and_takes_it_back(self):
+        with self.lenslark.serve() as first:
+            eventually(self.lenslark.frame)
+            with self.other.serve("--test-pattern") as second:
+                self.await_writer(second)
+                eventually(lambda: "written by another process" in first.errors())
+                self.lenslark.set_global({"kind": "pattern"}, settings={"fill": False})
+                pattern = eventually(lambda: (frame := self.lenslark.frame())
+                                     and frame.content_kind == framefile.PATTERN and frame)
+                self.assertEqual(pattern.width, 1280)
+                self.assertEqual(self.lenslark.header().scene_mode, 1)
+            self.await_writer(first)
+            eventually(lambda: self.lenslark.header().scene_mode == 0)
+            self.lenslark.next_frame()
+
+    def test_the_first_takes_the_file_back_from_one_that_was_killed(self):
+        with self.lenslark.serve() as first:
+            eventually(self.lenslark.frame)
+            with self.other.serve("--test-pattern", ends=False) as second:
+                self.await_writer(second)
+                eventually(lambda: self.lenslark.header().heartbeat != 0)
+                second.process.kill()
+            self.await_writer(first)
+            self.assertEqual(eventually(self.lenslark.frame).width, 64)
+
+    def test_the_end_of_the_first_does_not_close_the_file_of_the_second(self):
+        with self.lenslark.serve() as first:
+            eventually(self.lenslark.frame)
+            with self.other.serve("--test-pattern") as second:
+                self.await_writer(second)
+                first.interrupt()
+                first.wait()
+                self.assertEqual(self.lenslark.header().writer_pid, second.pid)
+                self.lenslark.next_frame()
 
 
 if __name__ == "__main__":

@@ -245,15 +245,62 @@ TEST_F(SharedFrameWriterTest, aClosedFileStaysAndNamesNoWriter) {
   EXPECT_EQ(pixelAt(file().frontFrame(), 5, 6), numberedPixel(5, 6));
 }
 
-TEST_F(SharedFrameWriterTest, aFileThatAnotherTookOverIsNotClosed) {
-  open();
-  std::filesystem::copy_file(path, directory / "other");
-  std::string bytes = readFile(path);
-  constexpr std::uint32_t other = 4242;
-  std::memcpy(bytes.data() + offsetof(LLFrameHeader, writerPid), &other, sizeof(other));
-  directory.write("feed.shm", bytes);
+/// The file as another process changes it.
+class TakenOverFileTest : public SharedFrameWriterTest {
+ protected:
+  TakenOverFileTest() {
+    open();
+    writer->write(*numberedPicture({6, 7}), ContentKind::live);
+    change([](LLFrameHeader& head) { head.writerPid = other; });
+  }
+
+  template <typename Change>
+  void change(Change body) {
+    std::string bytes = readFile(path);
+    LLFrameHeader head{};
+    std::memcpy(&head, bytes.data(), sizeof(head));
+    body(head);
+    std::memcpy(bytes.data(), &head, sizeof(head));
+    directory.write("feed.shm", bytes);
+  }
+
+  static constexpr std::uint32_t other = 4242;
+};
+
+TEST_F(TakenOverFileTest, isNotClosed) {
   writer.reset();
   EXPECT_EQ(file().header().writerPid, other);
+}
+
+TEST_F(TakenOverFileTest, isLeftAlone) {
+  const std::string before = readFile(path);
+  EXPECT_FALSE(writer->write(*numberedPicture({4, 4}), ContentKind::still));
+  writer->heartbeat();
+  writer->setSceneMode(LLSceneModeFill);
+  EXPECT_TRUE(readFile(path) == before);
+  EXPECT_TRUE(writer->isTakenOver());
+}
+
+TEST_F(TakenOverFileTest, isVacantOnceItIsClosed) {
+  EXPECT_FALSE(writer->isVacant());
+  change([](LLFrameHeader& head) { head.writerPid = 0; });
+  EXPECT_TRUE(writer->isVacant());
+}
+
+TEST_F(TakenOverFileTest, isVacantWhenItsHeartHasStopped) {
+  const std::uint64_t now = Clock::uptimeNanoseconds();
+  change([&](LLFrameHeader& head) { head.heartbeat = now - 2'000'000'000; });
+  EXPECT_FALSE(writer->isVacant());
+  change([&](LLFrameHeader& head) { head.heartbeat = now - 3'100'000'000; });
+  EXPECT_TRUE(writer->isVacant());
+  change([&](LLFrameHeader& head) { head.heartbeat = 0; });  // it has only just been opened
+  EXPECT_FALSE(writer->isVacant());
+}
+
+TEST_F(SharedFrameWriterTest, aFileOfOnesOwnIsNeverVacant) {
+  open();
+  EXPECT_FALSE(writer->isTakenOver());
+  EXPECT_FALSE(writer->isVacant());
 }
 
 // A file that an earlier writer left.
