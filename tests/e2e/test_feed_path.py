@@ -111,7 +111,8 @@ class FeedPathTest(EndToEndTest):
         small = self.folder / "small"
         small.mkdir()
         self.lenslark.environment["LENSLARK_SHM"] = str(small / "feed.shm")
-        prefix = ("bwrap", "--dev-bind", "/", "/", "--size", "1000000", "--tmpfs", str(small), "--")
+        prefix = ("bwrap", "--dev-bind", "/", "/", "--size", "1000000", "--tmpfs", str(small),
+                  "--die-with-parent", "--")
         with self.lenslark.serve("--test-pattern", prefix=prefix, ends=False) as serving:
             eventually(lambda: "No space left on device" in serving.errors())
             self.assertTrue(serving.running())
