@@ -67,6 +67,7 @@ typedef struct Device {
   uint32_t generation;   ///< Counts starts and stops.
   uint64_t start, next;  ///< When the first frame was and the next is due.
   uint32_t sequence;     ///< Of the next frame at least.
+  uint64_t published;    ///< When the frame handed out last was published, 0 if there was none.
   const uint8_t* last;   ///< The picture painted last.
   uint8_t* scratch;      ///< Two pictures, where the application's memory is not painted directly.
   size_t scratchSize;    ///< Of one of them.

@@ -60,6 +60,7 @@ static bool takeGeometry(Feed* feed, const LLFrameHeader* header, uint64_t fileS
     feed->width = slot->width;
     feed->height = slot->height;
     feed->stride = slot->bytesPerRow;
+    feed->published = slot->timestamp;
     feed->counter = slot->seq;
     feed->counterAt = offsetof(LLFrameHeader, slots) + front * sizeof(LLFrameSlot);
     feed->pixelsAt = LL_FRAME_DATA_OFFSET + front * header->slotCapacity;
@@ -68,6 +69,7 @@ static bool takeGeometry(Feed* feed, const LLFrameHeader* header, uint64_t fileS
     feed->width = header->width;
     feed->height = header->height;
     feed->stride = header->bytesPerRow;
+    feed->published = header->timestamp;
     feed->counter = header->sequence;
     feed->counterAt = offsetof(LLFrameHeader, sequence);
     feed->pixelsAt = LL_FRAME_DATA_OFFSET;

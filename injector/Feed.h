@@ -37,6 +37,7 @@ typedef struct Feed {
   uint32_t width, height, stride;  ///< Of the frame, in pixels and bytes.
   bool fill;                       ///< The view is covered rather than the picture kept whole.
   uint64_t lastSign;               ///< CLOCK_MONOTONIC nanoseconds of the writer's heartbeat.
+  uint64_t published;              ///< The same of the frame's publication.
 
   int descriptor;
   uint64_t pixelsAt;              // Offset of the top row in the file.

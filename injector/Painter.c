@@ -124,9 +124,11 @@ void paint(Painter* painter, LLCamera camera, const PictureFormat* format, uint8
     feedClose(&painter->feed);
     if (whole) {
       painter->lastSign = painter->feed.lastSign;
+      painter->published = painter->feed.published;
       return;
     }
   }
+  painter->published = 0;
   const bool recent = painter->lastSign != 0 && feedClock() - painter->lastSign <= FEED_PATIENCE_NS;
   if (last && recent) {
     if (last != out) memcpy(out, last, pictureSize(format));

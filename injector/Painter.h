@@ -18,7 +18,8 @@ typedef struct PictureFormat {
 typedef struct Painter {
   Feed feed;
   Scaler scaler;
-  uint64_t lastSign;  // When the writer of the latest painted frame was last seen alive.
+  uint64_t published;  ///< When the frame painted last was published, 0 if there was none.
+  uint64_t lastSign;   // When the writer of the latest painted frame was last seen alive.
   uint8_t luma[scalerMaxWidth];
   uint8_t cb[scalerMaxWidth / 2];
   uint8_t cr[scalerMaxWidth / 2];

@@ -96,6 +96,8 @@ typedef int (*RealFilter64)(const struct dirent64*);
 typedef int (*RealOrder64)(const struct dirent64**, const struct dirent64**);
 
 typedef struct RealCalls {
+// A declaration cannot stand in parentheses.
+// NOLINTNEXTLINE(bugprone-macro-parentheses)
 #define MEMBER(result, name, arguments) result(*name) arguments;
   REAL_CALLS(MEMBER)
 #undef MEMBER

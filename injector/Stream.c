@@ -39,12 +39,36 @@ static void startClock(Device* device) {
   device->sequence = 0;
   device->start = device->next = feedClock();
   device->last = NULL;
+  device->published = 0;
+}
+
+// Moves the moments at which frames are due towards those at which the feed publishes, a little at
+// a time: a feed that keeps the same time is then shown some milliseconds after, instead of up to a
+// whole frame.
+static void followFeed(Device* device) {
+  const uint64_t interval = intervalOf(device);
+  const uint64_t step = interval / 32;
+  const uint64_t wanted = UINT64_C(3000000);  // More than a writer's timer is usually late.
+  const uint64_t published = device->painter.published;
+  const uint64_t before = device->published;
+  device->published = published;
+  const bool keepsTime = before != 0 && published > before &&
+                         published - before > interval - interval / 8 &&
+                         published - before < interval + interval / 8;
+  if (!keepsTime || published > device->next || device->next - published > interval) return;
+  const uint64_t age = device->next - published;
+  if (age > wanted) {
+    device->start -= age - wanted < step ? age - wanted : step;
+  } else if (age < wanted / 2) {
+    device->start += wanted - age < step ? wanted - age : step;
+  }
 }
 
 // Numbers the frame that is handed out now and moves on to the next. An application that is late
 // finds as many frames as it had buffers queued, as a driver would have filled them; what was
 // missed beyond that is counted and left out.
 static uint32_t advance(Device* device, uint64_t now) {
+  followFeed(device);
   const uint64_t interval = intervalOf(device);
   const uint64_t tick = now > device->start ? (now - device->start) / interval : 0;
   const uint32_t number =
