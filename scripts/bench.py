@@ -26,7 +26,7 @@ ROOT = pathlib.Path(__file__).resolve().parent.parent
 sys.path[:0] = [str(ROOT / "tests" / "e2e"), str(ROOT / "bench" / "support")]
 sys.dont_write_bytecode = True
 from rows import Row, Skip  # noqa: E402
-from run import private_tmp  # noqa: E402
+from run import private_prefix  # noqa: E402
 
 HEAD = ("what", "ours", "beside", "", "ratio", "target", "")
 
@@ -116,7 +116,7 @@ def main():
     if "LENSLARK_PRIVATE_TMP" not in os.environ:
         with contextlib.suppress(PermissionError):
             os.nice(-15)  # so that other work on the machine disturbs the elapsed times less
-        prefix = private_tmp(build)
+        prefix = private_prefix(build)
         os.environ["LENSLARK_PRIVATE_TMP"] = "1" if prefix else ""
         os.environ.pop("TMPDIR", None)
         command = [*prefix, sys.executable, *sys.argv]

@@ -17,12 +17,10 @@ constexpr int maxSide = 2048;
 constexpr Turns turns{processCpu, 1, 9};
 
 /// Empty when it cannot be made.
-std::string makePhotograph(const TemporaryDirectory& directory) {
+std::string makePhotograph(const TemporaryDirectory& directory, const char* scene) {
   const std::string path = (directory / "photo.jpg").string();
   const std::string command =
-      "ffmpeg -loglevel error -f lavfi -i gradients=size=4000x3000,noise=alls=8:allf=t "
-      "-frames:v 1 -q:v 3 " +
-      path;
+      std::string("ffmpeg -nostdin -v error -f lavfi -i ") + scene + " -frames:v 1 -q:v 3 " + path;
   return std::system(command.c_str()) == 0 ? path : "";
 }
 
@@ -39,17 +37,30 @@ void thumbnail(const std::string& path) {
   g_object_unref(image);
 }
 
-void loadTwelveMegapixels(benchmark::State& state) {
-  constexpr const char* what = "a 12-megapixel JPEG to 2048";
+void loadTwelveMegapixels(benchmark::State& state, const std::string& what, const char* scene) {
   const TemporaryDirectory directory;
-  const std::string path = makePhotograph(directory);
+  const std::string path = makePhotograph(directory, scene);
   if (path.empty()) return skip(state, what, "ffmpeg, which makes the picture, not installed");
   ImageCodec& codec = Modules::imageCodec();
   compare(
       state, {what, "vips_thumbnail in process", 1.05}, turns,
       [&] { benchmark::DoNotOptimize(codec.load(path, maxSide)); }, [&] { thumbnail(path); });
 }
-LENSLARK_ROW(loadTwelveMegapixels);
+
+/// About as many bytes a pixel as a telephone's camera writes.
+void photograph(benchmark::State& state) {
+  loadTwelveMegapixels(state, "a 12-megapixel JPEG of 2 MB to 2048",
+                       "mandelbrot=size=4000x3000,noise=alls=14,gblur=sigma=0.6");
+}
+
+/// The most that the entropy decoder can be given to do.
+void grain(benchmark::State& state) {
+  loadTwelveMegapixels(state, "a 12-megapixel JPEG of 20 MB to 2048",
+                       "gradients=size=4000x3000,noise=alls=8:allf=t");
+}
+
+LENSLARK_ROW(photograph);
+LENSLARK_ROW(grain);
 
 }  // namespace
 }  // namespace lenslark::bench

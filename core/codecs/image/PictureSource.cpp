@@ -54,6 +54,14 @@ std::optional<PictureSource> PictureSource::open(const std::string& path) {
   return PictureSource(std::move(file), static_cast<std::size_t>(status.st_size));
 }
 
+std::vector<std::byte> PictureSource::contents() const {
+  if (!file_) return {bytes_.begin(), bytes_.end()};
+  std::vector<std::byte> contents(size_);
+  const ssize_t count = readAt(file_, contents, 0);
+  contents.resize(count > 0 ? static_cast<std::size_t>(count) : 0);
+  return contents;
+}
+
 VipsSourcePtr PictureSource::makeReader() const {
   if (!file_) return VipsSourcePtr(vips_source_new_from_memory(bytes_.data(), bytes_.size()));
   VipsSourceCustom* source = vips_source_custom_new();

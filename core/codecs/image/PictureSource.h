@@ -4,6 +4,7 @@
 #include <optional>
 #include <span>
 #include <string>
+#include <vector>
 
 #include "base/FileDescriptor.h"
 #include "codecs/image/VipsLibrary.h"
@@ -22,6 +23,9 @@ class PictureSource {
 
   /// A new reader at the start, which must not outlive this source.
   VipsSourcePtr makeReader() const;
+
+  /// All of it; less when the file is being shortened. **Fails** with std::bad_alloc.
+  std::vector<std::byte> contents() const;
 
   std::size_t size() const noexcept { return size_; }
 

@@ -9,6 +9,7 @@
 
 #include "base/Error.h"
 #include "codecs/image/BmpDecoder.h"
+#include "codecs/image/JpegDecoder.h"
 #include "codecs/image/PictureSource.h"
 #include "codecs/image/PngEncoder.h"
 #include "codecs/image/RgbaPixels.h"
@@ -20,9 +21,11 @@ namespace {
 
 /// What a picture's header says.
 struct Header {
-  Size stored;   ///< As the pixels lie in the file.
-  Size upright;  ///< After the orientation.
+  Size stored;          ///< As the pixels lie in the file.
+  Size upright;         ///< After the orientation.
+  int orientation = 1;  ///< As EXIF counts them.
   bool hasProfile = false;
+  bool plainJpeg = false;  ///< A JPEG of three colours that says no more about them.
   bool vector = false;
 };
 
@@ -60,8 +63,12 @@ std::optional<Header> readHeader(const PictureSource& source) {
   if (vips_image_get_orientation_swap(image.get()) != FALSE) {
     std::swap(header.upright.width, header.upright.height);
   }
+  header.orientation = vips_image_get_orientation(image.get());
   header.hasProfile = vips_image_get_typeof(image.get(), VIPS_META_ICC_NAME) != 0;
   header.vector = std::string_view(loader).find("Svg") != std::string_view::npos;
+  header.plainJpeg = std::string_view(loader).find("Jpeg") != std::string_view::npos &&
+                     vips_image_get_interpretation(image.get()) == VIPS_INTERPRETATION_sRGB &&
+                     vips_image_get_bands(image.get()) == 3 && !header.hasProfile;
   if (!withinLimits(header.stored)) return std::nullopt;
   return header;
 }
@@ -107,6 +114,11 @@ std::shared_ptr<PixelBuffer> render(VipsImagePtr image) {
 std::shared_ptr<PixelBuffer> loadVips(const PictureSource& source, int maxSide) {
   const auto header = readHeader(source);
   if (!header || header->vector) return nullptr;
+  if (header->plainJpeg) {
+    if (auto picture = JpegDecoder::decode(source, header->stored, header->orientation, maxSide)) {
+      return picture;
+    }
+  }
   const VipsSourcePtr reader = source.makeReader();
   // Half a picture is none. The thumbnailer hands its own "fail_on" to loaders of files alone.
   constexpr const char* options = "[fail_on=truncated]";
