@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <span>
 #include <string>
 #include <system_error>
@@ -19,11 +20,19 @@ FileDescriptor keep(int standard, const char* name) {
   return copy;
 }
 
+/// Fails at once for one that was closed when the program was started, and leads nowhere now.
+FileDescriptor keepOutput() {
+  FileDescriptor copy = keep(STDOUT_FILENO, "standard output");
+  if ((fcntl(copy.get(), F_GETFL) & O_ACCMODE) == O_RDONLY) {
+    throw posixError(EBADF, "standard output");
+  }
+  return copy;
+}
+
 }  // namespace
 
 ProtocolChannel::ProtocolChannel()
-    : input_(keep(STDIN_FILENO, "standard input")),
-      output_(keep(STDOUT_FILENO, "standard output")) {
+    : input_(keep(STDIN_FILENO, "standard input")), output_(keepOutput()) {
   FileDescriptor nothing = FileDescriptor::open("/dev/null", O_RDWR);
   dup2(nothing.get(), STDIN_FILENO);
   // A host may have closed standard error: then the null device has taken its place just now, and

@@ -7,7 +7,6 @@ import pty
 import signal
 import subprocess
 
-from devicebench import pretty
 from lenslark import RED, EndToEndTest, eventually
 
 HINT = "The library is empty. Add files with `lenslark media add FILE…`.\n"
@@ -21,9 +20,6 @@ class MediaTest(EndToEndTest):
     def media(self, *arguments, **options):
         return self.lenslark.run("media", *arguments, **options)
 
-    def assert_prints(self, result, text):
-        self.assertEqual((result.stdout.decode(), result.stderr, result.returncode), (text, b"", 0))
-
     def line(self, path, size, kind="image", pinned=False):
         digest = hashlib.sha256(path.read_bytes()).hexdigest()
         return f"{digest}  {kind}  {size:<9}  {path.name}{'  pinned' if pinned else ''}\n"
@@ -31,11 +27,6 @@ class MediaTest(EndToEndTest):
     def entry(self, path, width, height, pinned=False):
         return {"id": "sha256:" + hashlib.sha256(path.read_bytes()).hexdigest(), "kind": "image",
                 "name": path.name, "width": width, "height": height, "pinned": pinned}
-
-    def assert_json(self, result, value):
-        self.assertEqual((result.stderr, result.returncode), (b"", 0))
-        self.assertEqual(json.loads(result.stdout), value)
-        self.assertEqual(result.stdout.decode(), pretty(value) + "\n")
 
     def stored(self):
         items = self.library / "items"
@@ -58,7 +49,7 @@ class AddTest(MediaTest):
 
     def test_json_is_the_list_of_items(self):
         a, b = self.picture("a.png"), self.picture("b.png", colours=(RED,) * 4)
-        self.assert_json(self.media("add", b, a, "--json"),
+        self.assert_prints_json(self.media("add", b, a, "--json"),
                          [self.entry(b, 64, 48), self.entry(a, 64, 48)])
 
     def test_a_film_has_its_duration(self):
@@ -75,7 +66,7 @@ class AddTest(MediaTest):
     def test_pins(self):
         a = self.picture("a.png")
         self.assert_prints(self.media("add", a, "--pin"), self.line(a, "64x48", pinned=True))
-        self.assert_json(self.media("list", "--json"), [self.entry(a, 64, 48, pinned=True)])
+        self.assert_prints_json(self.media("list", "--json"), [self.entry(a, 64, 48, pinned=True)])
 
     def test_adding_again_keeps_the_pin(self):
         a = self.picture("a.png")
@@ -171,19 +162,19 @@ class InterruptedAddTest(MediaTest):
         os.close(follower)
         shown = b""
         try:
-            while b"copying" not in shown:
+            while shown.count(b"copying") < 2:
                 shown += os.read(leader, 4096)
         finally:
             process.send_signal(signal.SIGINT)
             process.wait()
-        self.assertRegex(shown, rb"\r\x1b\[Kbig\.mp4: hashing [0-9.]+ MB of 1\.9 GB, [0-9.]+ [MG]B/s")
+        self.assertRegex(shown, rb"\r\x1b\[Kbig\.mp4: copying [0-9.]+ MB of 1\.9 GB, [0-9.]+ [MG]B/s\r")
         os.close(leader)
 
 
 class ListTest(MediaTest):
     def test_an_empty_library_gives_a_hint(self):
         self.assert_prints(self.media("list"), HINT)
-        self.assert_json(self.media("list", "--json"), [])
+        self.assert_prints_json(self.media("list", "--json"), [])
 
     def test_columns_are_aligned(self):
         small, wide = self.picture("small.png", (2, 2)), self.picture("wide.png", (12000, 1000))
