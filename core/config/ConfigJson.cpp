@@ -6,19 +6,12 @@
 #include <nlohmann/json.hpp>
 
 #include "base/Json.h"
+#include "base/Overloaded.h"
 
 namespace lenslark::ConfigJson {
 namespace {
 
 using nlohmann::json;
-
-/// Matches each case of a variant with its own function.
-template <typename... Functions>
-struct Match : Functions... {
-  using Functions::operator()...;
-};
-template <typename... Functions>
-Match(Functions...) -> Match<Functions...>;
 
 /// JSON has no other numbers than finite ones: any other would be written as null.
 json finite(const char* key, double value) {
@@ -119,7 +112,7 @@ Scope decodeScope(const json& object) {
 
 json encode(const SourceSpec& source) {
   json object = {{"kind", source.kindName()}};
-  const Match payload{
+  const Overloaded payload{
       [](const SourceSpec::Desktop&) {},
       [](const SourceSpec::Pattern&) {},
       [&](const SourceSpec::Display& display) { object["displayIndex"] = display.index; },

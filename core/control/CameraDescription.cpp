@@ -6,19 +6,13 @@
 #include <nlohmann/json.hpp>
 
 #include "base/Json.h"
+#include "base/Overloaded.h"
 #include "base/Text.h"
 
 namespace lenslark::CameraDescription {
 namespace {
 
 using nlohmann::json;
-
-template <typename... Cases>
-struct Overloaded : Cases... {
-  using Cases::operator()...;
-};
-template <typename... Cases>
-Overloaded(Cases...) -> Overloaded<Cases...>;
 
 void addMedia(json& description, const std::string& id, const MediaNames& names) {
   description["mediaId"] = id;

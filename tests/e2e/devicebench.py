@@ -68,20 +68,6 @@ class DeviceTest(EndToEndTest):
             file.write(header.pack().ljust(4096, b"\0") + pixels * 2)
         self.addCleanup(os.unlink, path)
 
-    def assert_prints(self, result, text, errors=b""):
-        self.assertEqual((result.stdout.decode(), result.stderr, result.returncode),
-                         (text, errors, 0))
-
-    def assert_prints_json(self, result, value):
-        """Compared as a value and as text: indented by two, keys sorted."""
-        self.assertEqual((result.stderr, result.returncode), (b"", 0))
-        self.assertEqual(json.loads(result.stdout), value)
-        self.assertEqual(result.stdout.decode(), pretty(value) + "\n")
-
-
-def pretty(value):
-    return json.dumps(value, indent=2, sort_keys=True, ensure_ascii=False)
-
 
 def fresh_udid():
     return str(uuid.uuid4()).upper()

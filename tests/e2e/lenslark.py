@@ -20,6 +20,10 @@ def binary():
     return pathlib.Path(os.environ["LENSLARK_BINARY"])
 
 
+def pretty(value):
+    return json.dumps(value, indent=2, sort_keys=True, ensure_ascii=False)
+
+
 def eventually(predicate, deadline=15, pause=0.005):
     """The predicate's first true value; fails when there is none before the deadline."""
     end = time.monotonic() + deadline
@@ -170,6 +174,16 @@ class EndToEndTest(unittest.TestCase):
         self.assertEqual(len(actual), 4)
         off = max(abs(a - b) for a, b in zip(actual, (*expected, 255)))
         self.assertLessEqual(off, tolerance, f"{actual} is not {expected}")
+
+    def assert_prints(self, result, text, errors=b""):
+        self.assertEqual((result.stdout.decode(), result.stderr, result.returncode),
+                         (text, errors, 0))
+
+    def assert_prints_json(self, result, value):
+        """Compared as a value and as text: indented by two, keys sorted."""
+        self.assertEqual((result.stderr, result.returncode), (b"", 0))
+        self.assertEqual(json.loads(result.stdout), value)
+        self.assertEqual(result.stdout.decode(), pretty(value) + "\n")
 
     def assert_fails(self, result, message, status):
         self.assertEqual(result.stderr.decode(), f"error: {message}\n")

@@ -24,9 +24,6 @@ class SimulatorTest(EndToEndTest):
     def ios(self, *arguments, **options):
         return self.lenslark.run("ios", *arguments, prefix=self.simulators.prefix, **options)
 
-    def assert_prints(self, result, text):
-        self.assertEqual((result.stdout.decode(), result.stderr, result.returncode), (text, b"", 0))
-
 
 class EnableTest(SimulatorTest):
     ENABLED = "Camera enabled. Relaunch your app (apps already running are unaffected).\n"
@@ -149,9 +146,6 @@ class EmulatorTest(EndToEndTest):
 
     def android(self, *arguments, **options):
         return self.lenslark.run("android", *arguments, **options)
-
-    def assert_prints(self, result, text):
-        self.assertEqual((result.stdout.decode(), result.stderr, result.returncode), (text, b"", 0))
 
 
 class AvdsTest(EmulatorTest):

@@ -12,8 +12,8 @@ import subprocess
 import threading
 
 import devicebench
-from devicebench import DeviceTest, fresh_udid, pretty
-from lenslark import RED
+from devicebench import DeviceTest, fresh_udid
+from lenslark import RED, pretty
 
 PARSE_ERROR = {"jsonrpc": "2.0", "id": None, "error": {"code": -32700, "message": "parse error"}}
 READY = b"lenslark mcp 1.1.0 ready on stdio\n"

@@ -211,32 +211,26 @@ class OutputTest(EndToEndTest):
 
     def test_goes_on_when_nobody_reads(self):
         read, write = os.pipe()
-        process = subprocess.Popen([self.lenslark.program, "serve", "--test-pattern"],
-                                   stdout=write, stderr=subprocess.DEVNULL,
-                                   env=self.lenslark.environment)
-        try:
-            os.close(write)
-            os.close(read)
-            eventually(self.lenslark.frame)
-            self.lenslark.next_frame()
-            process.send_signal(signal.SIGTERM)
-            self.assertEqual(process.wait(15), 0)
-        finally:
-            process.kill()
-            process.wait()
-
+        os.close(read)
+        self.addCleanup(os.close, write)
+        self.assert_goes_on(self.lenslark.program, "serve", "--test-pattern", stdout=write,
+                            stderr=subprocess.DEVNULL)
 
     def test_goes_on_without_any_descriptor(self):
-        process = subprocess.Popen(
-            ["/bin/sh", "-c", 'exec "$0" serve --test-pattern <&- >&- 2>&-', self.lenslark.program],
-            env=self.lenslark.environment)
+        descriptors = self.assert_goes_on(
+            "/bin/sh", "-c", 'exec "$0" serve --test-pattern <&- >&- 2>&-', self.lenslark.program)
+        self.assertEqual(descriptors, ["/dev/null"] * 3)
+
+    def assert_goes_on(self, *command, **options):
+        """Returns where the standard descriptors lead."""
+        process = subprocess.Popen(command, env=self.lenslark.environment, **options)
         try:
             eventually(self.lenslark.frame)
             self.lenslark.next_frame()
-            null = [os.readlink(f"/proc/{process.pid}/fd/{number}") for number in range(3)]
-            self.assertEqual(null, ["/dev/null"] * 3)
+            descriptors = [os.readlink(f"/proc/{process.pid}/fd/{number}") for number in range(3)]
             process.send_signal(signal.SIGTERM)
             self.assertEqual(process.wait(15), 0)
+            return descriptors
         finally:
             process.kill()
             process.wait()
