@@ -348,8 +348,16 @@ static void polling(void) {
       CHECK(epoll_ctl(epoll, EPOLL_CTL_ADD, camera, &event) == 0);
       CHECK(epoll_pwait(epoll, &event, 1, 20000, NULL) == 1 && close(epoll) == 0);
     }
-    CHECK(take(camera) == 0);
+    // Without a buffer there is nothing to wait for, however late it is.
+    struct v4l2_buffer taken[2];
+    for (int k = 0; k < 2; ++k) {
+      taken[k] = (struct v4l2_buffer){.type = V4L2_BUF_TYPE_VIDEO_CAPTURE};
+      taken[k].memory = V4L2_MEMORY_MMAP;
+      if (k > 0) CHECK(poll(&wanted, 1, 20000) == 1);
+      CHECK(ioctl(camera, VIDIOC_DQBUF, &taken[k]) == 0);
+    }
     CHECK(poll(&wanted, 1, 0) == 0);
+    for (int k = 0; k < 2; ++k) CHECK(ioctl(camera, VIDIOC_QBUF, &taken[k]) == 0);
   }
 }
 

@@ -12,6 +12,7 @@
 #include <sys/ioctl.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
+#include <sys/time.h>
 #include <sys/wait.h>
 #include <time.h>
 #include <unistd.h>
@@ -164,18 +165,28 @@ static void emulator(void) {
   CHECK(close(camera.descriptor) == 0);
 }
 
+// Frames that came and those that were left out because this program was late.
 static void rate(void) {
   Camera camera = start(0, V4L2_PIX_FMT_YUV420, 1280, 960);
   struct v4l2_buffer buffer;
   CHECK(dequeue(&camera, &buffer) == 0);
-  queue(&camera, buffer.index);
+  const uint32_t first = buffer.sequence;
   const double begin = seconds();
   for (int i = 0; i < 60; ++i) {
-    CHECK(dequeue(&camera, &buffer) == 0);
     queue(&camera, buffer.index);
+    CHECK(dequeue(&camera, &buffer) == 0);
   }
-  const double perSecond = 60 / (seconds() - begin);
-  printf("%.2f\n", perSecond);
+  printf("%.2f\n", (buffer.sequence - first) / (seconds() - begin));
+}
+
+// Takes all frames that are due, at least one, and gives the buffers back.
+static void drain(const Camera* camera) {
+  struct v4l2_buffer buffers[4];
+  int taken = 0;
+  while (taken < 4 && dequeue(camera, &buffers[taken]) == 0) ++taken;
+  CHECK(taken > 0 && (taken == 4 || errno == EAGAIN));
+  if (taken == 4) CHECK(dequeue(camera, &buffers[0]) != 0 && errno == EAGAIN);
+  for (uint32_t i = 0; i < (uint32_t)taken; ++i) queue(camera, taken == 4 ? i : buffers[i].index);
 }
 
 static void waiting(void) {
@@ -185,15 +196,12 @@ static void waiting(void) {
   struct epoll_event event = {.events = EPOLLIN};
   CHECK(epoll_ctl(set, EPOLL_CTL_ADD, camera.descriptor, &event) == 0);
   for (int i = 0; i < 10; ++i) {
-    struct v4l2_buffer buffer;
     if (i % 2) {
-      CHECK(poll(&wanted, 1, 2000) == 1 && (wanted.revents & POLLIN));
+      CHECK(poll(&wanted, 1, 20000) == 1 && (wanted.revents & POLLIN));
     } else {
-      CHECK(epoll_wait(set, &event, 1, 2000) == 1);
+      CHECK(epoll_wait(set, &event, 1, 20000) == 1);
     }
-    CHECK(dequeue(&camera, &buffer) == 0);
-    CHECK(dequeue(&camera, &buffer) != 0 && errno == EAGAIN);
-    queue(&camera, (uint32_t)i % 4);
+    drain(&camera);
   }
 }
 
@@ -205,7 +213,9 @@ static void interrupted(void) {
   CHECK(sigaction(SIGALRM, &action, NULL) == 0);
   struct v4l2_buffer buffer;
   for (int i = 0; i < 4; ++i) CHECK(dequeue(&camera, &buffer) == 0);
-  alarm(1);  // Nothing is queued: only the signal can end the wait.
+  // Nothing is queued: only a signal can end the wait.
+  const struct itimerval often = {{0, 200000}, {0, 200000}};
+  CHECK(setitimer(ITIMER_REAL, &often, NULL) == 0);
   CHECK(dequeue(&camera, &buffer) != 0 && errno == EINTR);
 }
 
