@@ -21,7 +21,10 @@ DesktopUnderWindowSource::DesktopUnderWindowSource(Screen& screen, ConnectedDevi
     : screen_(screen),
       device_(std::move(device)),
       excluded_(std::move(excluded)),
-      fps_(fps < 2 ? 1 : fps) {}
+      fps_(fps < 2 ? 1 : fps) {
+  // Whoever it turns out to belong to: it is what the camera must not see.
+  excluded_.windows.push_back(device_.window->windowID);
+}
 
 std::optional<DesktopUnderWindowSource::Target> DesktopUnderWindowSource::targetFor(
     const Rect& window, const std::vector<DisplayInfo>& displays) const {

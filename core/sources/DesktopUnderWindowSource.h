@@ -36,7 +36,7 @@ class DesktopUnderWindowSource final : public WindowFollowingSource {
 
   Screen& screen_;
   const ConnectedDevice device_;
-  const ExcludedApplications excluded_;
+  ExcludedApplications excluded_;
   const int fps_;
   StreamFailure failure_;
 

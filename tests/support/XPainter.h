@@ -31,10 +31,7 @@ class XPainter {
                       static_cast<std::uint16_t>(frame.width),
                       static_cast<std::uint16_t>(frame.height), 0, XCB_WINDOW_CLASS_INPUT_OUTPUT,
                       XCB_COPY_FROM_PARENT, XCB_CW_BACK_PIXEL | XCB_CW_OVERRIDE_REDIRECT, values);
-    if (!title.empty()) {
-      xcb_change_property(connection_, XCB_PROP_MODE_REPLACE, id, XCB_ATOM_WM_NAME, XCB_ATOM_STRING,
-                          8, static_cast<std::uint32_t>(title.size()), title.data());
-    }
+    setTitle(id, title);
     xcb_map_window(connection_, id);
     sync();
     return id;
@@ -49,6 +46,7 @@ class XPainter {
     bool managed = false;  ///< Leaves its place to a window manager.
     xcb_window_t parent = XCB_NONE;
     bool mapped = true;
+    std::string title;
   };
 
   xcb_window_t windowWith(const PixelRect& frame, std::uint32_t colour, const Look& look) {
@@ -76,6 +74,7 @@ class XPainter {
         static_cast<std::int16_t>(frame.y), static_cast<std::uint16_t>(frame.width),
         static_cast<std::uint16_t>(frame.height), static_cast<std::uint16_t>(look.border),
         XCB_WINDOW_CLASS_INPUT_OUTPUT, visual, mask, values.data());
+    setTitle(id, look.title);
     if (look.mapped) xcb_map_window(connection_, id);
     sync();
     return id;
@@ -159,6 +158,12 @@ class XPainter {
   xcb_window_t root() const noexcept { return screen_->root; }
 
  private:
+  void setTitle(xcb_window_t window, const std::string& title) {
+    if (title.empty()) return;
+    xcb_change_property(connection_, XCB_PROP_MODE_REPLACE, window, XCB_ATOM_WM_NAME,
+                        XCB_ATOM_STRING, 8, static_cast<std::uint32_t>(title.size()), title.data());
+  }
+
   xcb_visualid_t alphaVisual() const {
     for (auto depths = xcb_screen_allowed_depths_iterator(screen_); depths.rem > 0;
          xcb_depth_next(&depths)) {

@@ -18,7 +18,11 @@ const xcb_screen_t* screenNumber(xcb_connection_t* connection, int number) {
 XcbConnection::XcbConnection() {
   const char* display = std::getenv("DISPLAY");
   if (display == nullptr || *display == '\0') {
-    throw CaptureError::unavailable("there is no X display ($DISPLAY is not set).");
+    throw CaptureError::unavailable(
+        std::getenv("WAYLAND_DISPLAY") != nullptr
+            ? "Wayland tells nobody where windows are and leaves none out of a picture; log in to "
+              "an X11 session for it."
+            : "there is no X display ($DISPLAY is not set).");
   }
   int number = 0;
   connection_.reset(::xcb_connect(nullptr, &number));

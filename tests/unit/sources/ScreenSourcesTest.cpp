@@ -191,6 +191,7 @@ TEST_F(DesktopUnderWindowSourceTest, leavesTheApplicationsOut) {
   DesktopUnderWindowSource source(screen, emulator(), {{}, {"qemu-system"}, {}}, 30);
   source.start(ignore);
   EXPECT_EQ(screen.excluded.namePrefixes, std::vector<std::string>{"qemu-system"});
+  EXPECT_EQ(screen.excluded.windows, std::vector<std::uint32_t>{99});
 }
 
 TEST_F(DesktopUnderWindowSourceTest, followsAWindowThatMoved) {
