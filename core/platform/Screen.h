@@ -96,7 +96,10 @@ class Screen {
   /// **Fails** with CaptureError where there is no display, or it may not be filmed.
   virtual ScreenContent content() = 0;
 
-  /// A window's rectangle now, nothing when it is gone.
+  /// The displays of `content`; where windows are followed, quick enough to be asked as often.
+  virtual std::vector<DisplayInfo> displays() { return content().displays; }
+
+  /// A window's rectangle now, nothing when it is gone. Quick when asked again and again.
   virtual std::optional<Rect> windowBounds(std::uint32_t window) = 0;
 
   /// A display's whole picture. **Fails** with CaptureError.

@@ -62,13 +62,31 @@ void DesktopUnderWindowSource::stop() {
 }
 
 bool DesktopUnderWindowSource::track() {
+  {
+    const std::lock_guard lock(mutex_);
+    if (stream_ == nullptr) return false;
+  }
   const auto bounds = screen_.windowBounds(device_.window->windowID);
+  if (!bounds) return false;
+  auto displays = displaysNow();
   const std::lock_guard lock(mutex_);
-  if (stream_ == nullptr || !bounds || *bounds == sourceRect_) return false;
+  if (stream_ == nullptr) return false;
+  if (!displays) displays = displays_;
+  if (*bounds == sourceRect_ && *displays == displays_) return false;
   sourceRect_ = *bounds;
+  displays_ = std::move(*displays);
   if (const auto target = targetFor(*bounds, displays_))
     stream_->retarget(target->area, target->output);
   return true;
+}
+
+/// Nothing where they cannot be asked for: those known are taken to be there still.
+std::optional<std::vector<DisplayInfo>> DesktopUnderWindowSource::displaysNow() {
+  try {
+    return screen_.displays();
+  } catch (const CaptureError&) {
+    return std::nullopt;
+  }
 }
 
 }  // namespace lenslark

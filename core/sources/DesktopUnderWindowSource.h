@@ -2,6 +2,7 @@
 
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <vector>
 
 #include "devices/ConnectedDevice.h"
@@ -33,6 +34,7 @@ class DesktopUnderWindowSource final : public WindowFollowingSource {
   };
   std::optional<Target> targetFor(const Rect& window,
                                   const std::vector<DisplayInfo>& displays) const;
+  std::optional<std::vector<DisplayInfo>> displaysNow();
 
   Screen& screen_;
   const ConnectedDevice device_;

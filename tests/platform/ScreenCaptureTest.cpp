@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <thread>
 
 #include "platform/Film.h"
@@ -10,6 +11,16 @@
 
 namespace lenslark {
 namespace {
+
+/// By more than rounding.
+bool farApart(std::uint32_t one, std::uint32_t other) {
+  for (int shift = 0; shift < 24; shift += 8) {
+    const int a = static_cast<int>(one >> shift & 0xFF);
+    const int b = static_cast<int>(other >> shift & 0xFF);
+    if (std::abs(a - b) > 2) return true;
+  }
+  return false;
+}
 
 class ScreenCaptureTest : public testing::Test {
  protected:
@@ -151,6 +162,33 @@ TEST_F(ScreenCaptureTest, changesThePictureSizeWithTheArea) {
   ASSERT_TRUE(eventually([&] { return film.count() > 0; }));
   stream->retarget({0, 0, 200, 100}, {200, 100});
   EXPECT_TRUE(eventually([&] { return film.last()->size() == Size{200, 100}; }));
+}
+
+/// Frames of which little is drawn anew must be the same as those drawn at once.
+TEST_F(ScreenCaptureTest, drawsWhatChangesAsItWouldDrawTheWhole) {
+  const auto lower = painter.window({0, 0, 600, 400}, green);
+  Film film;
+  const auto stream = filmArea({0, 0, 600, 400}, {}, film, plain(400, 266));
+  ASSERT_TRUE(eventually([&] { return film.count() > 0; }));
+  for (int step = 0; step < 40; ++step) {
+    const std::uint32_t colour = step % 2 == 0 ? blue : white;
+    painter.fill(lower, {step * 13 % 500, step * 7 % 350, 31 + step, 17}, colour);
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  }
+  painter.fill(lower, {590, 390, 10, 10}, grey);
+  Film whole;
+  const auto other = filmArea({0, 0, 600, 400}, {}, whole, plain(400, 266));
+  ASSERT_TRUE(eventually([&] { return whole.count() > 0; }));
+  EXPECT_TRUE(eventually([&] {
+    const FramePtr one = film.last();
+    const FramePtr two = whole.last();
+    for (int y = 0; y < 266; ++y) {
+      for (int x = 0; x < 400; ++x) {
+        if (farApart(colourAt(*one, x, y), colourAt(*two, x, y))) return false;
+      }
+    }
+    return true;
+  }));
 }
 
 TEST_F(ScreenCaptureTest, filmsACoveredWindowsOwnPixels) {

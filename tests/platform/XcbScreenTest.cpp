@@ -41,6 +41,7 @@ class XcbScreenTest : public testing::Test {
   XvfbServer server;
   XClient client;
   XcbScreen screen;
+  std::uint32_t lost = 0;
 };
 
 // Displays
@@ -334,7 +335,74 @@ TEST_F(XcbScreenTest, theBoundsFollowTheWindow) {
   xcb_configure_window(client.connection(), window.id(), XCB_CONFIG_WINDOW_X | XCB_CONFIG_WINDOW_Y,
                        place);
   client.sync();
-  EXPECT_EQ(screen.windowBounds(window.id()), (Rect{50, 60, 300, 200}));
+  EXPECT_TRUE(eventually([&] {
+    return screen.windowBounds(window.id()) == Rect{50, 60, 300, 200};
+  }));
+}
+
+TEST_F(XcbScreenTest, theBoundsAreFollowedWithoutTheShadow) {
+  const XWindow window(client, {.x = 10, .y = 20, .width = 300, .height = 200});
+  window.set("_GTK_FRAME_EXTENTS", "CARDINAL", std::vector<std::uint32_t>{10, 10, 10, 10});
+  window.map();
+  EXPECT_EQ(screen.windowBounds(window.id()), (Rect{20, 30, 280, 180}));
+  const std::uint32_t place[] = {50, 60, 400, 300};
+  xcb_configure_window(client.connection(), window.id(),
+                       XCB_CONFIG_WINDOW_X | XCB_CONFIG_WINDOW_Y | XCB_CONFIG_WINDOW_WIDTH |
+                           XCB_CONFIG_WINDOW_HEIGHT,
+                       place);
+  client.sync();
+  EXPECT_TRUE(eventually([&] {
+    return screen.windowBounds(window.id()) == Rect{60, 70, 380, 280};
+  }));
+  window.set("_GTK_FRAME_EXTENTS", "CARDINAL", std::vector<std::uint32_t>{0, 0, 0, 0});
+  client.sync();
+  EXPECT_TRUE(eventually([&] {
+    return screen.windowBounds(window.id()) == Rect{50, 60, 400, 300};
+  }));
+}
+
+TEST_F(XcbScreenTest, theBoundsGoWithTheWindow) {
+  {
+    const XWindow window(client, {.x = 10, .y = 20, .width = 300, .height = 200});
+    window.map();
+    EXPECT_TRUE(screen.windowBounds(window.id()));
+    lost = window.id();
+  }
+  EXPECT_TRUE(eventually([&] { return !screen.windowBounds(lost); }));
+}
+
+TEST_F(XcbScreenTest, theBoundsFollowTheWindowIntoItsFrame) {
+  const XWindow window(client, {.x = 10, .y = 20, .width = 300, .height = 200});
+  window.map();
+  EXPECT_EQ(screen.windowBounds(window.id()), (Rect{10, 20, 300, 200}));
+  const XWindow frame(client, {.x = 100, .y = 100, .width = 320, .height = 230});
+  frame.map();
+  xcb_reparent_window(client.connection(), window.id(), frame.id(), 10, 20);
+  client.sync();
+  EXPECT_TRUE(eventually([&] {
+    return screen.windowBounds(window.id()) == Rect{100, 100, 320, 230};
+  }));
+  const std::uint32_t place[] = {150, 160};
+  xcb_configure_window(client.connection(), frame.id(), XCB_CONFIG_WINDOW_X | XCB_CONFIG_WINDOW_Y,
+                       place);
+  client.sync();
+  EXPECT_TRUE(eventually([&] {
+    return screen.windowBounds(window.id()) == Rect{150, 160, 320, 230};
+  }));
+  xcb_reparent_window(client.connection(), window.id(), client.root(), 0, 0);
+  client.sync();
+}
+
+TEST_F(XcbScreenTest, displaysAreFollowedAsMonitorsChange) {
+  const XWindow window(client, {.x = 10, .y = 20, .width = 300, .height = 200});
+  window.map();
+  ASSERT_TRUE(screen.windowBounds(window.id()));
+  ASSERT_EQ(screen.displays().size(), 1U);
+  const Subprocess left({"xrandr", "--setmonitor", "left", "640/160x800/200+0+0", "screen"});
+  EXPECT_TRUE(eventually([&] { return screen.displays().front().name == "left"; }));
+  const Subprocess right({"xrandr", "--setmonitor", "right", "640/160x800/200+640+0", "none"});
+  EXPECT_TRUE(eventually([&] { return screen.displays().size() == 2U; }));
+  EXPECT_EQ(screen.displays(), screen.content().displays);
 }
 
 TEST_F(XcbScreenTest, aWindowThatIsGoneHasNoBounds) {

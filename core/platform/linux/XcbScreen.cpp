@@ -7,7 +7,6 @@
 #include "platform/linux/X11Stream.h"
 #include "platform/linux/XcbAtoms.h"
 #include "platform/linux/XcbConnection.h"
-#include "platform/linux/XcbTree.h"
 #include "platform/linux/XcbWindows.h"
 
 namespace lenslark {
@@ -19,6 +18,8 @@ using namespace std::chrono_literals;
 constexpr auto patienceForContent = 2s;
 /// Asked many times a second.
 constexpr auto patienceForBounds = 500ms;
+/// A window that nobody asked for this long is not followed any more.
+constexpr auto followedFor = 10s;
 
 ScreenContent readContent() {
   const XcbConnection connection;
@@ -30,12 +31,11 @@ ScreenContent readContent() {
   return content;
 }
 
-std::optional<Rect> readBounds(std::uint32_t window) {
+std::shared_ptr<XcbFollower> makeFollower(std::uint32_t window) {
   try {
-    const XcbConnection connection;
-    return XcbTree::frames(connection, XcbAtoms(connection), {window}).front();
+    return std::make_shared<XcbFollower>(window);
   } catch (const CaptureError&) {
-    return std::nullopt;
+    return nullptr;
   }
 }
 
@@ -47,8 +47,40 @@ ScreenContent XcbScreen::content() {
 }
 
 std::optional<Rect> XcbScreen::windowBounds(std::uint32_t window) {
-  return bounded_(patienceForBounds, [window] { return readBounds(window); })
-      .value_or(std::nullopt);
+  const std::lock_guard lock(mutex_);
+  const auto follower = follow(window);
+  return follower ? follower->bounds() : std::nullopt;
+}
+
+std::vector<DisplayInfo> XcbScreen::displays() {
+  {
+    const std::lock_guard lock(mutex_);
+    for (const auto& [window, followed] : followed_) {
+      if (followed.follower->upToDate()) return followed.follower->displays();
+    }
+  }
+  return content().displays;
+}
+
+std::shared_ptr<XcbFollower> XcbScreen::follow(std::uint32_t window) {
+  const auto now = std::chrono::steady_clock::now();
+  forgetIdle(now);
+  const auto known = followed_.find(window);
+  if (known != followed_.end() && known->second.follower->upToDate()) {
+    known->second.asked = now;
+    return known->second.follower;
+  }
+  followed_.erase(window);
+  auto follower =
+      bounded_(patienceForBounds, [window] { return makeFollower(window); }).value_or(nullptr);
+  // One that is gone needs no following.
+  if (follower && follower->upToDate()) followed_[window] = {follower, now};
+  return follower;
+}
+
+void XcbScreen::forgetIdle(std::chrono::steady_clock::time_point now) {
+  std::erase_if(followed_,
+                [now](const auto& entry) { return now - entry.second.asked > followedFor; });
 }
 
 std::unique_ptr<ScreenStream> XcbScreen::captureDisplay(std::uint32_t display,

@@ -194,6 +194,17 @@ TEST_F(DesktopUnderWindowSourceTest, leavesTheApplicationsOut) {
   EXPECT_EQ(screen.excluded.windows, std::vector<std::uint32_t>{99});
 }
 
+TEST_F(DesktopUnderWindowSourceTest, followsDisplaysThatChange) {
+  screen.bounds = Rect{950, 100, 200, 400};
+  DesktopUnderWindowSource source(screen, simulator(), {}, 30);
+  source.start(ignore);
+  ASSERT_EQ(screen.calls.at(0).area, (PixelRect{1000, 100, 200, 400}));
+  screen.shown.displays.pop_back();
+  EXPECT_TRUE(source.track());
+  EXPECT_EQ(screen.calls.back().area, (PixelRect{800, 100, 200, 400}));
+  EXPECT_FALSE(source.track());
+}
+
 TEST_F(DesktopUnderWindowSourceTest, followsAWindowThatMoved) {
   DesktopUnderWindowSource source(screen, simulator(), {}, 30);
   source.start(ignore);
