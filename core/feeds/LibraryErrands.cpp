@@ -41,13 +41,16 @@ void LibraryErrands::post(std::move_only_function<void(State&)> errand) {
 }
 
 void LibraryErrands::remember(std::vector<ConnectedDevice> devices) {
-  if (devices.empty()) return;
   post([devices = std::move(devices)](State& state) {
-    state.store.update([&](ConfigFile& config) {
-      const auto now = Clock::now();
+    const auto note = [&, now = Clock::now()](ConfigFile& config) {
       for (const auto& device : devices) config.remember(device.key, device.name, now);
       config.prune(forgottenAfterSeconds, now);
-    });
+    };
+    // Mostly there is nothing new, and then no lock to wait for.
+    const ConfigFile known = state.store.config();
+    ConfigFile noted = known;
+    note(noted);
+    if (noted != known) state.store.update(note);
   });
 }
 

@@ -2,6 +2,7 @@
 
 import json
 import os
+import time
 import unittest
 
 from lenslark import BLUE, RED, EndToEndTest, eventually
@@ -93,6 +94,26 @@ class SettingsTest(EndToEndTest):
                                        settings={"fill": False})
             eventually(lambda: self.lenslark.header().scene_mode == 0)
             self.assertEqual(self.lenslark.frame().pixel(3, 3)[:3], RED)
+
+
+class ForgottenDeviceTest(EndToEndTest):
+    def test_a_device_that_was_not_seen_for_three_months_goes_with_its_settings(self):
+        known, assignments = [], []
+        for name, days in (("OLD", 91), ("NEW", 89)):
+            seen = time.strftime("%Y-%m-%dT%H:%M:%SZ", time.gmtime(time.time() - days * 86400))
+            known.append({"deviceKey": f"ios:{name}", "name": name, "lastSeen": seen})
+            for scope in ({"kind": "device"}, {"kind": "camera", "camera": "front"}):
+                assignments.append({"scope": {**scope, "deviceKey": f"ios:{name}"},
+                                    "source": {"kind": "pattern"}})
+        assignments.append({"scope": {"kind": "global"}, "source": {"kind": "pattern"}})
+        self.lenslark.write_config({"kind": "pattern"})
+        config = json.loads(self.lenslark.config_file.read_text())
+        config.update(knownDevices=known, assignments=assignments)
+        self.lenslark.config_file.write_text(json.dumps(config))
+        with self.lenslark.serve():
+            saved = eventually(lambda: (saved := json.loads(
+                self.lenslark.config_file.read_text()))["knownDevices"] == known[1:] and saved)
+        self.assertEqual(saved["assignments"], assignments[2:])
 
 
 class BrokenConfigTest(EndToEndTest):

@@ -280,6 +280,14 @@ TEST_F(FeedRouterTest, aFileThatCannotBeOpenedComesOnceItCan) {
   EXPECT_TRUE(shows(globalPath, "red"));
 }
 
+TEST_F(FeedRouterTest, forgetsOldDevicesAlsoWhenNoneIsConnected) {
+  store.update([&](ConfigFile& config) {
+    config.remember(DeviceKey::ios("OLD"), "Old", Clock::now() - std::chrono::days(91));
+  });
+  start();
+  EXPECT_TRUE(eventually([&] { return store.config().knownDevices.empty(); }));
+}
+
 TEST_F(FeedRouterTest, remembersDevicesAndForgetsOldOnes) {
   const auto old = DeviceKey::ios("OLD");
   const auto now = Clock::now();
