@@ -22,7 +22,8 @@ build: setup
 run: build
 	$(BUILD)/lenslark serve --test-pattern
 
-test: setup
+test:
+	@scripts/setup.sh --tests
 	cmake -S . -B $(BUILD) -DCMAKE_BUILD_TYPE=Release -DLENSLARK_TESTS=ON -DLENSLARK_WERROR=$(WERROR)
 	cmake --build $(BUILD) --parallel $(JOBS)
 	ctest --test-dir $(BUILD) --parallel $(JOBS) --output-on-failure

@@ -1,7 +1,7 @@
 #!/bin/bash
 # Installs the Debian packages that lenslark is built, run and tested with, those alone that are
-# missing, and, where Node.js and npm are there, the client that one test talks to the server for
-# agents with. Quick and silent when nothing is missing.
+# missing. With --tests also, where Node.js and npm are there, the client that one test talks to the
+# server for agents with. Quick and silent when nothing is missing.
 set -euo pipefail
 
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
@@ -24,7 +24,7 @@ install_client() {
     say "npm could not install it, see above. Its tests will be skipped."
   fi
 }
-install_client
+[ "${1:-}" != --tests ] || install_client
 
 if ! command -v dpkg-query >/dev/null || ! command -v apt-get >/dev/null; then
   say "this is no Debian system: install what $list names by other means."

@@ -46,10 +46,10 @@ class SetupTest(unittest.TestCase):
         modules.mkdir()
         shutil.copy(self.client / "package-lock.json", modules / ".installed")
 
-    def setup(self, user=0):
+    def setup(self, *arguments, user=0):
         self.stand_in("id", f"echo {user}")
         environment = {"PATH": f"{self.folder / 'bin'}:{os.environ['PATH']}", "CI": "true"}
-        return subprocess.run([self.tree / "scripts" / "setup.sh"], env=environment,
+        return subprocess.run([self.tree / "scripts" / "setup.sh", *arguments], env=environment,
                               stdin=subprocess.DEVNULL, capture_output=True, check=False)
 
     def tool_calls(self):
@@ -94,22 +94,27 @@ class SetupTest(unittest.TestCase):
 
     def test_installs_the_test_client_once(self):
         self.npm("mkdir node_modules; echo 'added 9 packages'")
-        first, second = self.setup(), self.setup()
+        first, second = self.setup("--tests"), self.setup("--tests")
         self.assertEqual((first.returncode, first.stdout), (0, b""))
         self.assertIn("installing the test client", first.stderr.decode())
         self.assertEqual((second.returncode, second.stderr), (0, b""))
         self.assertEqual(self.tool_calls(), ["npm ci in mcp-client"])
 
+    def test_leaves_the_test_client_to_those_who_test(self):
+        self.npm("mkdir node_modules")
+        self.setup()
+        self.assertEqual(self.tool_calls(), [])
+
     def test_installs_the_test_client_again_when_it_is_another(self):
         self.npm("mkdir -p node_modules")
-        self.setup()
+        self.setup("--tests")
         (self.client / "package-lock.json").write_text("{}")
-        self.setup()
+        self.setup("--tests")
         self.assertEqual(len(self.tool_calls()), 2)
 
     def test_goes_on_without_the_test_client(self):
         self.npm("mkdir node_modules; echo 'npm error no network' >&2; exit 1")
-        result = self.setup()
+        result = self.setup("--tests")
         self.assertEqual(result.returncode, 0)
         self.assertIn("npm error no network", result.stderr.decode())
         self.assertIn("will be skipped", result.stderr.decode())
