@@ -8,8 +8,7 @@ import pathlib
 import re
 import subprocess
 
-from devicebench import pretty
-from lenslark import RED, eventually
+from lenslark import RED, eventually, pretty
 from test_mcp import MCPTest
 
 GUIDE = pathlib.Path(__file__).resolve().parent.parent.parent / "docs" / "mcp.md"
