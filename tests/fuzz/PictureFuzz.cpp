@@ -25,6 +25,9 @@ void check(const PixelBuffer* picture) {
 
 }  // namespace
 
+/// libdav1d keeps 40 bytes of each AVIF whose picture holds no data.
+extern "C" const char* __lsan_default_suppressions() { return "leak:libdav1d\n"; }
+
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   static PlantedFile file;
   const std::string& path = file.plant({data, size});
