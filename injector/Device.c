@@ -130,7 +130,17 @@ static void give(int descriptor, Handle* handle) {
 // The mark is the signal of asynchronous notice, which a timer never gives.
 static int markOf(const Device* device) { return firstMark + device->index; }
 
+// Where a sandbox forbids marks every descriptor is believed.
+static atomic_bool cannotMark;
+
+static void mark(int descriptor, const Device* device) {
+  if (syscall(SYS_fcntl, descriptor, F_SETSIG, markOf(device)) != 0) {
+    atomic_store(&cannotMark, true);
+  }
+}
+
 static bool isMarked(int descriptor, const Device* device) {
+  if (atomic_load_explicit(&cannotMark, memory_order_relaxed)) return true;
   const int saved = errno;
   const bool marked = syscall(SYS_fcntl, descriptor, F_GETSIG) == markOf(device);
   errno = saved;
@@ -158,9 +168,8 @@ int handleOpen(Device* device, int flags) {
       timerfd_create(CLOCK_MONOTONIC, ((flags & O_NONBLOCK) ? TFD_NONBLOCK : 0) |
                                           ((flags & O_CLOEXEC) ? TFD_CLOEXEC : 0));
   if (descriptor < 0) return -1;
-  if (syscall(SYS_fcntl, descriptor, F_SETSIG, markOf(device)) == 0 && enlist(descriptor, device)) {
-    return descriptor;
-  }
+  mark(descriptor, device);
+  if (enlist(descriptor, device)) return descriptor;
   realClose(descriptor);
   errno = EMFILE;
   return -1;
@@ -168,11 +177,11 @@ int handleOpen(Device* device, int flags) {
 
 Handle* handleAdopt(int descriptor) {
   const int saved = errno;
-  const long mark = syscall(SYS_fcntl, descriptor, F_GETSIG);
+  const long found = syscall(SYS_fcntl, descriptor, F_GETSIG);
   struct itimerspec ignored;
-  const bool known = mark >= firstMark && mark < firstMark + deviceCount &&
+  const bool known = found >= firstMark && found < firstMark + deviceCount &&
                      timerfd_gettime(descriptor, &ignored) == 0 && claimMemory() &&
-                     handlesAreOurs() && enlist(descriptor, &devices[mark - firstMark]);
+                     handlesAreOurs() && enlist(descriptor, &devices[found - firstMark]);
   errno = saved;
   return known ? handlePin(descriptor) : NULL;
 }
