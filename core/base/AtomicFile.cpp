@@ -14,6 +14,8 @@
 namespace lenslark::AtomicFile {
 namespace {
 
+constexpr std::string_view temporaryMark = ".tmp-";
+
 /// Removes the temporary file unless it was renamed into place.
 class TemporaryFile {
  public:
@@ -28,7 +30,7 @@ class TemporaryFile {
 
   void write(std::string_view bytes) {
     writeAll(file_, std::as_bytes(std::span(bytes)), path_);
-    if (::fsync(file_.get()) != 0) throwErrno(path_);
+    flush(file_, path_);
   }
 
   void renameTo(const std::string& target) {
@@ -46,12 +48,29 @@ class TemporaryFile {
 void replace(const std::string& path, std::string_view bytes) {
   std::string directory = std::filesystem::path(path).parent_path().string();
   if (directory.empty()) directory = ".";
-  TemporaryFile temporary(path + ".tmp-" + Uuid::make());
+  TemporaryFile temporary(path + std::string(temporaryMark) + Uuid::make());
   temporary.write(bytes);
   temporary.renameTo(path);
-  // Some directories cannot be opened or flushed; the rename has happened all the same.
-  const FileDescriptor parent = FileDescriptor::tryOpen(directory, O_RDONLY | O_DIRECTORY);
-  if (parent) ::fsync(parent.get());
+  flushDirectory(directory);
+}
+
+void flushDirectory(const std::filesystem::path& directory) noexcept {
+  const FileDescriptor open = FileDescriptor::tryOpen(directory.c_str(), O_RDONLY | O_DIRECTORY);
+  if (open) ::fsync(open.get());
+}
+
+void removeAbandoned(const std::filesystem::path& directory, std::string_view name) noexcept {
+  std::error_code error;
+  for (auto entry = std::filesystem::directory_iterator(directory, error);
+       !error && entry != std::filesystem::directory_iterator(); entry.increment(error)) {
+    const std::string found = entry->path().filename().string();
+    const std::size_t mark = found.rfind(temporaryMark);
+    if (mark == std::string::npos ||
+        !Uuid::isWellFormed(found.substr(mark + temporaryMark.size()))) {
+      continue;
+    }
+    if (name.empty() || found.substr(0, mark) == name) ::unlink(entry->path().c_str());
+  }
 }
 
 }  // namespace lenslark::AtomicFile

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <filesystem>
 #include <string>
 #include <string_view>
 
@@ -13,5 +14,14 @@ namespace lenslark::AtomicFile {
 /// **Fails** with std::system_error that names the path; the old file is then untouched and no
 /// temporary file is left.
 void replace(const std::string& path, std::string_view bytes);
+
+/// Makes the renames that happened in a directory last beyond a power cut, where that can be had:
+/// some directories cannot be opened or flushed, and the renames have happened all the same.
+void flushDirectory(const std::filesystem::path& directory) noexcept;
+
+/// Removes the temporary files that processes which died in `replace` left in a directory: those of
+/// the file `name`, or of every file when it is empty. The caller holds the lock under which these
+/// files are replaced, so that nobody is writing one.
+void removeAbandoned(const std::filesystem::path& directory, std::string_view name) noexcept;
 
 }  // namespace lenslark::AtomicFile

@@ -15,6 +15,11 @@
 namespace lenslark::BrokenFile {
 namespace {
 
+/// What the names of all copies of a file begin with.
+std::string prefixOf(const std::string& path) {
+  return std::filesystem::absolute(path).string() + ".broken-";
+}
+
 bool holds(const std::string& path, std::string_view content) {
   const FileDescriptor file = FileDescriptor::tryOpen(path, O_RDONLY | O_NOFOLLOW | O_NONBLOCK);
   struct stat status {};
@@ -56,7 +61,7 @@ std::pair<FileDescriptor, std::string> createCopy(const std::string& prefix) {
 }  // namespace
 
 void keepAside(const std::string& path, std::string_view content) {
-  const std::string prefix = std::filesystem::absolute(path).string() + ".broken-";
+  const std::string prefix = prefixOf(path);
   if (isKept(prefix, content)) return;
   const auto [copy, name] = createCopy(prefix);
   try {
@@ -65,6 +70,17 @@ void keepAside(const std::string& path, std::string_view content) {
     ::unlink(name.c_str());
     throw;
   }
+}
+
+bool hasCopy(const std::string& path) {
+  const std::filesystem::path prefix = prefixOf(path);
+  std::error_code error;
+  std::filesystem::directory_iterator entries(prefix.parent_path(), error);
+  for (const std::filesystem::directory_iterator end; !error && entries != end;
+       entries.increment(error)) {
+    if (entries->path().filename().string().starts_with(prefix.filename().string())) return true;
+  }
+  return bool(error);
 }
 
 }  // namespace lenslark::BrokenFile

@@ -13,4 +13,7 @@ namespace lenslark::BrokenFile {
 /// **Fails** with std::system_error; half a copy is not left.
 void keepAside(const std::string& path, std::string_view content);
 
+/// Whether such a copy of a file was kept, or this cannot be found out.
+bool hasCopy(const std::string& path);
+
 }  // namespace lenslark::BrokenFile

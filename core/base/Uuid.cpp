@@ -3,6 +3,7 @@
 #include <fmt/core.h>
 #include <sys/random.h>
 
+#include <algorithm>
 #include <array>
 
 #include "base/PosixError.h"
@@ -22,6 +23,15 @@ std::string make() {
     text += fmt::format("{:02X}", bytes[index]);
   }
   return text;
+}
+
+bool isWellFormed(std::string_view text) noexcept {
+  constexpr std::string_view form = "00000000-0000-0000-0000-000000000000";
+  const auto fits = [](char character, char wanted) {
+    if (wanted == '-') return character == '-';
+    return (character >= '0' && character <= '9') || (character >= 'A' && character <= 'F');
+  };
+  return std::equal(text.begin(), text.end(), form.begin(), form.end(), fits);
 }
 
 }  // namespace lenslark::Uuid

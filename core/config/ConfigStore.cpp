@@ -215,6 +215,7 @@ ConfigFile ConfigStore::config() {
 void ConfigStore::update(const std::function<void(ConfigFile&)>& body) {
   createDirectories(state_->directory);
   const FileLock writers((state_->directory / "config.lock").string());
+  AtomicFile::removeAbandoned(state_->directory, state_->file.filename().string());
   const SavedConfig saved = state_->readToReplace();
   if (saved.condition == SavedConfig::Condition::unreadable) {
     throw Error("the settings cannot be read and stay as they are (" + saved.problem +

@@ -37,6 +37,7 @@ void FeedSet::show(const WantedFeed& wanted) {
     seed(feed);
     runningFor(wanted.source);  // what both need time for, they do at the same time
     if (ready) attach(feed);
+    beat();
     return;
   }
   if (!ready) return;
@@ -122,6 +123,7 @@ void FeedSet::removeUnwanted(const std::vector<WantedFeed>& wanted) {
   std::erase_if(feeds_, [&](const auto& entry) {
     if (paths.contains(entry.first)) return false;
     retire(entry.second);
+    beat();
     return true;
   });
   std::erase_if(openErrors_, [&](const auto& entry) { return !paths.contains(entry.first); });
@@ -148,6 +150,10 @@ void FeedSet::stopIdleHubs() {
 void FeedSet::stop(const Running& running) {
   std::erase_if(stopping_, isReady);
   stopping_.push_back(running.hub->stop());
+}
+
+void FeedSet::beat() noexcept {
+  for (const auto& [path, feed] : feeds_) feed.output->heartbeat();
 }
 
 bool FeedSet::heartbeat() {

@@ -94,6 +94,8 @@ class FeedSet {
   void detach(const Feed& feed);
   bool reopen(Feed& feed);
   void noteTakeover(Feed& feed);
+  /// Opening and removing files takes its time, many at once too much: hearts beat in between.
+  void beat() noexcept;
   void retire(const Feed& feed);
   void removeUnwanted(const std::vector<WantedFeed>& wanted);
   void stopIdleHubs();

@@ -18,13 +18,6 @@ namespace {
 constexpr int openFlags = O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK;
 constexpr mode_t ownerOnly = S_IRUSR | S_IWUSR;
 
-/// Whether a failure to open says that this process or the machine is short of something, rather
-/// than that the wrong thing stands at the path.
-bool isShortage(int errorNumber) noexcept {
-  return errorNumber == EMFILE || errorNumber == ENFILE || errorNumber == ENOMEM ||
-         errorNumber == ENOSPC;
-}
-
 std::string userName(uid_t user) {
   std::array<char, 4096> memory;
   passwd entry{};
@@ -45,6 +38,18 @@ std::string describeObstacle(const std::string& path) {
   }
   return fmt::format("{} belongs to {} and cannot be replaced; have it removed", path,
                      userName(status.st_uid));
+}
+
+/// A hole that cannot be filled later, on a full disk, would be a signal in the middle of a frame.
+void reserve(const FileDescriptor& file, const std::string& path, std::size_t size) {
+  const auto length = static_cast<off_t>(size);
+  while (::ftruncate(file.get(), length) != 0) {
+    if (errno != EINTR) throwErrno(path);
+  }
+  while (::fallocate(file.get(), 0, 0, length) != 0) {
+    if (errno == EOPNOTSUPP || errno == ENOSYS) return;
+    if (errno != EINTR) throwErrno(path);
+  }
 }
 
 }  // namespace
@@ -74,22 +79,16 @@ FileDescriptor openPrivate(const std::string& path) {
   throw posixError(openError, path);
 }
 
-void reserve(const FileDescriptor& file, const std::string& path, std::size_t size) {
+MappedFile mapWhole(const FileDescriptor& file, const std::string& path, std::size_t size) {
   struct stat before {};
   if (::fstat(file.get(), &before) != 0) throwErrno(path);
-  const auto length = static_cast<off_t>(size);
-  int failure = ::ftruncate(file.get(), length) == 0 ? 0 : errno;
-  if (failure == 0) {
-    // A hole that cannot be filled later, on a full disk, would be a signal in the middle of a
-    // frame.
-    do {
-      failure = ::fallocate(file.get(), 0, 0, length) == 0 ? 0 : errno;
-    } while (failure == EINTR);
-    if (failure == EOPNOTSUPP || failure == ENOSYS) failure = 0;
+  try {
+    reserve(file, path, size);
+    return MappedFile::map(file, size, MappedFile::Access::readWrite, path);
+  } catch (const std::system_error&) {
+    if (before.st_size == 0) ::unlink(path.c_str());
+    throw;
   }
-  if (failure == 0) return;
-  if (before.st_size == 0) ::unlink(path.c_str());
-  throw posixError(failure, path);
 }
 
 }  // namespace lenslark::FrameFileOpening

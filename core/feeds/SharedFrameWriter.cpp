@@ -57,8 +57,7 @@ SharedFrameWriter::SharedFrameWriter(const std::string& path, int maxWidth, int 
     : path_(path), capacity_(slotCapacity(path, maxWidth, maxHeight)) {
   const std::size_t size = LL_FRAME_DATA_OFFSET + 2 * capacity_;
   file_ = FrameFileOpening::openPrivate(path);
-  FrameFileOpening::reserve(file_, path, size);
-  mapping_ = MappedFile::map(file_, size, MappedFile::Access::readWrite);
+  mapping_ = FrameFileOpening::mapWhole(file_, path, size);
   writeHeader(camera);
 }
 

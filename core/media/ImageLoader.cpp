@@ -1,8 +1,5 @@
 #include "media/ImageLoader.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
-
 #include "base/FileDescriptor.h"
 #include "base/Text.h"
 #include "codecs/Modules.h"
@@ -10,14 +7,6 @@
 
 namespace lenslark::ImageLoader {
 namespace {
-
-/// An invalid descriptor when it is no readable regular file. Never waits for a FIFO's writer.
-FileDescriptor openRegular(const std::filesystem::path& path) {
-  FileDescriptor file = FileDescriptor::tryOpen(path.string(), O_RDONLY | O_NONBLOCK | O_NOCTTY);
-  struct stat status {};
-  if (!file || ::fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode)) return {};
-  return file;
-}
 
 std::optional<VectorPicture::Format> vectorFormat(const FileDescriptor& file,
                                                   const std::filesystem::path& path) {
@@ -27,7 +16,7 @@ std::optional<VectorPicture::Format> vectorFormat(const FileDescriptor& file,
 }  // namespace
 
 std::shared_ptr<PixelBuffer> load(const std::filesystem::path& path, int maxPixelSize) {
-  const FileDescriptor file = openRegular(path);
+  const FileDescriptor file = openRegularFile(path.string());
   if (!file || maxPixelSize < 1) return nullptr;
   const auto format = vectorFormat(file, path);
   if (format == VectorPicture::Format::pdf) return VectorPicture::drawPdf(file, maxPixelSize);
@@ -40,7 +29,7 @@ std::shared_ptr<PixelBuffer> load(const std::filesystem::path& path, int maxPixe
 }
 
 std::optional<Size> measure(const std::filesystem::path& path, int maxPixelSize) {
-  const FileDescriptor file = openRegular(path);
+  const FileDescriptor file = openRegularFile(path.string());
   if (!file || maxPixelSize < 1) return std::nullopt;
   if (vectorFormat(file, path) == VectorPicture::Format::pdf) {
     return VectorPicture::measurePdf(file, maxPixelSize);

@@ -109,6 +109,8 @@ Original open(const fs::path& path) {
   if (unresolved) throw MediaError::notAFile(path.string());
   const std::string shown = original.path.string();
   original.file = FileDescriptor::tryOpen(shown, O_RDONLY | O_NONBLOCK | O_NOCTTY);
+  // That is no fault of the file's.
+  if (!original.file && isShortage(errno)) throwErrno(shown);
   struct stat status {};
   if (!original.file || ::fstat(original.file.get(), &status) != 0 || !S_ISREG(status.st_mode)) {
     throw MediaError::notAFile(shown);
@@ -154,7 +156,7 @@ Copy::Copy(const Original& original, const fs::path& directory,
                   writeAll(file_, piece, path_.string());
                 });
     digest_ = hash.finish();
-    if (::fsync(file_.get()) != 0) throwErrno(path_.string());
+    flush(file_, path_.string());
   } catch (...) {
     ::unlink(path_.c_str());
     throw;

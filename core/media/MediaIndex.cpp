@@ -19,6 +19,13 @@ namespace {
 using nlohmann::json;
 
 constexpr std::string_view idPrefix = "sha256:";
+constexpr std::size_t digestDigits = 64;
+
+bool isDigest(std::string_view text) noexcept {
+  return text.size() == digestDigits && std::all_of(text.begin(), text.end(), [](char c) {
+           return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'f');
+         });
+}
 
 /// The index's text; nothing when there is no index.
 std::optional<std::string> readText(const std::filesystem::path& file) {
@@ -47,19 +54,30 @@ json encode(const MediaItem& item) {
 }  // namespace
 
 std::optional<std::string_view> digestOf(std::string_view id) noexcept {
-  constexpr std::size_t digits = 64;
   if (!id.starts_with(idPrefix)) return std::nullopt;
   id.remove_prefix(idPrefix.size());
-  const bool hexadecimal = std::all_of(id.begin(), id.end(), [](char c) {
-    return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'f');
-  });
-  if (id.size() != digits || !hexadecimal) return std::nullopt;
-  return id;
+  return isDigest(id) ? std::optional(id) : std::nullopt;
 }
 
 std::vector<MediaItem> read(const std::filesystem::path& file) {
   const auto text = readText(file);
   return text ? parse(*text).items : std::vector<MediaItem>();
+}
+
+std::optional<std::vector<MediaItem>> readComplete(const std::filesystem::path& file) {
+  const auto text = readText(file);
+  if (!text || BrokenFile::hasCopy(file.string())) return std::nullopt;
+  try {
+    Parsed index = parse(*text);
+    return index.whole ? std::optional(std::move(index.items)) : std::nullopt;
+  } catch (const JsonError&) {
+    return std::nullopt;
+  }
+}
+
+bool isStoredName(std::string_view name) noexcept {
+  if (!isDigest(name.substr(0, digestDigits))) return false;
+  return name.size() == digestDigits || name[digestDigits] == '.';
 }
 
 void rewrite(const std::filesystem::path& file,

@@ -2,6 +2,7 @@
 
 #include <filesystem>
 #include <functional>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -19,6 +20,13 @@ std::optional<std::string_view> digestOf(std::string_view id) noexcept;
 /// **Fails** with std::system_error or Error when the file cannot be read, JsonError when it is no
 /// list.
 std::vector<MediaItem> read(const std::filesystem::path& file);
+
+/// The items, when it is sure that there are no others: nothing when there is no index, when it
+/// holds what cannot be understood, or when one that did was kept aside. **Fails** as `read`.
+std::optional<std::vector<MediaItem>> readComplete(const std::filesystem::path& file);
+
+/// Whether a name is one that an import gives a stored file or its thumbnail.
+bool isStoredName(std::string_view name) noexcept;
 
 /// Reads the index, lets `body` change it, and replaces it when it did. What could not be
 /// understood is kept aside before it is replaced. The caller holds the index's lock.

@@ -128,6 +128,8 @@ MediaItem MediaLibrary::add(MediaItem item, MediaImport::Copy& copy,
                             const MediaImport::Measured& measured) {
   // Files and index change under one lock, so that nobody collects what is being added.
   const FileLock lock(directory_ / lockName);
+  AtomicFile::removeAbandoned(directory_, indexName);
+  AtomicFile::removeAbandoned(directory_ / thumbsName, "");
   Rollback rollback;
   MediaIndex::rewrite(directory_ / indexName, [&](std::vector<MediaItem>& items) {
     // Another process may have brought the same content in meanwhile.
@@ -137,6 +139,7 @@ MediaItem MediaLibrary::add(MediaItem item, MediaImport::Copy& copy,
     if (!isStored(stored, fs::file_size(copy.path()))) {
       rollback.willCreate(stored);
       copy.renameTo(stored);
+      AtomicFile::flushDirectory(directory_ / itemsName);  // before the index names it
     }
     rollback.willCreate(thumbnail);
     AtomicFile::replace(
@@ -221,6 +224,7 @@ std::vector<std::string> MediaLibrary::collectGarbage(const std::set<std::string
   const auto removed = removeIf([&](const MediaItem& item) {
     return !item.pinned && !referenced.contains(item.id) && now - item.lastUsedAt > keptFor;
   });
+  removeUnlisted();
   std::vector<std::string> lines;
   for (const MediaItem& item : removed) {
     lines.push_back(fmt::format("{} (last used {})", item.name, Json::formatDate(item.lastUsedAt)));
@@ -244,6 +248,27 @@ std::vector<MediaItem> MediaLibrary::removeIf(
     fs::remove(thumbnailURL(item.id), ignored);
   }
   return removed;
+}
+
+void MediaLibrary::removeUnlisted() {
+  std::error_code ignored;
+  if (!fs::exists(directory_ / indexName, ignored)) return;
+  const FileLock lock(directory_ / lockName);
+  const auto listed = MediaIndex::readComplete(directory_ / indexName);
+  if (!listed) return;
+  std::set<std::string> names;
+  for (const MediaItem& item : *listed) {
+    names.insert(item.file);
+    names.insert(thumbnailURL(item.id).filename().string());
+  }
+  for (const char* folder : {itemsName, thumbsName}) {
+    for (auto entry = fs::directory_iterator(directory_ / folder, ignored);
+         entry != fs::directory_iterator(); entry.increment(ignored)) {
+      const std::string name = entry->path().filename().string();
+      if (!names.contains(name) && MediaIndex::isStoredName(name))
+        fs::remove(entry->path(), ignored);
+    }
+  }
 }
 
 void MediaLibrary::mutateIndex(const std::function<void(std::vector<MediaItem>&)>& body) {

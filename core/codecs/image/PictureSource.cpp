@@ -1,6 +1,5 @@
 #include "codecs/image/PictureSource.h"
 
-#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -45,12 +44,9 @@ void dropCursor(void* data, GClosure*) { delete static_cast<Cursor*>(data); }
 }  // namespace
 
 std::optional<PictureSource> PictureSource::open(const std::string& path) {
-  FileDescriptor file = FileDescriptor::tryOpen(path, O_RDONLY | O_NONBLOCK | O_NOCTTY);
+  FileDescriptor file = openRegularFile(path);
   struct stat status {};
-  if (!file || ::fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode) ||
-      status.st_size <= 0) {
-    return std::nullopt;
-  }
+  if (!file || ::fstat(file.get(), &status) != 0 || status.st_size <= 0) return std::nullopt;
   return PictureSource(std::move(file), static_cast<std::size_t>(status.st_size));
 }
 

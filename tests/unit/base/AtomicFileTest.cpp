@@ -10,6 +10,7 @@
 #include <thread>
 
 #include "base/FileDescriptor.h"
+#include "base/Uuid.h"
 #include "support/TemporaryDirectory.h"
 
 namespace lenslark {
@@ -99,6 +100,27 @@ TEST(AtomicFileTest, leavesTheOldFileOnAFullDisk) {
   std::signal(SIGXFSZ, handler);
   EXPECT_EQ(readFile(file), "old");
   EXPECT_EQ(entriesIn(directory), 1);
+}
+
+TEST(AtomicFileTest, removesWhatADeadWriterOfTheFileLeftAndNothingElse) {
+  const TemporaryDirectory directory;
+  const std::string left = ".tmp-" + Uuid::make();
+  const std::string file = directory.write("file", "kept");
+  directory.write("file" + left, "half");
+  const std::string other = directory.write("other" + left, "of another file");
+  const std::string own = directory.write("file.tmp-notes", "somebody's own");
+  AtomicFile::removeAbandoned(directory.path(), "file");
+  EXPECT_EQ(entriesIn(directory), 3);
+  for (const std::string& kept : {file, other, own}) EXPECT_TRUE(std::filesystem::exists(kept));
+  AtomicFile::removeAbandoned(directory.path(), "");
+  EXPECT_FALSE(std::filesystem::exists(other));
+  EXPECT_TRUE(std::filesystem::exists(own));
+}
+
+TEST(AtomicFileTest, hasNothingToRemoveWhereThereIsNoDirectory) {
+  const TemporaryDirectory directory;
+  AtomicFile::removeAbandoned(directory / "missing", "");
+  EXPECT_EQ(entriesIn(directory), 0);
 }
 
 TEST(AtomicFileTest, takesANameWithoutADirectory) {

@@ -120,6 +120,15 @@ TEST_F(FeedSetTest, aFeedFileHasRoomForTwoOfTheLargestFrames) {
   EXPECT_EQ(std::filesystem::file_size(directory / "a"), 4096U + 2U * 16'777'216U);
 }
 
+TEST_F(FeedSetTest, aFreshFileIsAliveAtOnce) {
+  apply({want("one", 1), want("two", 2)});
+  for (const char* name : {"one", "two"}) {
+    const auto info = FeedReader::info((directory / name).string());
+    ASSERT_TRUE(info) << name;
+    EXPECT_TRUE(info->heartbeatAge) << name;
+  }
+}
+
 TEST_F(FeedSetTest, aFreshFileHasNoFrame) {
   apply({want("a", 1)});
   EXPECT_EQ(color("a"), "none");

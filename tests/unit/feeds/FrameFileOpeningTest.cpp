@@ -237,7 +237,7 @@ TEST_F(FrameFileOpeningTest, aShortageOfDescriptorsRemovesNothing) {
 
 TEST_F(FrameFileOpeningTest, reservedFilesHaveNoHoles) {
   const FileDescriptor file = FrameFileOpening::openPrivate(path);
-  FrameFileOpening::reserve(file, path, 1 << 20);
+  FrameFileOpening::mapWhole(file, path, 1 << 20);
   const struct stat there = status();
   EXPECT_EQ(there.st_size, 1 << 20);
   EXPECT_GE(there.st_blocks * 512, 1 << 20);

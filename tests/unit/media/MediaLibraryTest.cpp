@@ -390,6 +390,28 @@ TEST_F(MediaLibraryTest, collectsWhatIsOldUnpinnedAndUnreferenced) {
   EXPECT_EQ(library_.collectGarbage({}, now + std::chrono::seconds(1)).size(), 2U);
 }
 
+TEST_F(MediaLibraryTest, collectsTheFilesOfAnImportThatDied) {
+  const MediaItem item = library_.importItem(picture("kept.png", 1), false);
+  const std::string digest(64, 'a');
+  const auto stored = directory_.write("Media/items/" + digest + ".png", "of no entry");
+  const auto thumbnail = directory_.write("Media/thumbs/" + digest + ".jpg", "of no entry");
+  const auto other = directory_.write("Media/items/notes.txt", "somebody's own");
+  library_.collectGarbage({}, Clock::now());
+  EXPECT_FALSE(fs::exists(stored));
+  EXPECT_FALSE(fs::exists(thumbnail));
+  EXPECT_TRUE(fs::exists(other));
+  EXPECT_TRUE(fs::exists(library_.url(item)));
+  EXPECT_TRUE(fs::exists(library_.thumbnailURL(item.id)));
+}
+
+TEST_F(MediaLibraryTest, collectsNoFileThatALostEntryMayHaveNamed) {
+  library_.importItem(picture("kept.png", 1), false);
+  const auto stored = directory_.write("Media/items/" + std::string(64, 'a') + ".png", "unlisted");
+  directory_.write("Media/index.json.broken-1715000000", "[");
+  library_.collectGarbage({}, Clock::now());
+  EXPECT_TRUE(fs::exists(stored));
+}
+
 TEST_F(MediaLibraryTest, keepsEveryPathInsideItsDirectory) {
   MediaItem item;
   item.file = "../../outside";

@@ -1,0 +1,177 @@
+"""What a picture or a film can make the program do: nothing but show it, or refuse it.
+
+The program runs under strace: what a file names is never opened, and nothing goes to a network.
+"""
+
+import gzip
+import os
+import resource
+import shutil
+import struct
+import subprocess
+import unittest
+import zlib
+
+import baits
+import framefile
+from lenslark import EndToEndTest
+
+STRACE = ("strace", "-f", "-qq", "-s", "4096", "-e", "trace=%file,%network", "-o")
+
+
+def can_trace():
+    if shutil.which("strace") is None:
+        return False
+    return subprocess.run([*STRACE, os.devnull, "true"], stdout=subprocess.DEVNULL,
+                          stderr=subprocess.DEVNULL, check=False).returncode == 0
+
+
+class TracedTest(EndToEndTest):
+    def setUp(self):
+        super().setUp()
+        if not can_trace():
+            self.skipTest("strace is not installed, or may not trace here")
+        if "asan" in os.environ["LENSLARK_BUILD"]:
+            self.skipTest("the leak checker does not work under strace")
+        self.bait = self.folder / "bait"
+        self.files = []
+
+    def make_files(self):
+        baits.lay_out(self.bait)
+        self.files = baits.write_all(self.folder, self.bait)
+
+    def trace(self, *command):
+        """What a command did with files and networks, and how it ended."""
+        log = self.folder / "strace.log"
+        result = subprocess.run([*STRACE, str(log), *map(str, command)], capture_output=True,
+                                env=self.lenslark.environment, timeout=120, check=False)
+        return log.read_text(errors="replace").splitlines(), result
+
+    def taken(self, lines):
+        return [line for line in lines if str(self.bait) in line or "secret" in line]
+
+    def network(self, lines):
+        """Anything but talk inside the machine's own file system."""
+        return [line for line in lines if "socket(" in line and "AF_UNIX" not in line]
+
+
+class ReferenceTest(TracedTest):
+    def test_nothing_that_a_file_names_is_opened_by_an_import(self):
+        self.make_files()
+        for name in self.files:
+            with self.subTest(name):
+                lines, result = self.trace(self.lenslark.program, "media", "add",
+                                           self.folder / name)
+                self.assertIn(result.returncode, (0, 1, 2), result.stderr)
+                if result.returncode != 0:
+                    last = result.stderr.decode().splitlines()[-1]
+                    self.assertEqual(last, f"error: {name} is not an image or video Lenslark can "
+                                           "show")
+                self.assertTrue(any(f'{name}"' in line for line in lines), "strace saw nothing")
+                self.assertEqual(self.taken(lines), [])
+                self.assertEqual(self.network(lines), [])
+
+    def test_nothing_that_a_file_names_is_opened_when_it_is_shown(self):
+        self.make_files()
+        for name in self.files:
+            added = self.lenslark.run("media", "add", self.folder / name)
+            if added.returncode != 0:
+                continue
+            kind = "video" if name.endswith((".mov", ".mkv", ".mp4", ".ts", ".avi")) else "image"
+            with self.subTest(name):
+                lines, _ = self.trace("timeout", "-s", "TERM", "3", self.lenslark.program, "serve",
+                                      f"--{kind}", self.folder / name)
+                self.assertTrue(any("feed.shm" in line for line in lines), "nothing was served")
+                self.assertEqual(self.taken(lines), [])
+                self.assertEqual(self.network(lines), [])
+
+    def test_playlists_are_no_films(self):
+        for name, text in baits.playlists(self.bait).items():
+            (self.folder / name).write_text(text)
+            with self.subTest(name):
+                self.assert_fails(self.lenslark.run("media", "add", self.folder / name),
+                                  f"{name} is not an image or video Lenslark can show", 1)
+
+
+class BaitTest(TracedTest):
+    """The files are no duds: programs that follow what they are told do open the bait."""
+
+    def test_a_drawing_is_followed_by_a_painter_that_knows_its_place(self):
+        self.bait.mkdir()
+        framefile.write_png(self.bait / "secret.png", 8, 8, b"\xff" * (8 * 8 * 3))
+        drawing = self.bait / "drawing.svg"
+        drawing.write_text('<svg xmlns="http://www.w3.org/2000/svg" width="9" height="9"'
+                           ' xmlns:xlink="http://www.w3.org/1999/xlink">'
+                           '<image xlink:href="secret.png" width="9" height="9"/></svg>')
+        lines, _ = self.trace("rsvg-convert", "-o", os.devnull, drawing)
+        self.assertTrue(any("secret.png" in line for line in lines))
+
+    def test_films_are_followed_by_a_player_that_may(self):
+        self.make_files()
+        for name, options in {"list.ts": (), "concat.mkv": ("-safe", "0"),
+                              "alias.mov": ("-enable_drefs", "1", "-use_absolute_path", "1")
+                              }.items():
+            with self.subTest(name):
+                whitelist = ("-protocol_whitelist", "file,crypto,data", "-allowed_extensions", "ALL")
+                known = whitelist if name == "list.ts" else whitelist[:2]
+                lines, _ = self.trace("ffprobe", "-v", "quiet", *known, *options,
+                                      self.folder / name)
+                self.assertTrue(self.taken(lines), f"ffprobe did not follow {name}")
+
+
+class BombTest(EndToEndTest):
+    """Small files that ask for much are refused before they get it."""
+
+    MOST_MEMORY = 250 << 20
+    # Address space that is only reserved is no memory: the sanitizers reserve terabytes.
+    SANITIZED = any(word in os.environ.get("LENSLARK_BUILD", "") for word in ("asan", "tsan"))
+
+    def refused(self, name, data):
+        self.assertEqual(self.bounded(name, data),
+                         (1, f"error: {name} is not an image or video Lenslark can show\n"))
+        items = self.lenslark.support / "Media/items"
+        self.assertEqual(list(items.iterdir()) if items.exists() else [], [])
+
+    def bounded(self, name, data):
+        """How an import of such a file ended and what it said. It took little memory."""
+        path = self.folder / name
+        path.write_bytes(data)
+        with open(self.folder / "err", "wb") as errors:
+            process = subprocess.Popen([self.lenslark.program, "media", "add", str(path)],
+                                       stdout=subprocess.DEVNULL, stderr=errors,
+                                       env=self.lenslark.environment)
+            _, status, usage = os.wait4(process.pid, 0)
+            process.returncode = os.waitstatus_to_exitcode(status)
+        if not self.SANITIZED:
+            self.assertLess(usage.ru_maxrss * 1024, self.MOST_MEMORY)
+        return process.returncode, (self.folder / "err").read_text()
+
+    def test_a_picture_of_hundreds_of_millions_of_pixels(self):
+        side = 16000  # no side of which is too long
+        rows = zlib.compressobj(9)
+        data = b"".join(rows.compress(b"\0" * (side + 1)) for _ in range(side)) + rows.flush()
+        self.refused("bomb.png", b"\x89PNG\r\n\x1a\n"
+                     + framefile.chunk(b"IHDR", struct.pack(">IIBBBBB", side, side, 8, 0, 0, 0, 0))
+                     + framefile.chunk(b"IDAT", data) + framefile.chunk(b"IEND", b""))
+
+    def test_an_animation_of_huge_pictures(self):
+        self.refused("bomb.gif", b"GIF89a" + struct.pack("<HHBBB", 65535, 65535, 0xf0, 0, 0)
+                     + b"\0" * 6 + (b"," + struct.pack("<HHHHB", 0, 0, 65535, 65535, 0)
+                                    + b"\x02\x01\x44\x00") * 1000 + b";")
+
+    def test_a_drawing_that_unfolds(self):
+        entities = '<!ENTITY a0 "lots">' + "".join(
+            f'<!ENTITY a{n} "{f"&a{n - 1};" * 10}">' for n in range(1, 12))
+        self.refused("laughs.svg", f'<!DOCTYPE svg [{entities}]><svg xmlns="http://www.w3.org/2000/'
+                     'svg" width="10" height="10"><text>&a11;</text></svg>'.encode())
+
+    def test_a_packed_drawing_of_nothing_for_long(self):
+        """Shown or not, it is never held as a whole."""
+        packer = zlib.compressobj(9, zlib.DEFLATED, 31)
+        data = packer.compress(b'<svg xmlns="http://www.w3.org/2000/svg" width="9" height="9"><!--')
+        data += b"".join(packer.compress(b" " * (1 << 20)) for _ in range(300))
+        self.bounded("long.svgz", data + packer.compress(b"--></svg>") + packer.flush())
+
+
+if __name__ == "__main__":
+    unittest.main()
