@@ -10,6 +10,7 @@
 #include "base/FileDescriptor.h"
 #include "base/PosixError.h"
 #include "base/Uuid.h"
+#include "base/WholeFile.h"
 
 namespace lenslark::AtomicFile {
 namespace {

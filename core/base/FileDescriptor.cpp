@@ -44,25 +44,6 @@ void FileDescriptor::reset() noexcept {
   if (fd_ >= 0) ::close(std::exchange(fd_, -1));
 }
 
-FileDescriptor openRegularFile(const std::string& path) {
-  FileDescriptor file = FileDescriptor::tryOpen(path, O_RDONLY | O_NONBLOCK | O_NOCTTY);
-  if (!file) {
-    const bool absent = errno == ENOENT || errno == ENOTDIR || errno == ELOOP || errno == ENXIO ||
-                        errno == ENAMETOOLONG;
-    if (absent) return {};
-    throwErrno(path);
-  }
-  struct stat status {};
-  if (::fstat(file.get(), &status) != 0) throwErrno(path);
-  return S_ISREG(status.st_mode) ? std::move(file) : FileDescriptor();
-}
-
-void flush(const FileDescriptor& file, const std::string& what) {
-  while (::fsync(file.get()) != 0) {
-    if (errno != EINTR) throwErrno(what);
-  }
-}
-
 namespace {
 
 bool waitForRoom(const FileDescriptor& file) {

@@ -32,15 +32,6 @@ class FileDescriptor {
   int fd_ = -1;
 };
 
-/// The regular file at `path`, to be read; never waits for the writer of a FIFO. An invalid
-/// descriptor when there is none, or something else. **Fails** with std::system_error that names
-/// the path when there may be one, but it cannot be opened.
-FileDescriptor openRegularFile(const std::string& path);
-
-/// Flushes a file's content to the disk, again after an interruption. **Fails** with
-/// std::system_error that names `what`.
-void flush(const FileDescriptor& file, const std::string& what);
-
 /// Writes all bytes, across short writes and interruptions; waits where the descriptor does not
 /// wait by itself. **Fails** with std::system_error that names `what`.
 void writeAll(const FileDescriptor& file, std::span<const std::byte> bytes,

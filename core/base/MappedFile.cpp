@@ -21,11 +21,10 @@ MappedFile::~MappedFile() {
   if (data_ != nullptr) ::munmap(data_, size_);
 }
 
-MappedFile MappedFile::map(const FileDescriptor& file, std::size_t size, Access access,
-                           const std::string& what) {
+MappedFile MappedFile::map(const FileDescriptor& file, std::size_t size, Access access) {
   const int protection = access == Access::read ? PROT_READ : PROT_READ | PROT_WRITE;
   void* address = ::mmap(nullptr, size, protection, MAP_SHARED, file.get(), 0);
-  if (address == MAP_FAILED) throwErrno(what);
+  if (address == MAP_FAILED) throwErrno("mmap");
   return MappedFile(static_cast<std::byte*>(address), size);
 }
 

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <cstddef>
-#include <string>
 
 #include "base/FileDescriptor.h"
 
@@ -18,9 +17,8 @@ class MappedFile {
   MappedFile& operator=(MappedFile&& other) noexcept;
   ~MappedFile();
 
-  /// **Fails** with std::system_error that names `what`. The descriptor may be closed afterwards.
-  static MappedFile map(const FileDescriptor& file, std::size_t size, Access access,
-                        const std::string& what);
+  /// **Fails** with std::system_error. The descriptor may be closed afterwards.
+  static MappedFile map(const FileDescriptor& file, std::size_t size, Access access);
 
   std::byte* data() const noexcept { return data_; }
   std::size_t size() const noexcept { return size_; }

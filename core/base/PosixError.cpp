@@ -10,11 +10,6 @@ std::system_error posixError(int errorNumber, const std::string& what) {
   return {known ? errorNumber : EIO, std::generic_category(), what};
 }
 
-bool isShortage(int errorNumber) noexcept {
-  return errorNumber == EMFILE || errorNumber == ENFILE || errorNumber == ENOMEM ||
-         errorNumber == ENOSPC || errorNumber == EIO;
-}
-
 void throwErrno(const std::string& what) { throw posixError(errno, what); }
 
 }  // namespace lenslark

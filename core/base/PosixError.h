@@ -10,10 +10,6 @@ namespace lenslark {
 /// A number that is no known error becomes EIO.
 std::system_error posixError(int errorNumber, const std::string& what);
 
-/// Whether a failure to open says that this process or the machine is short of something or broken,
-/// rather than that the wrong thing stands at the path.
-bool isShortage(int errorNumber) noexcept;
-
 /// Throws posixError(errno, what).
 [[noreturn]] void throwErrno(const std::string& what);
 

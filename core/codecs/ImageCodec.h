@@ -17,14 +17,13 @@ class ImageCodec {
   virtual ~ImageCodec() = default;
 
   /// The upright size from the file's header alone. Nothing when it is no picture that can be
-  /// shown, or one beyond the limits of `load`. **Fails** as `load` does.
+  /// shown, or one beyond the limits of `load`.
   virtual std::optional<Size> measure(const std::string& path) = 0;
 
   /// Decodes the first picture of a file: upright, in sRGB, premultiplied, its longer side at most
   /// `maxSide`, never enlarged. `path` must be a regular file, which is opened once. Never touches
   /// another file or the network. Nothing when it cannot be decoded or is larger than the bounds
-  /// on a picture's pixels, which are checked before anything is decoded. **Fails** with
-  /// std::system_error when there is a file that cannot be opened.
+  /// on a picture's pixels, which are checked before anything is decoded.
   virtual std::shared_ptr<PixelBuffer> load(const std::string& path, int maxSide) = 0;
 
   /// The same for a picture in memory (a rendered PDF page).

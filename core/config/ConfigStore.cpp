@@ -1,5 +1,6 @@
 #include "config/ConfigStore.h"
 
+#include <chrono>
 #include <deque>
 #include <map>
 #include <mutex>
@@ -21,6 +22,9 @@
 
 namespace lenslark {
 namespace {
+
+/// After it a file that could not be read is looked at again.
+constexpr std::chrono::seconds untilNextTry(2);
 
 /// The preferences of the menu-bar application exist on its own platform only.
 std::shared_ptr<const Preferences> appPreferences() { return nullptr; }
@@ -68,6 +72,7 @@ struct ConfigStore::State : std::enable_shared_from_this<State> {
   std::optional<FileStamp> stamp;    // the file's, at that time
   bool settled = true;               // whether that stamp tells every later change
   bool halfWritten = false;          // the file seems to be in an editor's hands: the cache stands
+  bool unreadable = false;           // there is a file, but not for us, or not now
   std::map<Token, Observer> observers;
   std::optional<ConfigFile> announced;  // what the observers know
   std::deque<ConfigFile> undelivered;   // announced, and still to be told in this order
@@ -107,7 +112,9 @@ const ConfigFile& ConfigStore::State::current() {
     return *cached;
   }
   saved.keepAside(file);
-  remember(valueOf(saved), saved.stamp, saved.settled);
+  unreadable = saved.condition == SavedConfig::Condition::unreadable;
+  // What cannot be read now may be readable later, although the file stays as it is.
+  remember(valueOf(saved), saved.stamp, saved.settled && !unreadable);
   return *cached;
 }
 
@@ -178,6 +185,8 @@ void ConfigStore::State::reloadIfChanged() {
   const ConfigFile config = current();
   if (secondLook && halfWritten) {
     secondLook->schedule(FileStamp::settlingTime, FileStamp::settlingTime);
+  } else if (secondLook && unreadable) {
+    secondLook->schedule(untilNextTry, untilNextTry);
   } else if (secondLook) {
     secondLook->stop();
   }

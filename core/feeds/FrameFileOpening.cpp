@@ -10,6 +10,7 @@
 #include <cerrno>
 
 #include "base/PosixError.h"
+#include "base/WholeFile.h"
 
 namespace lenslark::FrameFileOpening {
 namespace {
@@ -84,10 +85,10 @@ MappedFile mapWhole(const FileDescriptor& file, const std::string& path, std::si
   if (::fstat(file.get(), &before) != 0) throwErrno(path);
   try {
     reserve(file, path, size);
-    return MappedFile::map(file, size, MappedFile::Access::readWrite, path);
-  } catch (const std::system_error&) {
+    return MappedFile::map(file, size, MappedFile::Access::readWrite);
+  } catch (const std::system_error& error) {
     if (before.st_size == 0) ::unlink(path.c_str());
-    throw;
+    throw posixError(error.code().value(), path);
   }
 }
 

@@ -2,6 +2,7 @@
 
 #include "base/FileDescriptor.h"
 #include "base/Text.h"
+#include "base/WholeFile.h"
 #include "codecs/Modules.h"
 #include "media/VectorPicture.h"
 

@@ -14,6 +14,7 @@
 #include "base/PosixError.h"
 #include "base/Text.h"
 #include "base/Uuid.h"
+#include "base/WholeFile.h"
 #include "codecs/Modules.h"
 #include "media/ImageLoader.h"
 #include "media/MediaError.h"

@@ -70,6 +70,29 @@ bool isStored(const fs::path& file, std::uint64_t size) {
   return fs::is_regular_file(file, ignored) && fs::file_size(file, ignored) == size;
 }
 
+/// Deletes the files of imports that died before their index entry, unless the index may have lost
+/// entries: then nothing tells which those are.
+void removeUnlisted(const fs::path& directory) {
+  std::error_code ignored;
+  if (!fs::exists(directory / indexName, ignored)) return;
+  const FileLock lock(directory / lockName);
+  const auto listed = MediaIndex::readComplete(directory / indexName);
+  if (!listed) return;
+  std::set<std::string> names;
+  for (const MediaItem& item : *listed) {
+    names.insert(item.file);
+    names.insert(std::string(digest(item)) + ".jpg");
+  }
+  for (const char* folder : {itemsName, thumbsName}) {
+    for (auto entry = fs::directory_iterator(directory / folder, ignored);
+         entry != fs::directory_iterator(); entry.increment(ignored)) {
+      const std::string name = entry->path().filename().string();
+      if (!names.contains(name) && MediaIndex::isStoredName(name))
+        fs::remove(entry->path(), ignored);
+    }
+  }
+}
+
 }  // namespace
 
 MediaLibrary::MediaLibrary(fs::path directory) : directory_(std::move(directory)) {}
@@ -224,7 +247,7 @@ std::vector<std::string> MediaLibrary::collectGarbage(const std::set<std::string
   const auto removed = removeIf([&](const MediaItem& item) {
     return !item.pinned && !referenced.contains(item.id) && now - item.lastUsedAt > keptFor;
   });
-  removeUnlisted();
+  removeUnlisted(directory_);
   std::vector<std::string> lines;
   for (const MediaItem& item : removed) {
     lines.push_back(fmt::format("{} (last used {})", item.name, Json::formatDate(item.lastUsedAt)));
@@ -248,27 +271,6 @@ std::vector<MediaItem> MediaLibrary::removeIf(
     fs::remove(thumbnailURL(item.id), ignored);
   }
   return removed;
-}
-
-void MediaLibrary::removeUnlisted() {
-  std::error_code ignored;
-  if (!fs::exists(directory_ / indexName, ignored)) return;
-  const FileLock lock(directory_ / lockName);
-  const auto listed = MediaIndex::readComplete(directory_ / indexName);
-  if (!listed) return;
-  std::set<std::string> names;
-  for (const MediaItem& item : *listed) {
-    names.insert(item.file);
-    names.insert(thumbnailURL(item.id).filename().string());
-  }
-  for (const char* folder : {itemsName, thumbsName}) {
-    for (auto entry = fs::directory_iterator(directory_ / folder, ignored);
-         entry != fs::directory_iterator(); entry.increment(ignored)) {
-      const std::string name = entry->path().filename().string();
-      if (!names.contains(name) && MediaIndex::isStoredName(name))
-        fs::remove(entry->path(), ignored);
-    }
-  }
 }
 
 void MediaLibrary::mutateIndex(const std::function<void(std::vector<MediaItem>&)>& body) {

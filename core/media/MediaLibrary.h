@@ -84,16 +84,13 @@ class MediaLibrary {
   void remove(std::string_view id);
 
   /// Removes what is neither pinned nor referenced and was last used more than 30 days before
-  /// `now`, and what imports that died left behind. Returns one line of text for each removed item.
+  /// `now`, and what imports that died left. Returns one line of text for each removed item.
   std::vector<std::string> collectGarbage(const std::set<std::string>& referenced, Date now);
 
  private:
   std::optional<MediaItem> reuse(std::string_view id, bool pin);
   MediaItem add(MediaItem item, MediaImport::Copy& copy, const MediaImport::Measured& measured);
   std::vector<MediaItem> removeIf(const std::function<bool(const MediaItem&)>& unwanted);
-  /// Deletes the files of imports that died before their index entry, unless the index may have
-  /// lost entries: then nothing tells which those are.
-  void removeUnlisted();
   void mutateIndex(const std::function<void(std::vector<MediaItem>&)>& body);
 
   std::filesystem::path directory_;

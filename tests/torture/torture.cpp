@@ -2,8 +2,11 @@
 /// every frame that a reader takes is looked at.
 ///
 ///     torture [--reads 100000] [--readers 2] [--width 64] [--height 36] [--dir DIRECTORY]
+///             [--careless 1]
 ///
 /// Ends with status 0 once the readers have taken that many frames together and none was torn.
+/// Careless readers map the file and do not look at the counter again: then a torn frame is what is
+/// wanted.
 
 #include <fcntl.h>
 #include <fmt/core.h>
@@ -35,6 +38,7 @@ namespace {
 struct Options {
   std::uint64_t reads = 100'000;
   int readers = 2;
+  bool careless = false;
   Size size{64, 36};
   std::string directory = std::filesystem::temp_directory_path();
 };
@@ -141,8 +145,8 @@ T load(const std::byte* base, std::size_t offset) {
   const FileDescriptor file = FileDescriptor::open(path, O_RDONLY);
   struct stat status {};
   if (::fstat(file.get(), &status) != 0) throwErrno(path);
-  const MappedFile mapping = MappedFile::map(file, static_cast<std::size_t>(status.st_size),
-                                             MappedFile::Access::read, path);
+  const MappedFile mapping =
+      MappedFile::map(file, static_cast<std::size_t>(status.st_size), MappedFile::Access::read);
   const std::byte* base = mapping.data();
   const auto capacity = load<std::uint64_t>(base, offsetof(LLFrameHeader, slotCapacity));
   std::vector<std::uint8_t> copy(capacity);
@@ -160,7 +164,7 @@ T load(const std::byte* base, std::size_t offset) {
     if (bytes == 0 || bytes > capacity) continue;
     std::memcpy(copy.data(), base + LL_FRAME_DATA_OFFSET + front * capacity, bytes);
     std::atomic_thread_fence(std::memory_order_seq_cst);
-    if (load<std::uint64_t>(base, slot) != counter) {
+    if (!options.careless && load<std::uint64_t>(base, slot) != counter) {
       ++counts.again;
       continue;
     }
@@ -198,7 +202,8 @@ bool allRun(const std::vector<pid_t>& children) {
   return true;
 }
 
-/// Whether enough frames were taken and all were whole and in order.
+/// Whether enough frames were taken and all were whole and in order, or one was found that was not
+/// where readers are careless.
 bool torture(const Options& options) {
   const std::string path =
       (std::filesystem::path(options.directory) / fmt::format("torture-{}.shm", ::getpid()))
@@ -207,11 +212,12 @@ bool torture(const Options& options) {
   std::vector<pid_t> children{start([&] { write(path, options, counts); })};
   while (counts.written == 0 && allRun(children)) ::usleep(1000);
   for (int reader = 0; reader < options.readers; ++reader) {
-    const auto read = reader % 2 == 0 ? readMapping : readFile;
+    const auto read = options.careless || reader % 2 == 0 ? readMapping : readFile;
     children.push_back(start([&, read] { read(path, options, counts); }));
   }
   bool alive = true;
-  while (alive && counts.taken < options.reads && counts.torn == 0 && counts.backwards == 0) {
+  const auto orderly = [&] { return options.careless || counts.backwards == 0; };
+  while (alive && counts.taken < options.reads && counts.torn == 0 && orderly()) {
     ::usleep(10'000);
     alive = allRun(children);
   }
@@ -225,6 +231,7 @@ bool torture(const Options& options) {
       "again\n",
       options.size.width, options.size.height, counts.written.load(), counts.taken.load(),
       counts.torn.load(), counts.backwards.load(), counts.again.load());
+  if (options.careless) return counts.torn > 0;
   return alive && counts.torn == 0 && counts.backwards == 0;
 }
 
@@ -240,6 +247,7 @@ Options parse(int count, char** words) {
     if (number < 1) throw Error(fmt::format("{} wants a number from 1", name));
     if (name == "--reads") options.reads = static_cast<std::uint64_t>(number);
     if (name == "--readers") options.readers = number;
+    if (name == "--careless") options.careless = true;
     if (name == "--width") options.size.width = number;
     if (name == "--height") options.size.height = number;
   }

@@ -6,6 +6,8 @@
 #include <cerrno>
 #include <memory>
 
+#include "base/WholeFile.h"
+
 namespace lenslark {
 namespace {
 

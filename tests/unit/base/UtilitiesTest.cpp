@@ -75,7 +75,7 @@ TEST(MappedFileTest, sharesItsBytesWithTheFile) {
   const TemporaryDirectory directory;
   const std::string path = directory.write("f", std::string(4096, 'a'));
   const FileDescriptor file = FileDescriptor::open(path, O_RDWR);
-  MappedFile first = MappedFile::map(file, 4096, MappedFile::Access::readWrite, path);
+  MappedFile first = MappedFile::map(file, 4096, MappedFile::Access::readWrite);
   const MappedFile second = std::move(first);
   ASSERT_EQ(second.size(), 4096U);
   second.data()[1] = std::byte{'b'};
@@ -85,7 +85,7 @@ TEST(MappedFileTest, sharesItsBytesWithTheFile) {
 
 TEST(MappedFileTest, failsForADirectory) {
   const FileDescriptor directory = FileDescriptor::open("/", O_RDONLY);
-  EXPECT_THROW(MappedFile::map(directory, 4096, MappedFile::Access::read, "/"), std::system_error);
+  EXPECT_THROW(MappedFile::map(directory, 4096, MappedFile::Access::read), std::system_error);
 }
 
 }  // namespace
