@@ -98,7 +98,7 @@ void orientPixels(PixelBuffer& from, Orientation orientation, PixelBuffer& to) {
 }  // namespace
 
 FramePreparer::FramePreparer(Orientation orientation, Size size)
-    : orientation_(orientation), size_(size) {}
+    : orientation_(orientation), size_(size), drawn_(size, true) {}
 
 FramePreparer::~FramePreparer() {
   sws_freeContext(scaler_);
@@ -120,7 +120,9 @@ FramePtr FramePreparer::preparePlanes(AVFrame& frame, Chroma chroma, Depth depth
   const Size stored = orientation_.apply(size_);
   const bool scaled = stored != planes.size();
   if (!scaled && orientation_.upright()) {
-    return std::make_shared<PlanarFrame>(planes, depth, matrix, toneMap, moveToOwner(frame));
+    const auto picture =
+        std::make_shared<PlanarFrame>(planes, depth, matrix, toneMap, moveToOwner(frame));
+    return toneMap != nullptr ? inMemory(*picture) : picture;
   }
 
   std::shared_ptr<std::uint8_t> memory;
@@ -139,7 +141,14 @@ FramePtr FramePreparer::preparePlanes(AVFrame& frame, Chroma chroma, Depth depth
     planes = orientInto(planes, orientation_, next.get());
     memory = std::move(next);
   }
-  return std::make_shared<PlanarFrame>(planes, Depth::eight, matrix, toneMap, std::move(memory));
+  const auto picture =
+      std::make_shared<PlanarFrame>(planes, Depth::eight, matrix, toneMap, std::move(memory));
+  return toneMap != nullptr ? inMemory(*picture) : picture;
+}
+
+FramePtr FramePreparer::inMemory(const Frame& frame) {
+  auto picture = drawn_.take();
+  return frame.draw(frame.bounds(), picture->span()) ? picture : nullptr;
 }
 
 FramePtr FramePreparer::convertOther(const AVFrame& frame) {

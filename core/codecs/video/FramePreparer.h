@@ -5,6 +5,7 @@
 #include "codecs/video/ColorMatrix.h"
 #include "codecs/video/PlanarFrame.h"
 #include "graphics/Frame.h"
+#include "graphics/PixelBuffer.h"
 
 extern "C" {
 #include <libavutil/buffer.h>
@@ -16,7 +17,9 @@ struct SwsContext;
 namespace lenslark::video {
 
 /// Turns what a decoder gives into pictures: upright, in square pixels, no larger than wanted. What
-/// already is all that stays in the decoder's own planes.
+/// already is all that stays in the decoder's own planes. A picture in HDR is drawn into memory
+/// here, ahead of its time: mapping its tones costs ten copies of it, which no camera should pay
+/// again.
 /// **Threads**: one at a time.
 class FramePreparer {
  public:
@@ -33,10 +36,12 @@ class FramePreparer {
  private:
   FramePtr preparePlanes(AVFrame& frame, Chroma chroma, Depth depth);
   FramePtr convertOther(const AVFrame& frame);
+  FramePtr inMemory(const Frame& frame);
   std::shared_ptr<std::uint8_t> takeMemory(std::size_t bytes);
 
   const Orientation orientation_;
   const Size size_;
+  PixelBufferPool drawn_;
   SwsContext* scaler_ = nullptr;
   AVBufferPool* pool_ = nullptr;
   std::size_t poolBytes_ = 0;

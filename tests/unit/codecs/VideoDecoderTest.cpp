@@ -292,6 +292,15 @@ INSTANTIATE_TEST_SUITE_P(
                     HdrGrey{"hlgPeak", "arib-std-b67", 940, 255}),
     [](const auto& instance) { return std::string(instance.param.name); });
 
+TEST_F(VideoDecoderTest, drawsHdrPicturesAheadAndLeavesOthersInTheirPlanes) {
+  const std::string grey =
+      "-f lavfi -i color=size=64x64:rate=5:duration=0.4:color=gray -pix_fmt yuv420p10le ";
+  const auto hdr = open(clip("h.mkv", grey + exactHevc + " -color_trc arib-std-b67"));
+  EXPECT_NE(hdr->next()->picture->pixelBuffer(), nullptr);
+  const auto plain = open(clip("p.mkv", grey + exactHevc));
+  EXPECT_EQ(plain->next()->picture->pixelBuffer(), nullptr);
+}
+
 TEST_F(VideoDecoderTest, keepsTheHueOfHdrColours) {
   // BT.2020 red at half the PQ signal of white: only the red light remains strong.
   const auto picture = firstPicture(
