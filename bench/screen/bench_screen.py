@@ -3,8 +3,8 @@ film the same at the same time of day, and how soon a change is in the feed.
 
 What the server spends on what is filmed, films or not, is measured in every round and left out."""
 
-import contextlib
 import os
+import re
 import statistics
 import subprocess
 import time
@@ -24,10 +24,12 @@ class Stage:
         self.server = XServer("1920x1080x24")
         self.environment = {**os.environ, "DISPLAY": self.server.name}
         self.players = []
+        self.moving = False
 
     def play(self, *role):
         """Replaces what there is to film."""
         self.stop()
+        self.moving = bool(role)
         if role:
             self.players.append(self.start([self.actor, *role], stdin=subprocess.PIPE))
             time.sleep(0.5)
@@ -52,22 +54,34 @@ class Stage:
         return [float(line) for line in result.stdout.split()]
 
     def cost(self, command):
-        """CPU seconds a second, the server's included; of nothing, the server's alone."""
-        film = self.start(command, stdin=subprocess.PIPE) if command else None
+        """CPU seconds a second of film, the server's included; of nothing, the server's alone."""
+        begun = time.monotonic()
+        film = self.start(command, stdin=subprocess.PIPE, stdout=subprocess.PIPE,
+                          text=True) if command else None
         try:
             time.sleep(1)
             before = self.spent(film)
             begin = time.monotonic()
             time.sleep(SECONDS)
-            spent = self.spent(film) - before
-            return spent / (time.monotonic() - begin)
+            cost = (self.spent(film) - before) / (time.monotonic() - begin)
         finally:
             if film:
                 film.stdin.close()
-                with contextlib.suppress(ProcessLookupError):
-                    if command[0] != self.actor:
-                        film.terminate()
+                if command[0] != self.actor:
+                    film.terminate()
+                lived = time.monotonic() - begun
+                printed = film.stdout.read()
+                film.stdout.close()
                 film.wait()
+        return cost * self.shortfall(printed, lived) if film else cost
+
+    def shortfall(self, printed, lived):
+        """How many times more frames should have come, as far as a film tells how many came. On a
+        busy machine it costs less a second, and not for its own merit."""
+        counts = re.findall(r"^(?:frame=)?\s*(\d+)$", printed, re.MULTILINE)
+        if not counts or not self.moving:
+            return 1
+        return max(1, 30 * lived / max(int(counts[-1]), 1))
 
     def spent(self, film):
         return cpu_of_process(self.server.process.pid) + (cpu_of_process(film.pid) if film else 0)
@@ -86,7 +100,8 @@ class Stage:
     def ffmpeg(self, size):
         return ["ffmpeg", "-loglevel", "quiet", "-f", "x11grab", "-framerate", "30", "-video_size",
                 "1920x1080", "-draw_mouse", "1", "-i", self.server.name, "-vf",
-                f"scale={size[0]}:{size[1]}", "-pix_fmt", "bgr0", "-f", "null", "-"]
+                f"scale={size[0]}:{size[1]}", "-pix_fmt", "bgr0", "-progress", "pipe:1", "-f",
+                "null", "-"]
 
     def compare(self, *commands):
         """The medians of the commands' costs in turns, less what is spent without any."""
@@ -135,10 +150,13 @@ def measured(stage):
     ours, gstreamer = stage.compare(stage.film("area", 0, 0, 1920, 1080, *hd), stage.gstreamer(hd))
     yield Row("a second of film: nothing changes", ours, "ximagesrc", gstreamer, 0.05)
 
-    delays = sorted(stage.ask("latency", 200))
-    yield limit("from a changed pixel to the feed, median", statistics.median(delays), 0.005)
-    yield limit("from a changed pixel to the feed, 95 % within", delays[len(delays) * 95 // 100],
-                0.010)
+    if os.getloadavg()[0] > os.cpu_count():
+        yield Skip("from a changed pixel to the feed", "the machine is busy with something else")
+    else:
+        delays = sorted(stage.ask("latency", 200))
+        yield limit("from a changed pixel to the feed, median", statistics.median(delays), 0.005)
+        yield limit("from a changed pixel to the feed, 95 % within",
+                    delays[len(delays) * 95 // 100], 0.010)
 
     [resting] = stage.ask("follow", 400, 0)
     [moving] = stage.ask("follow", 400, 1)
