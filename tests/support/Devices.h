@@ -4,7 +4,7 @@
 
 namespace lenslark {
 
-inline ConnectedDevice simulator(std::string udid, std::string name) {
+inline ConnectedDevice simulator(const std::string& udid, std::string name) {
   return {.key = DeviceKey::ios(udid),
           .name = std::move(name),
           .feed = ConnectedDevice::Simulator{udid},
@@ -12,7 +12,7 @@ inline ConnectedDevice simulator(std::string udid, std::string name) {
           .window = {}};
 }
 
-inline ConnectedDevice emulator(std::string avd, pid_t pid) {
+inline ConnectedDevice emulator(const std::string& avd, pid_t pid) {
   return {.key = DeviceKey::android(avd),
           .name = avd,
           .feed = ConnectedDevice::Emulator{pid},

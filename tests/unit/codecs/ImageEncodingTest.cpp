@@ -121,8 +121,8 @@ TEST(ImageEncodingTest, writesJpegOverBlack) {
   const auto picture = makeSample(128);
   write(directory, "out.jpg", Modules::imageCodec().encodeJpeg(picture->view(), 95));
   const std::string raw = decodeElsewhere(directory, "out.jpg", "rgb24");
-  EXPECT_NEAR(byteAt(raw, 24, 16, 3, 0), SamplePicture::topLeft.red / 2, 5);
-  EXPECT_NEAR(byteAt(raw, 72, 48, 3, 1), SamplePicture::bottomRight.green / 2, 5);
+  EXPECT_NEAR(byteAt(raw, 24, 16, 3, 0), SamplePicture::topLeft.red / 2.0, 5);
+  EXPECT_NEAR(byteAt(raw, 72, 48, 3, 1), SamplePicture::bottomRight.green / 2.0, 5);
 }
 
 }  // namespace
