@@ -26,8 +26,7 @@ class PlainSlots {
     const std::string path = memoryPath("plain");
     const FileDescriptor file = FrameFileOpening::openPrivate(path);
     ::unlink(path.c_str());
-    FrameFileOpening::reserve(file, path, 2 * bytes_);
-    memory_ = MappedFile::map(file, 2 * bytes_, MappedFile::Access::readWrite);
+    memory_ = FrameFileOpening::mapWhole(file, path, 2 * bytes_);
   }
 
   void copy(const PixelBuffer& picture) {
