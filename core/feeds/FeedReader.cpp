@@ -136,10 +136,7 @@ std::shared_ptr<PixelBuffer> downscale(const PixelBuffer& image, int maxSide) {
   const double scale = double(maxSide) / double(size.longerSide());
   const auto side = [scale](int length) { return std::max(static_cast<int>(length * scale), 1); };
   auto smaller = std::make_shared<PixelBuffer>(Size{side(size.width), side(size.height)});
-  if (!Compositor::scale(image.view(), smaller->span())) return nullptr;
-  // The filter's arithmetic may leave an opaque picture a shade short of it.
-  if (Compositor::isOpaque(image.view())) Compositor::makeOpaque(smaller->span());
-  return smaller;
+  return Compositor::scale(image.view(), smaller->span()) ? smaller : nullptr;
 }
 
 int saturated(std::uint32_t value) noexcept {

@@ -28,10 +28,46 @@ std::size_t tightBytes(Size size) noexcept {
   return static_cast<std::size_t>(size.width) * static_cast<std::size_t>(size.height) * 4;
 }
 
+/// Whether the library's scaling darkens: the weights of its filter between columns add up to 127
+/// of 128. It uses none where the width stays, and averages exactly where both sides are halved.
+bool darkens(Size from, Size to) noexcept {
+  const bool halves = from.width == 2 * to.width && from.height == 2 * to.height;
+  return from.width != to.width && !halves;
+}
+
+/// Makes v * 127 / 128, rounded down, v again: white is white. (1 and 129 become 0 and 128.)
+void lighten(const PixelSpan& target) noexcept {
+  for (int y = 0; y < target.size.height; ++y) {
+    std::uint8_t* const row = target.row(y);
+    const int bytes = target.size.width * 4;
+    for (int i = 0; i < bytes; ++i) {
+      row[i] = static_cast<std::uint8_t>(row[i] + (row[i] > 0) + (row[i] >= 128));
+    }
+  }
+}
+
+/// Draws that part of the scaled picture: what must be lightened in bands that are still in the
+/// cache then.
+bool filterPart(const PixelView& source, const PixelSpan& target, const PixelRect& part) noexcept {
+  constexpr int longestSide = 32768;  // the library counts in 16.16 fixed point, and does not check
+  if (source.size.longerSide() > longestSide) return false;
+  const bool dark = darkens(source.size, target.size);
+  const int band = dark ? 64 : part.height;
+  for (int y = 0; y < part.height; y += band) {
+    const PixelRect rows{part.x, part.y + y, part.width, std::min(band, part.height - y)};
+    if (libyuv::ARGBScaleClip(source.data, static_cast<int>(source.stride), source.size.width,
+                              source.size.height, target.data, static_cast<int>(target.stride),
+                              target.size.width, target.size.height, rows.x, rows.y, rows.width,
+                              rows.height, libyuv::kFilterBilinear) != 0) {
+      return false;
+    }
+    if (dark) lighten(target.part(rows));
+  }
+  return true;
+}
+
 bool filter(const PixelView& source, const PixelSpan& target) noexcept {
-  return libyuv::ARGBScale(source.data, static_cast<int>(source.stride), source.size.width,
-                           source.size.height, target.data, static_cast<int>(target.stride),
-                           target.size.width, target.size.height, libyuv::kFilterBilinear) == 0;
+  return filterPart(source, target, {0, 0, target.size.width, target.size.height});
 }
 
 /// Sides more than twice as long as they should become are halved: the bilinear filter looks at
@@ -145,10 +181,7 @@ bool scalePart(const PixelView& source, const PixelSpan& target, const PixelRect
     return true;
   }
   if (halved(source.size, target.size) != source.size) return false;
-  return libyuv::ARGBScaleClip(source.data, static_cast<int>(source.stride), source.size.width,
-                               source.size.height, target.data, static_cast<int>(target.stride),
-                               target.size.width, target.size.height, part.x, part.y, part.width,
-                               part.height, libyuv::kFilterBilinear) == 0;
+  return filterPart(source, target, part);
 }
 
 void fill(const PixelSpan& target, const Color& color) noexcept {

@@ -58,10 +58,7 @@ Picture decodeAt(std::span<const std::byte> file, Size stored, Size wanted) {
 Picture scaled(Picture picture, Size size) {
   if (picture->size() == size) return picture;
   auto result = make(size);
-  if (!Compositor::scale(picture->view(), result->span())) return nullptr;
-  // The filter's arithmetic may leave an opaque picture a shade short of it.
-  Compositor::makeOpaque(result->span());
-  return result;
+  return Compositor::scale(picture->view(), result->span()) ? result : nullptr;
 }
 
 Picture turned(const Picture& picture, libyuv::RotationMode mode) {
