@@ -10,6 +10,7 @@
 MAKEFLAGS += --no-print-directory
 JOBS ?= $(shell nproc)
 WERROR ?= OFF
+BENCH ?= OFF
 PREFIX ?= /usr/local
 BUILD := build
 
@@ -24,7 +25,8 @@ run: build
 
 test:
 	@scripts/setup.sh --tests
-	cmake -S . -B $(BUILD) -DCMAKE_BUILD_TYPE=Release -DLENSLARK_TESTS=ON -DLENSLARK_WERROR=$(WERROR)
+	cmake -S . -B $(BUILD) -DCMAKE_BUILD_TYPE=Release -DLENSLARK_TESTS=ON \
+	  -DLENSLARK_BENCH=$(BENCH) -DLENSLARK_WERROR=$(WERROR)
 	cmake --build $(BUILD) --parallel $(JOBS)
 	ctest --test-dir $(BUILD) --parallel $(JOBS) --output-on-failure
 

@@ -34,7 +34,7 @@ struct X11TopLevel {
   /// The request from which on it tells of painting. What it tells before may be that the server
   /// has given the window a store, or that it was asked for.
   std::uint32_t tellsFrom = 0;
-  bool damaged = false;          ///< Since painting was last expected.
+  bool damaged = false;  ///< Since painting was last expected.
 
   /// What its backing store holds is not its own yet: where it was covered when the store was
   /// made, the server filled in the covering window's pixels. They count as unknown until the
