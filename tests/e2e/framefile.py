@@ -91,18 +91,30 @@ def header(path):
     """None where there is no frame file (yet)."""
     try:
         with open(path, "rb") as file:
-            data = file.read(HEADER_SIZE)
+            return read_header(file.fileno())
     except FileNotFoundError:
         return None
+
+
+def latest(path):
+    """The latest whole frame, None where there is none yet."""
+    try:
+        with open(path, "rb") as file:
+            return read_latest(file.fileno())
+    except FileNotFoundError:
+        return None
+
+
+def read_header(descriptor):
+    data = os.pread(descriptor, HEADER_SIZE, 0)
     if len(data) < HEADER_SIZE or data[:4] != b"LLF1":
         return None
     return Header.unpack(data)
 
 
-def latest(path):
-    """The latest whole frame, None where there is none yet."""
+def read_latest(descriptor):
     for _ in range(100):
-        before = header(path)
+        before = read_header(descriptor)
         if before is None or before.front.width == 0:
             return None
         slot = before.front
@@ -113,10 +125,9 @@ def latest(path):
         size = slot.bytes_per_row * slot.height
         if size > before.slot_capacity:
             raise ValueError(f"a frame larger than its slot: {slot}")
-        with open(path, "rb") as file:
-            pixels = os.pread(file.fileno(), size,
-                              before.data_offset + (before.front_slot & 1) * before.slot_capacity)
-        after = header(path)
+        pixels = os.pread(descriptor, size,
+                          before.data_offset + (before.front_slot & 1) * before.slot_capacity)
+        after = read_header(descriptor)
         if after is not None and after.slots[before.front_slot & 1].seq == slot.seq:
             return Frame(slot.width, slot.height, slot.content_kind, slot.seq, pixels)
     raise TimeoutError("the writer never left a frame alone")

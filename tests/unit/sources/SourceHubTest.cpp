@@ -224,11 +224,14 @@ TEST_F(SourceHubTest, aFailedSourceKeepsItsSinks) {
 }
 
 TEST_F(SourceHubTest, stopsTheSourceAfterAStartThatIsUnderWay) {
+  std::latch begun(1);
   std::latch go(1);
-  std::atomic<bool> startedBeforeStop = false;
-  controls->onStart = [&] { go.wait(); };
-  controls->onStop = [&] { startedBeforeStop = controls->starts == 1; };
+  controls->onStart = [&] {
+    begun.count_down();
+    go.wait();
+  };
   hub->start();
+  begun.wait();
   auto stopped = hub->stop();
   EXPECT_EQ(controls->stops, 0);
   go.count_down();
@@ -237,8 +240,6 @@ TEST_F(SourceHubTest, stopsTheSourceAfterAStartThatIsUnderWay) {
 }
 
 TEST_F(SourceHubTest, neverStartsASourceThatWasStoppedBefore) {
-  const auto blocker =
-      std::make_shared<SourceHub>("other", std::make_unique<ManualSource>(controls));
   hub->stop().get();
   hub->start();
   hub->stop().get();
