@@ -7,6 +7,7 @@
 
 #include <filesystem>
 #include <latch>
+#include <mutex>
 
 #include "base/Error.h"
 #include "codecs/Modules.h"
@@ -58,7 +59,9 @@ class FeedSetTest : public testing::Test {
     return std::make_unique<ManualSource>(source(pattern ? pattern->fps : display->fps));
   }
 
+  /// Asked for by the test and, when a source is made, by the queue.
   std::shared_ptr<Controls> source(int number) {
+    const std::lock_guard lock(sourcesMutex);
     auto& controls = sources[number];
     if (!controls) controls = std::make_shared<Controls>();
     return controls;
@@ -101,7 +104,8 @@ class FeedSetTest : public testing::Test {
 
   TemporaryDirectory directory;
   std::shared_ptr<SerialQueue> queue = std::make_shared<SerialQueue>("test");
-  std::map<int, std::shared_ptr<Controls>> sources;
+  std::mutex sourcesMutex;
+  std::map<int, std::shared_ptr<Controls>> sources;  // guarded by `sourcesMutex`
   std::set<std::string> shown;
   int made = 0;
   std::vector<WantedFeed> lastWanted;
