@@ -22,10 +22,10 @@ namespace lenslark {
 class SourceHub : public std::enable_shared_from_this<SourceHub> {
  public:
   /// With so many sinks a picture that is not in memory yet is drawn once for all of them. Drawing
-  /// a 1080p film's picture into a feed costs 1.26 times a copy of it on a quiet machine, where
-  /// sharing pays from 5 sinks on, and no more than a copy on one whose caches others use (shared
-  /// beside drawn for each: 2.0 for one sink, 1.22 for 5, 1.03 for 8, 1.02 for 16).
-  static constexpr std::size_t sinksWorthDrawingFor = 8;
+  /// a 1080p film's picture into a feed costs little more than a copy of it, so that sharing hardly
+  /// ever pays: shared beside drawn for each took 2.0 for one sink, 1.22 for 5, 1.05 for 10
+  /// and 1.02 for 16.
+  static constexpr std::size_t sinksWorthDrawingFor = 16;
 
   SourceHub(std::string key, std::unique_ptr<FrameSource> source);
   ~SourceHub();
