@@ -120,10 +120,11 @@ void paint(Painter* painter, LLCamera camera, const PictureFormat* format, uint8
   // A writer that publishes while the frame is read leaves it torn; the next one is whole.
   for (int attempt = 0; attempt < 3; ++attempt) {
     if (!feedOpen(&painter->feed, camera)) break;
+    // Also of a writer that is too quick for this reader: it is there.
+    painter->lastSign = painter->feed.lastSign;
     const bool whole = paintFeed(painter, format, out);
     feedClose(&painter->feed);
     if (whole) {
-      painter->lastSign = painter->feed.lastSign;
       painter->published = painter->feed.published;
       return;
     }
