@@ -348,6 +348,18 @@ void X11WindowStack::damaged(const xcb_damage_notify_event_t& event, std::uint32
   if (window->mapped) dirty_.add(Region(area).move(window->frame.x, window->frame.y));
 }
 
+void X11WindowStack::created(const xcb_create_notify_event_t& event) {
+  if (event.parent == x_.root()) return add(event.window);
+  // Another frame inside a frame: what is put into it must not be missed, nor what already was.
+  X11TopLevel* const frame = findParent(event.parent);
+  if (frame == nullptr || !frame->mapped || frame->excluded) return;
+  decide(*frame);
+  if (!frame->excluded) return;
+  upheaval_ = true;
+  unwatch(*frame);
+  changed(*frame);
+}
+
 void X11WindowStack::reparented(const xcb_reparent_notify_event_t& event) {
   if (event.parent == x_.root()) return add(event.window);
   if (event.event == x_.root()) return remove(event.window);
@@ -385,9 +397,7 @@ void X11WindowStack::handle(const xcb_generic_event_t& event) {
   }
   switch (type) {
     case XCB_CREATE_NOTIFY:
-      if (const auto& created = as<xcb_create_notify_event_t>(event); created.parent == x_.root()) {
-        add(created.window);
-      }
+      created(as<xcb_create_notify_event_t>(event));
       break;
     case XCB_DESTROY_NOTIFY:
       remove(as<xcb_destroy_notify_event_t>(event).window);

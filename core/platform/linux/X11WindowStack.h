@@ -107,6 +107,7 @@ class X11WindowStack {
   void vanish(X11TopLevel& window);
   void configure(const xcb_configure_notify_event_t& event);
   void damaged(const xcb_damage_notify_event_t& event, std::uint32_t sequence);
+  void created(const xcb_create_notify_event_t& event);
   void reparented(const xcb_reparent_notify_event_t& event);
   void reshaped(xcb_window_t id);
 
