@@ -191,6 +191,20 @@ TEST_F(ScreenExclusionTest, aFrameInsideAFrameIsOut) {
   EXPECT_EQ(film.forbiddenFrames(), 0);
 }
 
+TEST_F(ScreenExclusionTest, aFrameThatIsMadeLaterInsideAFrameIsOut) {
+  XPainter manager;
+  const auto device = painter.window(deviceFrame, red);
+  Film film(red);
+  const auto stream = filmWithout(device, film);
+  const auto frame = manager.window({60, 60, 260, 220}, blue);
+  ASSERT_TRUE(film.shows(70, 70, blue));
+  const auto wrapper = manager.windowWith({5, 20, 240, 190}, green, {.parent = frame});
+  ASSERT_TRUE(film.shows(100, 150, green));
+  manager.reparent(device, wrapper, 0, 0);
+  EXPECT_TRUE(film.shows(70, 70, 0));
+  EXPECT_EQ(film.forbiddenFrames(), 0);
+}
+
 TEST_F(ScreenExclusionTest, aFrameThatAnExcludedWindowHasLeftShowsNothingOfIt) {
   XPainter manager;
   const auto frame = manager.windowWith({60, 60, 260, 220}, 0, {.background = false});
