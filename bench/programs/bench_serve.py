@@ -45,6 +45,20 @@ def changed_frame(program):
     return statistics.median(times)
 
 
+def end(program):
+    """From Ctrl-C to the end, all feeds closed."""
+    times = []
+    for _ in range(RUNS):
+        with program.serve("--test-pattern", ends=False) as serving:
+            eventually(lambda: framefile.latest(program.feed))
+            begin = time.perf_counter()
+            serving.interrupt()
+            serving.wait()
+            times.append(time.perf_counter() - begin)
+        assert program.header().writer_pid == 0
+    return max(times)
+
+
 def rows(build):
     with tempfile.TemporaryDirectory(prefix="lenslark-bench-") as folder:
         program = Lenslark(build / "lenslark", folder)
@@ -52,3 +66,4 @@ def rows(build):
                               first_frame(program), 0.150)
         yield measuring.limit("a saved setting to the changed frame, elapsed",
                               changed_frame(program), 0.100)
+        yield measuring.limit("serve, Ctrl-C to its end, the longest, elapsed", end(program), 1.0)
