@@ -120,6 +120,7 @@ class Screen {
 };
 
 /// The screen of this system. Where there is none, its operations fail.
+/// The process must outlive SIGPIPE: a display server that goes away is written to once more.
 std::unique_ptr<Screen> makeScreen();
 
 }  // namespace lenslark

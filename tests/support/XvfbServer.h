@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <csignal>
 #include <optional>
 #include <string>
 
@@ -17,6 +18,8 @@ namespace lenslark {
 class XvfbServer {
  public:
   explicit XvfbServer(const std::string& screen = "1280x800x24") {
+    // Whoever writes to a server that has gone gets an error, as in the program itself.
+    std::signal(SIGPIPE, [](int) {});
     std::array<int, 2> ends{};
     if (::pipe(ends.data()) != 0) throwErrno("pipe");
     const FileDescriptor read(ends[0]);
