@@ -208,21 +208,26 @@ class FeedsTest(CameraTest):
         client.await_colours(RED, RED)
         done = threading.Event()
 
+        # Bursts tear whatever is copied during them. The pauses, each longer than the burst before
+        # it, let even the slowest reader get a whole picture, of either colour in turn.
         def write():
             turn = 0
             while not done.is_set():
-                turn += 1
-                feed.write(1280, 960, pictures[turn % 2])
+                begin = time.monotonic()
+                for _ in range(5):
+                    turn += 1
+                    feed.write(1280, 960, pictures[turn % 2])
+                done.wait(0.05 + time.monotonic() - begin)
 
         writer = threading.Thread(target=write)
         writer.start()
         try:
             seen = set()
-            for count in range(600):
+            for count in range(1800):
                 _, left, right = client.frame()
                 self.assertEqual(left, right)
                 seen.add(left)
-                if count >= 60 and seen == {RED, BLUE}:
+                if count >= 120 and seen == {RED, BLUE}:
                     break
         finally:
             done.set()
