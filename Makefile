@@ -11,6 +11,7 @@ MAKEFLAGS += --no-print-directory
 JOBS ?= $(shell nproc)
 WERROR ?= OFF
 BENCH ?= OFF
+CTEST_FLAGS ?=
 PREFIX ?= /usr/local
 BUILD := build
 
@@ -28,7 +29,7 @@ test:
 	cmake -S . -B $(BUILD) -DCMAKE_BUILD_TYPE=Release -DLENSLARK_TESTS=ON \
 	  -DLENSLARK_BENCH=$(BENCH) -DLENSLARK_WERROR=$(WERROR)
 	cmake --build $(BUILD) --parallel $(JOBS)
-	ctest --test-dir $(BUILD) --parallel $(JOBS) --output-on-failure
+	ctest --test-dir $(BUILD) --parallel $(JOBS) --output-on-failure $(CTEST_FLAGS)
 
 bench: setup
 	cmake --preset bench
