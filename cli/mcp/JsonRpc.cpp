@@ -3,94 +3,112 @@
 #include <poll.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 
 #include "base/Json.h"
+#include "base/Text.h"
 
 namespace lenslark::JsonRpc {
 namespace {
 
 using nlohmann::json;
 
-/// Writes a message's id down while the message is read. As a value, a number that is larger than
-/// 64 bits hold would be a rounded one and come back changed, also from within an array.
-class IdText final : public nlohmann::json_sax<json> {
- public:
-  std::string text;
+std::size_t afterString(std::string_view text, std::size_t quote) {
+  std::size_t index = quote + 1;
+  while (index < text.size() && text[index] != '"') index += text[index] == '\\' ? 2 : 1;
+  return std::min(index + 1, text.size());
+}
 
-  bool null() override { return scalar("null"); }
-  bool boolean(bool value) override { return scalar(value ? "true" : "false"); }
-  bool number_integer(number_integer_t value) override { return scalar(std::to_string(value)); }
-  bool number_unsigned(number_unsigned_t value) override { return scalar(std::to_string(value)); }
-  bool number_float(number_float_t, const string_t& digits) override { return scalar(digits); }
-  bool string(string_t& value) override { return scalar(Json::compact(value)); }
-  bool binary(binary_t&) override { return false; }
-  bool start_object(std::size_t) override { return start('{'); }
-  bool start_array(std::size_t) override { return start('['); }
-  bool end_object() override { return end('}'); }
-  bool end_array() override { return end(']'); }
-  bool parse_error(std::size_t, const std::string&, const json::exception&) override {
-    return false;
-  }
+bool isId(std::string_view key) {
+  // Any letter may be written as an escape.
+  return key == R"("id")" || (key.contains('\\') && Json::parse(key) == "id");
+}
 
-  bool key(string_t& name) override {
-    if (depth_ == 1) {
-      writing_ = name == "id";
-      // The last of two ids counts.
-      if (writing_) text.clear();
-    } else if (writing_) {
-      separate();
-      text += Json::compact(name) + ":";
+/// The text of an object's id, the last of several; empty where there is none. What is no JSON
+/// gives any part of it.
+std::string_view idText(std::string_view line) {
+  std::string_view found;
+  std::string_view lastString;
+  std::size_t value = line.npos;  // Where the id begins while it is being passed.
+  int depth = 0;
+  for (std::size_t index = 0; index < line.size(); ++index) {
+    const char character = line[index];
+    if (character == '"') {
+      const std::size_t end = afterString(line, index);
+      lastString = line.substr(index, end - index);
+      index = end - 1;
+    } else if (character == '{' || character == '[') {
+      ++depth;
+    } else if (depth == 1 && character == ':') {
+      if (isId(lastString)) value = index + 1;
+    } else if (depth == 1 && (character == ',' || character == '}') && value != line.npos) {
+      found = Text::trim(line.substr(value, index - value));
+      value = line.npos;
     }
-    return true;
+    if (character == '}' || character == ']') --depth;
   }
+  return found;
+}
 
- private:
-  bool scalar(std::string_view value) {
-    if (!writing_) return true;
-    separate();
-    text += value;
-    return true;
+/// Takes one digit or more off the front of `text`. Returns whether there was any.
+bool takeDigits(std::string_view& text) {
+  const std::size_t count = std::min(text.find_first_not_of("0123456789"), text.size());
+  text.remove_prefix(count);
+  return count > 0;
+}
+
+bool takeAny(std::string_view& text, std::string_view wanted) {
+  if (text.empty() || !wanted.contains(text.front())) return false;
+  text.remove_prefix(1);
+  return true;
+}
+
+/// Whether `text` is a number as JSON writes it, of any size.
+bool isNumber(std::string_view text) {
+  takeAny(text, "-");
+  if (!takeAny(text, "0") && !takeDigits(text)) return false;
+  if (takeAny(text, ".") && !takeDigits(text)) return false;
+  if (takeAny(text, "eE")) {
+    takeAny(text, "+-");
+    if (!takeDigits(text)) return false;
   }
+  return text.empty();
+}
 
-  bool start(char bracket) {
-    ++depth_;
-    if (writing_) {
-      separate();
-      text += bracket;
+/// Parses a line whose id may be a number that no type here holds: it is passed back as text, and
+/// what it amounts to does not matter.
+json parse(std::string_view line, std::string_view id) {
+  if (!isNumber(id)) return Json::parse(line);
+  const auto start = static_cast<std::size_t>(id.data() - line.data());
+  std::string readable(line);
+  readable.replace(start, id.size(), "0");
+  return Json::parse(readable);
+}
+
+/// JSON without white space and with plain slashes, its numbers in the very digits they came in.
+std::string compact(std::string_view text) {
+  std::string result;
+  for (std::size_t index = 0; index < text.size(); ++index) {
+    if (text[index] == '"') {
+      const std::size_t end = afterString(text, index);
+      result += Json::compact(Json::parse(text.substr(index, end - index)));
+      index = end - 1;
+    } else if (!std::string_view(" \t\r\n").contains(text[index])) {
+      result += text[index];
     }
-    return true;
   }
-
-  bool end(char bracket) {
-    --depth_;
-    if (writing_ && depth_ > 0) text += bracket;
-    return true;
-  }
-
-  void separate() {
-    const bool first = text.empty() || text.back() == '[' || text.back() == '{';
-    if (!first && text.back() != ':') text += ',';
-  }
-
-  int depth_ = 0;
-  bool writing_ = false;
-};
-
-std::string idText(const json& id, std::string_view line) {
-  if (!id.is_number_float() && !id.is_structured()) return Json::compact(id);
-  IdText writer;
-  json::sax_parse(line, &writer);
-  return writer.text;
+  return result;
 }
 
 }  // namespace
 
 Message read(std::string_view line) {
-  json object = Json::parse(line);
+  const std::string_view id = idText(line);
+  json object = parse(line, id);
   if (!object.is_object()) throw JsonError("not a JSON object");
   Message message;
-  if (const auto id = object.find("id"); id != object.end()) message.id = idText(*id, line);
+  if (!id.empty()) message.id = compact(id);
   const auto method = object.find("method");
   if (method != object.end() && method->is_string()) message.method = *method;
   if (const auto params = object.find("params"); params != object.end()) {

@@ -130,13 +130,21 @@ class ProtocolTest(MCPTest):
     def test_ids_come_back_as_they_went(self):
         for ident in (b"0", b"-1", b'"x"', b"null", b"9007199254740993", b"18446744073709551615",
                       b"-9223372036854775808", b"123456789012345678901234567890", b"1.50", b"1e3",
-                      b'[1,"a"]', b'{"a":1}', b"true", '"ü"'.encode(), b"1E-5", b"-0.0",
+                      b'[1,"a"]', b'{"a":1}', b"true", '"ü"'.encode(), b"1E-5", b"-0.0", b"-0",
+                      b"1e400", b"-1E+400", b"1e-9999", b"0.1000000000000000055", b"1" * 400,
+                      b'[-0,{"id":"} , ]"}]', rb'"\" \\"',
                       b'[123456789012345678901,{"id":1.0,"b":[]},[1.50]]'):
             self.assertEqual(self.converse(self.ping(ident)), [self.pong(ident)])
 
+    def test_the_white_space_in_an_id_is_not_sent_back(self):
+        self.assertEqual(self.converse(b'{"id" : [ 1 ,\t{"a b" : " , "} ] ,"method":"ping"}\n'),
+                         [self.pong(b'[1,{"a b":" , "}]')])
+
     def test_what_is_no_message_gets_one_parse_error(self):
         for line in (b"garbage", b"[]", b"[" + self.ping(b"1", b"") + b"]", b'"text"', b"5",
-                     b"null", b"{", b'{"id":1,"method":"\xff"}', b"\xff\xfe", b"\0",
+                     b"null", b"{", self.ping(b"01", b""), self.ping(b"1.", b""),
+                     self.ping(b"1 2", b""), self.ping(b"1e", b""), self.ping(b"NaN", b""),
+                     b'{"id":1,"method":"\xff"}', b"\xff\xfe", b"\0",
                      b'{"id":1,"method":"ping","a":' + b"[" * 100000 + b"]" * 100000 + b"}",
                      b'{"id":1,"method":"ping"} {"id":2,"method":"ping"}'):
             lines = self.converse(line + b"\n" + self.ping(b"7"))

@@ -127,6 +127,33 @@ class ClientTest(DeviceTest):
         self.assertEqual(json.loads(config.read_text())["assignments"][0]["source"],
                          {"kind": "pattern"})
 
+    def test_whatever_is_asked_for_the_answers_are_as_the_protocol_has_them(self):
+        card = str(self.picture("card.png"))
+        self.feed(self.udid, size=(64, 36))
+        good = {"list_devices": {}, "get_source": {}, "reset_source": {},
+                "set_source": {"kind": "image", "path": card, "overlay": {"path": card}},
+                "add_media": {"paths": [card]}, "snapshot_feed": {"device": self.udid}}
+        junk = [None, True, 7, -1.5, "", "ü\0/\\", ["a", 1], {"a": 1}]
+        names = {"set_source": ["device", "camera", "kind", "path", "paths", "loop", "interval",
+                                "displayIndex", "window", "overlay"],
+                 "get_source": ["device", "camera"], "reset_source": ["device", "camera", "all"],
+                 "add_media": ["paths", "pin"], "snapshot_feed": ["device", "camera"]}
+        parameters = [{"name": tool, "arguments": arguments} for tool in [*TOOLS, "make_coffee"]
+                      for arguments in [good.get(tool, {}), *junk,
+                                        *({**good.get(tool, {}), name: value}
+                                          for name in names.get(tool, []) for value in junk)]]
+        asked = [("tools/call", given) for given in [*parameters, *junk]]
+        asked += [(method, given) for method in ("initialize", "ping", "tools/list")
+                  for given in junk]
+        requests = [{"jsonrpc": "2.0", "id": ident, "method": method, "params": given}
+                    for ident, (method, given) in enumerate(asked)]
+        lines = self.run_program(
+            "mcp", input="".join(json.dumps(request) + "\n" for request in requests).encode(),
+        ).stdout.decode().splitlines()
+        self.assertEqual([json.loads(line)["id"] for line in lines], list(range(len(asked))))
+        self.assertEqual(self.complaints(*((method, line) for (method, _), line
+                                           in zip(asked, lines))), [])
+
     def test_error_lines_are_as_the_protocol_has_them(self):
         requests = (b'{"jsonrpc":"2.0","id":"a","method":"resources/list"}\n'
                     b'{"jsonrpc":"2.0","id":-7,"method":""}\n'

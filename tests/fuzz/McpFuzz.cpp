@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <span>
 #include <string>
 #include <vector>
@@ -48,11 +49,33 @@ bool isResponse(const json& answer) {
          answer.contains("id") && answer.contains("result") != answer.contains("error");
 }
 
-/// The lines that are answered, told by a second reading of them.
-std::vector<json> expectedIds(const std::string& input) {
+/// The text with numbers of two digits at most, which is what the reading library can hold.
+std::string shortened(std::string_view text) {
+  std::string result;
+  bool quoted = false;
+  int digits = 0;
+  for (std::size_t index = 0; index < text.size(); ++index) {
+    const char character = text[index];
+    if (character == '"') quoted = !quoted;
+    digits = !quoted && character >= '0' && character <= '9' ? digits + 1 : 0;
+    if (digits <= 2) result += character;
+    if (quoted && character == '\\' && index + 1 < text.size()) result += text[++index];
+  }
+  return result;
+}
+
+/// Whether a line holds a number that the reading library cannot: the server sends it back as an id
+/// and refuses it elsewhere, which the second reading does not tell.
+bool isBeyondReading(std::string_view line) {
+  return !json::accept(line) && json::accept(shortened(line));
+}
+
+/// The lines that are answered, told by a second reading of them; nothing where that cannot tell.
+std::optional<std::vector<json>> expectedIds(const std::string& input) {
   std::vector<json> ids;
   for (const std::string_view line : Text::split(input, '\n')) {
     if (Text::trim(line).empty()) continue;
+    if (isBeyondReading(line)) return std::nullopt;
     // The server reads no deeper than 64 levels and not what is no UTF-8: then the id is null.
     const json message = json::parse(line, nullptr, false);
     if (!message.is_object()) {
@@ -66,14 +89,15 @@ std::vector<json> expectedIds(const std::string& input) {
   return ids;
 }
 
-void check(const std::vector<std::string>& answers, const std::vector<json>& ids) {
-  if (answers.size() != ids.size()) std::abort();
-  for (std::size_t index = 0; index < ids.size(); ++index) {
+void check(const std::vector<std::string>& answers, const std::optional<std::vector<json>>& ids) {
+  if (ids && answers.size() != ids->size()) std::abort();
+  for (std::size_t index = 0; index < answers.size(); ++index) {
     if (answers[index].find('\n') != std::string::npos) std::abort();
-    const json answer = json::parse(answers[index]);
+    const bool refused = answers[index].starts_with(R"({"error":{"code":-32700,)");
+    const json answer = json::parse(ids ? answers[index] : shortened(answers[index]));
     if (!isResponse(answer)) std::abort();
-    const bool refused = answer.contains("error") && answer["error"]["code"] == -32700;
-    if (refused ? !answer.at("id").is_null() : answer.at("id") != ids[index]) std::abort();
+    if (refused && !answer.at("id").is_null()) std::abort();
+    if (ids && !refused && answer.at("id") != ids->at(index)) std::abort();
   }
 }
 

@@ -29,9 +29,23 @@ TEST(JsonRpcTest, largeNumbersComeBackUnharmed) {
   }
 }
 
+TEST(JsonRpcTest, numbersThatNoTypeHoldsComeBackUnharmed) {
+  for (const std::string& id :
+       {std::string("1e400"), std::string("-1E+400"), std::string("1e-9999"), std::string("-0"),
+        std::string("-0.0"), std::string(400, '1')}) {
+    EXPECT_EQ(echoed(id), id);
+  }
+}
+
+TEST(JsonRpcTest, whatOnlyLooksLikeANumberIsRefused) {
+  for (const char* id : {"01", "-", "1.", ".5", "+1", "1e", "1e+", "1 2", "0x1", "1e400.5"}) {
+    EXPECT_THROW(echoed(id), JsonError) << id;
+  }
+}
+
 TEST(JsonRpcTest, largeNumbersWithinAnIdComeBackUnharmed) {
   for (const char* id : {"[123456789012345678901]", R"({"a":[1.0,{"b":[],"c":{}}],"d":"x,[:"})",
-                         R"([null,true,false,-1,"ü",[],[[1E5]]])", "[[],[[]],{}]"}) {
+                         R"([null,true,false,-0,"ü",[],[[1E5]]])", "[[],[[]],{}]"}) {
     EXPECT_EQ(echoed(id), id);
   }
 }
@@ -43,6 +57,11 @@ TEST(JsonRpcTest, aTextThatIsAnIdIsWrittenAfresh) {
 
 TEST(JsonRpcTest, onlyTheMessagesOwnIdCounts) {
   EXPECT_EQ(JsonRpc::read(R"({"params":{"id":1.5},"id":2.50,"x":[1.25]})").id, "2.50");
+  EXPECT_EQ(JsonRpc::read(R"({"params":[{"id":1},"id"],"a":"\",\"id\":2"})").id, std::nullopt);
+}
+
+TEST(JsonRpcTest, theNameOfAnIdMayBeWrittenInEscapes) {
+  EXPECT_EQ(JsonRpc::read(R"({"\u0069d":2.0,"\u0069":3})").id, "2.0");
 }
 
 TEST(JsonRpcTest, theLastOfTwoIdsCounts) {
