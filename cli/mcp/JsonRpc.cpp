@@ -81,8 +81,9 @@ bool isNumber(std::string_view text) {
 json parse(std::string_view line, std::string_view id) {
   if (!isNumber(id)) return Json::parse(line);
   const auto start = static_cast<std::size_t>(id.data() - line.data());
-  std::string readable(line);
-  readable.replace(start, id.size(), "0");
+  std::string readable(line.substr(0, start));
+  readable += '0';
+  readable += line.substr(start + id.size());
   return Json::parse(readable);
 }
 
