@@ -26,7 +26,9 @@ constexpr int snapshotSide = 1024;
 
 json textItem(std::string text) { return {{"type", "text"}, {"text", std::move(text)}}; }
 
-json textContent(std::string text) { return json::array({textItem(std::move(text))}); }
+std::string textContent(std::string text) {
+  return Json::compact(json::array({textItem(std::move(text))}));
+}
 
 std::optional<std::string> optionalString(const json& arguments, const char* key) {
   const auto member = arguments.find(key);
@@ -109,13 +111,21 @@ CameraControl::SetRequest setRequest(const json& arguments) {
   return request;
 }
 
-std::string encodedPng(const PixelBuffer& image) {
+std::vector<std::byte> encodedPng(const PixelBuffer& image) {
   ImageCodec& codec = Modules::imageCodec();
   try {
-    return Base64::encode(codec.encodePng(image.view()));
+    return codec.encodePng(image.view());
   } catch (const Error&) {
     throw Error("could not encode the frame");
   }
+}
+
+/// As text at once: Base64 needs no escapes, and to look for some takes longer than to encode it.
+std::string imageItem(const PixelBuffer& image) {
+  std::string item = R"({"data":")";
+  Base64::append(encodedPng(image), item);
+  item += R"(","mimeType":"image/png","type":"image"})";
+  return item;
 }
 
 /// Hosts start servers with few variables: without a home, what is to be written has no place.
@@ -127,28 +137,28 @@ std::string missingVariable(std::string_view message) {
   return ". HOME is not set: add it, or LENSLARK_CONFIG_DIR, to the server's environment";
 }
 
-json failure(const std::exception& error) {
+std::string failure(const std::exception& error) {
   const auto* own = dynamic_cast<const Error*>(&error);
   const std::string code = own != nullptr ? own->code() : "internal";
   const std::string message = error.what();
-  return {{"content", textContent(code + ": " + message + missingVariable(message))},
-          {"isError", true}};
+  return R"({"content":)" + textContent(code + ": " + message + missingVariable(message)) +
+         R"(,"isError":true})";
 }
 
 }  // namespace
 
-json CameraTools::call(const std::string& tool, const json& arguments) const {
+std::string CameraTools::call(const std::string& tool, const json& arguments) const {
   try {
-    return {{"content", content(tool, arguments)}};
+    return R"({"content":)" + content(tool, arguments) + '}';
   } catch (const std::exception& error) {
     return failure(error);
   }
 }
 
-json CameraTools::content(const std::string& tool, const json& arguments) const {
+std::string CameraTools::content(const std::string& tool, const json& arguments) const {
   struct Entry {
     std::string_view name;
-    json (CameraTools::*run)(const json&) const;
+    std::string (CameraTools::*run)(const json&) const;
   };
   static constexpr std::array entries{
       Entry{"list_devices", &CameraTools::listDevices},
@@ -165,11 +175,11 @@ json CameraTools::content(const std::string& tool, const json& arguments) const 
   return (this->*entry->run)(arguments);
 }
 
-json CameraTools::listDevices(const json&) const {
+std::string CameraTools::listDevices(const json&) const {
   return textContent(Json::pretty(control_.devicesJSON()));
 }
 
-json CameraTools::setSource(const json& arguments) const {
+std::string CameraTools::setSource(const json& arguments) const {
   const auto media = control_.mediaNames();
   std::string text;
   for (const Assignment& assignment : control_.set(setRequest(arguments))) {
@@ -181,7 +191,7 @@ json CameraTools::setSource(const json& arguments) const {
   return textContent(text + "Running camera apps pick this up within a second.");
 }
 
-json CameraTools::getSource(const json& arguments) const {
+std::string CameraTools::getSource(const json& arguments) const {
   const auto wanted = camera(arguments);
   const auto device = optionalString(arguments, "device");
   const auto media = control_.mediaNames();
@@ -203,14 +213,14 @@ json CameraTools::getSource(const json& arguments) const {
   return textContent(Json::pretty(described));
 }
 
-json CameraTools::resetSource(const json& arguments) const {
+std::string CameraTools::resetSource(const json& arguments) const {
   control_.reset(optionalString(arguments, "device"), camera(arguments),
                  arguments.value("all", false));
   return textContent(
       "Reset. Cameras fall back to the next scope (camera › device › global › desktop).");
 }
 
-json CameraTools::addMedia(const json& arguments) const {
+std::string CameraTools::addMedia(const json& arguments) const {
   const json& paths = arguments.at("paths");
   if (paths.empty()) throw ControlError::badArgs("paths is required");
   const bool pin = arguments.value("pin", false);
@@ -226,14 +236,13 @@ json CameraTools::addMedia(const json& arguments) const {
   return textContent(Json::pretty(described));
 }
 
-json CameraTools::snapshotFeed(const json& arguments) const {
+std::string CameraTools::snapshotFeed(const json& arguments) const {
   const CameraPosition position = camera(arguments).value_or(CameraPosition::back);
   const auto snapshot =
       control_.snapshot(arguments.at("device").get<std::string>(), position, snapshotSide);
-  return json::array(
-      {{{"type", "image"}, {"data", encodedPng(*snapshot.image)}, {"mimeType", "image/png"}},
-       textItem(
-           fmt::format("{} {} camera is fed right now", snapshot.deviceName, rawValue(position)))});
+  const json caption = textItem(
+      fmt::format("{} {} camera is fed right now", snapshot.deviceName, rawValue(position)));
+  return '[' + imageItem(*snapshot.image) + ',' + Json::compact(caption) + ']';
 }
 
 }  // namespace lenslark

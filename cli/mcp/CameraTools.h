@@ -12,18 +12,19 @@ class CameraTools {
  public:
   explicit CameraTools(CameraControl control) : control_(std::move(control)) {}
 
-  /// The call's result as agents get it: its content, or the error's code and words with
-  /// "isError".
-  nlohmann::json call(const std::string& tool, const nlohmann::json& arguments) const;
+  /// The call's result as agents get it, JSON text: its content, or the error's code and words
+  /// with "isError".
+  std::string call(const std::string& tool, const nlohmann::json& arguments) const;
 
  private:
-  nlohmann::json content(const std::string& tool, const nlohmann::json& arguments) const;
-  nlohmann::json listDevices(const nlohmann::json& arguments) const;
-  nlohmann::json setSource(const nlohmann::json& arguments) const;
-  nlohmann::json getSource(const nlohmann::json& arguments) const;
-  nlohmann::json resetSource(const nlohmann::json& arguments) const;
-  nlohmann::json addMedia(const nlohmann::json& arguments) const;
-  nlohmann::json snapshotFeed(const nlohmann::json& arguments) const;
+  /// Like those of the single tools: a JSON array, as text.
+  std::string content(const std::string& tool, const nlohmann::json& arguments) const;
+  std::string listDevices(const nlohmann::json& arguments) const;
+  std::string setSource(const nlohmann::json& arguments) const;
+  std::string getSource(const nlohmann::json& arguments) const;
+  std::string resetSource(const nlohmann::json& arguments) const;
+  std::string addMedia(const nlohmann::json& arguments) const;
+  std::string snapshotFeed(const nlohmann::json& arguments) const;
 
   CameraControl control_;
 };

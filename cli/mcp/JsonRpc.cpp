@@ -120,11 +120,15 @@ Message read(std::string_view line) {
   return message;
 }
 
-std::string result(std::string_view id, const json& result) {
-  std::string line = R"({"id":)";
+std::string result(std::string_view id, std::string_view result) {
+  constexpr std::string_view start = R"({"id":)";
+  constexpr std::string_view middle = R"(,"jsonrpc":"2.0","result":)";
+  std::string line;
+  line.reserve(start.size() + id.size() + middle.size() + result.size() + 1);
+  line += start;
   line += id;
-  line += R"(,"jsonrpc":"2.0","result":)";
-  line += Json::compact(result);
+  line += middle;
+  line += result;
   line += '}';
   return line;
 }

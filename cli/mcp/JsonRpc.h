@@ -30,8 +30,8 @@ struct Message {
 /// `Json::maxDepth`.
 Message read(std::string_view line);
 
-/// A line to send, without its line feed. `id` is JSON text.
-std::string result(std::string_view id, const nlohmann::json& result);
+/// A line to send, without its line feed. `id` and `result` are JSON text.
+std::string result(std::string_view id, std::string_view result);
 std::string error(std::string_view id, int code, const std::string& message);
 
 /// Takes lines from a descriptor. **Threads**: one at a time.

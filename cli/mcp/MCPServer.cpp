@@ -46,10 +46,12 @@ std::optional<std::string> MCPServer::answer(std::string_view line) const {
 }
 
 std::string MCPServer::answer(const JsonRpc::Message& request) const {
-  const auto result = [&](const json& value) { return JsonRpc::result(*request.id, value); };
-  if (request.method == "initialize") return result(initializeResult());
-  if (request.method == "ping") return result(json::object());
-  if (request.method == "tools/list") return result({{"tools", ToolTable::tools()}});
+  const auto result = [&](std::string_view text) { return JsonRpc::result(*request.id, text); };
+  if (request.method == "initialize") return result(Json::compact(initializeResult()));
+  if (request.method == "ping") return result("{}");
+  if (request.method == "tools/list") {
+    return result(Json::compact({{"tools", ToolTable::tools()}}));
+  }
   if (request.method == "tools/call") {
     const json* tool = Json::find(request.params, "name");
     const json* arguments = Json::find(request.params, "arguments");

@@ -6,11 +6,10 @@
 
 namespace lenslark::Base64 {
 
-std::string encode(std::span<const std::byte> bytes) {
+void append(std::span<const std::byte> bytes, std::string& text) {
   // Whole groups of three, so that each piece is a part of the whole text; the library counts in
   // int.
   constexpr std::size_t pieceSize = std::size_t{3} << 20U;
-  std::string text;
   for (; !bytes.empty(); bytes = bytes.subspan(std::min(bytes.size(), pieceSize))) {
     const auto piece = bytes.first(std::min(bytes.size(), pieceSize));
     const std::size_t written = (piece.size() + 2) / 3 * 4;
@@ -21,7 +20,6 @@ std::string encode(std::span<const std::byte> bytes) {
                                      static_cast<int>(piece.size()));
     text.resize(end + written);
   }
-  return text;
 }
 
 }  // namespace lenslark::Base64

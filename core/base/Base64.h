@@ -6,7 +6,7 @@
 
 namespace lenslark::Base64 {
 
-/// The standard alphabet with padding, on one line (RFC 4648, section 4).
-std::string encode(std::span<const std::byte> bytes);
+/// Appends them to `text`: the standard alphabet with padding, on one line (RFC 4648, section 4).
+void append(std::span<const std::byte> bytes, std::string& text);
 
 }  // namespace lenslark::Base64

@@ -68,14 +68,39 @@ std::vector<std::uint8_t> filtered(const std::vector<std::uint8_t>& pixels, Size
   return rows;
 }
 
+using Compressor = std::unique_ptr<libdeflate_compressor, decltype(&libdeflate_free_compressor)>;
+
+Compressor compressor(int level) {
+  Compressor made(libdeflate_alloc_compressor(level), libdeflate_free_compressor);
+  if (!made) throw Error("the picture cannot be written as PNG: out of memory");
+  return made;
+}
+
+/// Whether it would hardly get smaller, told by pieces from all over it. Noise takes long to
+/// compress, for next to nothing.
+bool isNoise(const Compressor& compressor, std::span<const std::uint8_t> data) {
+  constexpr std::size_t pieces = 12;
+  constexpr std::size_t pieceSize = std::size_t{8} << 10U;
+  constexpr std::size_t worthIt = pieceSize / 8 * 7;
+  if (data.size() < pieces * pieceSize) return false;
+  std::array<std::byte, worthIt> compressed;
+  for (std::size_t piece = 0; piece < pieces; ++piece) {
+    const auto start = (data.size() - pieceSize) / (pieces - 1) * piece;
+    const std::size_t written = libdeflate_deflate_compress(
+        compressor.get(), data.data() + start, pieceSize, compressed.data(), compressed.size());
+    if (written > 0) return false;
+  }
+  return true;
+}
+
 void appendCompressed(Bytes& file, const std::vector<std::uint8_t>& data) {
+  constexpr int stored = 0;
   constexpr int fastest = 1;
-  const std::unique_ptr<libdeflate_compressor, decltype(&libdeflate_free_compressor)> compressor(
-      libdeflate_alloc_compressor(fastest), libdeflate_free_compressor);
-  if (!compressor) throw Error("the picture cannot be written as PNG: out of memory");
+  Compressor chosen = compressor(fastest);
+  if (isNoise(chosen, data)) chosen = compressor(stored);
   const std::size_t start = file.size();
-  file.resize(start + libdeflate_zlib_compress_bound(compressor.get(), data.size()));
-  const std::size_t written = libdeflate_zlib_compress(compressor.get(), data.data(), data.size(),
+  file.resize(start + libdeflate_zlib_compress_bound(chosen.get(), data.size()));
+  const std::size_t written = libdeflate_zlib_compress(chosen.get(), data.data(), data.size(),
                                                        file.data() + start, file.size() - start);
   if (written == 0) throw Error("the picture cannot be written as PNG: it cannot be compressed");
   file.resize(start + written);

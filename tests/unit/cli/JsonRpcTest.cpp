@@ -102,14 +102,14 @@ TEST(JsonRpcTest, nestingIsBounded) {
 }
 
 TEST(JsonRpcTest, linesAreCompactWithPlainSlashes) {
-  EXPECT_EQ(JsonRpc::result("7", {{"path", "/a/b"}}),
+  EXPECT_EQ(JsonRpc::result("7", R"({"path":"/a/b"})"),
             R"({"id":7,"jsonrpc":"2.0","result":{"path":"/a/b"}})");
   EXPECT_EQ(JsonRpc::error("null", -32700, "parse error"),
             R"({"error":{"code":-32700,"message":"parse error"},"id":null,"jsonrpc":"2.0"})");
 }
 
 TEST(JsonRpcTest, aLineFeedInATextDoesNotEndTheLine) {
-  EXPECT_EQ(JsonRpc::result("1", {{"text", "a\nb"}}).find('\n'), std::string::npos);
+  EXPECT_EQ(JsonRpc::error("1", -32601, "a\nb").find('\n'), std::string::npos);
 }
 
 /// The lines of an input, "<too long>" for those that are.

@@ -2,6 +2,7 @@
 
 #include <cstring>
 #include <fstream>
+#include <random>
 
 #include "base/Error.h"
 #include "codecs/ImageCodec.h"
@@ -70,6 +71,45 @@ TEST(ImageEncodingTest, writesPngWithStraightAlpha) {
   EXPECT_EQ(byteAt(raw, 24, 16, 4, 3), 128);
   EXPECT_NEAR(byteAt(raw, 24, 16, 4, 0), SamplePicture::topLeft.red, 1);
   EXPECT_NEAR(byteAt(raw, 24, 16, 4, 2), SamplePicture::topLeft.blue, 1);
+}
+
+/// Noise in all rows but the upper ones, opaque.
+std::shared_ptr<PixelBuffer> makeNoise(Size size, int plainRows) {
+  auto picture = std::make_shared<PixelBuffer>(size, true);
+  std::minstd_rand random;
+  for (int y = 0; y < size.height; ++y) {
+    for (int x = 0; x < size.width; ++x) {
+      const auto colour = y < plainRows ? 0U : static_cast<std::uint32_t>(random() >> 4U);
+      const std::uint32_t pixel = colour | 0xff000000U;
+      std::memcpy(picture->span().row(y) + x * 4, &pixel, sizeof(pixel));
+    }
+  }
+  return picture;
+}
+
+TEST(ImageEncodingTest, writesNoiseExactlyAndWithoutLosingTimeOnIt) {
+  constexpr Size size{320, 240};
+  constexpr std::size_t rawSize = std::size_t{3} * 320 * 240;
+  const auto picture = makeNoise(size, 0);
+  const TemporaryDirectory directory;
+  const auto png = Modules::imageCodec().encodePng(picture->view());
+  // Stored as it is, with a filter's byte to each row and the headers of the blocks.
+  EXPECT_GT(png.size(), rawSize + 240);
+  EXPECT_LT(png.size(), rawSize + 1000);
+  write(directory, "out.png", png);
+  const std::string raw = decodeElsewhere(directory, "out.png", "bgr24");
+  ASSERT_EQ(raw.size(), rawSize);
+  for (int y = 0; y < size.height; ++y) {
+    for (int x = 0; x < size.width; ++x) {
+      const std::size_t at = static_cast<std::size_t>(y * size.width + x) * 3;
+      ASSERT_EQ(std::memcmp(raw.data() + at, picture->view().row(y) + x * 4, 3), 0);
+    }
+  }
+}
+
+TEST(ImageEncodingTest, compressesAPictureOfWhichOnlyAPartIsNoise) {
+  const auto png = Modules::imageCodec().encodePng(makeNoise({320, 240}, 60)->view());
+  EXPECT_LT(png.size(), std::size_t{3} * 320 * 190);
 }
 
 TEST(ImageEncodingTest, tagsPngAsSrgb) {
