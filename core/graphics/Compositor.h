@@ -19,13 +19,19 @@ struct Color {
 /// Every byte as it is; the sizes must be equal.
 void copy(const PixelView& source, const PixelSpan& target) noexcept;
 
+/// What becomes of the alpha when a picture is scaled.
+enum class Alpha : std::uint8_t {
+  scaled,  ///< As the colours.
+  opaque,  ///< 255 everywhere, as by `makeOpaque` afterwards, but cheaper.
+};
+
 /// The whole source to the whole target, with a filter that suits the ratio.
-bool scale(const PixelView& source, const PixelSpan& target) noexcept;
+bool scale(const PixelView& source, const PixelSpan& target, Alpha alpha = Alpha::scaled) noexcept;
 
 /// Draws no more than `part` of the target, which lies inside, as `scale` would draw it but
-/// for the rounding of the last bit. **Fails** also where a side shrinks to less than half, which
-/// is done in steps that take in all of it.
-bool scalePart(const PixelView& source, const PixelSpan& target, const PixelRect& part) noexcept;
+/// for the rounding of the last bit, and looks at no more of the source than that takes.
+bool scalePart(const PixelView& source, const PixelSpan& target, const PixelRect& part,
+               Alpha alpha = Alpha::scaled) noexcept;
 
 void fill(const PixelSpan& target, const Color& color) noexcept;
 

@@ -45,9 +45,8 @@ bool PixelBuffer::draw(const PixelRect& part, const PixelSpan& target) const noe
     Compositor::copy(source, target);
     return true;
   }
-  if (!Compositor::scale(source, target)) return false;
-  if (opaque_) Compositor::makeOpaque(target);
-  return true;
+  using Compositor::Alpha;
+  return Compositor::scale(source, target, opaque_ ? Alpha::opaque : Alpha::scaled);
 }
 
 std::shared_ptr<PixelBuffer> materialize(const Frame& frame) {

@@ -33,6 +33,8 @@ class ScreenCaptureTest : public testing::Test {
         request, film.onFrame(), film.onStop());
   }
 
+  void expectChangesDrawnAsTheWhole(Size output);
+
   XvfbServer server;
   XPainter painter;
 };
@@ -165,30 +167,39 @@ TEST_F(ScreenCaptureTest, changesThePictureSizeWithTheArea) {
 }
 
 /// Frames of which little is drawn anew must be the same as those drawn at once.
-TEST_F(ScreenCaptureTest, drawsWhatChangesAsItWouldDrawTheWhole) {
+void ScreenCaptureTest::expectChangesDrawnAsTheWhole(Size output) {
   const auto lower = painter.window({0, 0, 600, 400}, green);
   Film film;
-  const auto stream = filmArea({0, 0, 600, 400}, {}, film, plain(400, 266));
+  const auto stream = filmArea({0, 0, 600, 400}, {}, film, plain(output.width, output.height));
   ASSERT_TRUE(eventually([&] { return film.count() > 0; }));
-  for (int step = 0; step < 40; ++step) {
+  for (int step = 0; step < 120; ++step) {
     const std::uint32_t colour = step % 2 == 0 ? blue : white;
-    painter.fill(lower, {step * 13 % 500, step * 7 % 350, 31 + step, 17}, colour);
-    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    painter.fill(lower, {step * 13 % 500, step * 7 % 350, 31 + step % 40, 17}, colour);
+    // First each for itself, then many in one picture.
+    if (step < 40) std::this_thread::sleep_for(std::chrono::milliseconds(10));
   }
   painter.fill(lower, {590, 390, 10, 10}, grey);
   Film whole;
-  const auto other = filmArea({0, 0, 600, 400}, {}, whole, plain(400, 266));
+  const auto other = filmArea({0, 0, 600, 400}, {}, whole, plain(output.width, output.height));
   ASSERT_TRUE(eventually([&] { return whole.count() > 0; }));
   EXPECT_TRUE(eventually([&] {
     const FramePtr one = film.last();
     const FramePtr two = whole.last();
-    for (int y = 0; y < 266; ++y) {
-      for (int x = 0; x < 400; ++x) {
+    for (int y = 0; y < output.height; ++y) {
+      for (int x = 0; x < output.width; ++x) {
         if (farApart(colourAt(*one, x, y), colourAt(*two, x, y))) return false;
       }
     }
     return true;
   }));
+}
+
+TEST_F(ScreenCaptureTest, drawsWhatChangesAsItWouldDrawTheWhole) {
+  expectChangesDrawnAsTheWhole({400, 266});
+}
+
+TEST_F(ScreenCaptureTest, drawsWhatChangesAsTheWholeWhereSidesShrinkToLessThanHalf) {
+  expectChangesDrawnAsTheWhole({160, 106});
 }
 
 TEST_F(ScreenCaptureTest, filmsACoveredWindowsOwnPixels) {

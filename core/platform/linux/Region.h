@@ -43,6 +43,23 @@ class Region {
     pixman_region32_translate(&region_, x, y);
     return *this;
   }
+  /// What it covers, and where it is made of very many rectangles some more, so that there are few:
+  /// to go through these costs more than the pixels added.
+  Region coarser() const {
+    constexpr std::size_t many = 16;
+    constexpr int columns = 32;
+    constexpr int rows = 8;
+    if (boxes().size() <= many) return *this;
+    const auto down = [](int edge, int grain) { return edge & ~(grain - 1); };
+    Region coarse;
+    for (const auto& box : boxes()) {
+      const int left = down(box.x1, columns);
+      const int top = down(box.y1, rows);
+      coarse.add(Region({left, top, down(box.x2 + columns - 1, columns) - left,
+                         down(box.y2 + rows - 1, rows) - top}));
+    }
+    return coarse;
+  }
 
   std::span<const pixman_box32_t> boxes() const noexcept {
     int count = 0;

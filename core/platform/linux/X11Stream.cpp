@@ -8,7 +8,6 @@
 #include <array>
 #include <mutex>
 #include <optional>
-#include <span>
 #include <thread>
 #include <utility>
 
@@ -202,16 +201,12 @@ class X11Stream final : public ScreenStream {
     return onFrame.intersect(Region(shown));
   }
 
-  static bool drawParts(const PixelView& pixels, const PixelSpan& shown,
-                        std::span<const pixman_box32_t> boxes) {
-    constexpr std::size_t mostParts = 32;  // then one stroke is quicker
-    if (boxes.size() > mostParts) return false;
-    for (const auto& box : boxes) {
+  static bool drawParts(const PixelView& pixels, const PixelSpan& shown, const Region& parts) {
+    const auto draw = [&](const pixman_box32_t& box) {
       const PixelRect part{box.x1, box.y1, box.x2 - box.x1, box.y2 - box.y1};
-      if (!Compositor::scalePart(pixels, shown, part)) return false;
-      Compositor::makeOpaque(shown.part(part));
-    }
-    return true;
+      return Compositor::scalePart(pixels, shown, part, Compositor::Alpha::opaque);
+    };
+    return std::ranges::all_of(parts.boxes(), draw);
   }
 
   FramePtr frameOf(const PixelView& pixels, const PixelRect& area) {
@@ -220,11 +215,10 @@ class X11Stream final : public ScreenStream {
     const PixelSpan shown = span.part(layout_.shown);
     const bool bars = !Region(*outdated).subtract(Region(layout_.shown)).empty();
     if (bars) Compositor::fill(span, {});
-    const Region parts = Region(*outdated).move(-layout_.shown.x, -layout_.shown.y);
-    if (bars || !drawParts(pixels, shown, parts.boxes())) {
-      if (!Compositor::scale(pixels, shown)) return nullptr;
-      Compositor::makeOpaque(shown);
-    }
+    const Region whole({0, 0, shown.size.width, shown.size.height});
+    Region parts = Region(*outdated).move(-layout_.shown.x, -layout_.shown.y);
+    parts = bars ? whole : parts.coarser().intersect(whole);
+    if (!drawParts(pixels, shown, parts)) return nullptr;
     // The pointer must go again before the buffer's next turn.
     PixelRect pointer = cursor_ ? cursor_->draw(area, shown) : PixelRect{};
     pointer.x += layout_.shown.x;

@@ -165,10 +165,34 @@ TEST(CompositorTest, aPartIsScaledAsTheWhole) {
   }
 }
 
-TEST(CompositorTest, noPartIsScaledWhereTheWholeIsHalvedFirst) {
-  const auto picture = numberedPicture({300, 300});
-  PixelBuffer target({64, 64});
-  EXPECT_FALSE(Compositor::scalePart(picture->view(), target.span(), {0, 0, 8, 8}));
+TEST(CompositorTest, aPartIsScaledInStepsAsTheWhole) {
+  for (const PixelRect& part : {PixelRect{0, 0, 1, 1}, PixelRect{7, 5, 20, 11},
+                                PixelRect{33, 0, 31, 36}, PixelRect{63, 35, 1, 1}}) {
+    expectPartOfWhole({160, 90}, {64, 36}, part);
+    expectPartOfWhole({301, 175}, {64, 36}, part);
+    expectPartOfWhole({1111, 999}, {64, 36}, part);
+    expectPartOfWhole({603, 40}, {64, 36}, part);
+    expectPartOfWhole({64, 500}, {64, 36}, part);
+    expectPartOfWhole({1000, 20}, {64, 36}, part);
+  }
+}
+
+TEST(CompositorTest, scalingOpaquelyKeepsTheColours) {
+  for (const Size from : {Size{96, 54}, Size{64, 36}, Size{301, 175}, Size{32, 18}}) {
+    const auto picture = numberedPicture(from);
+    PixelBuffer expected({64, 36});
+    ASSERT_TRUE(Compositor::scale(picture->view(), expected.span()));
+    for (int x = 0; x < from.width; ++x) picture->span().row(from.height / 2)[x * 4 + 3] = 0;
+    PixelBuffer scaled({64, 36});
+    ASSERT_TRUE(Compositor::scale(picture->view(), scaled.span(), Compositor::Alpha::opaque));
+    for (int y = 0; y < 36; ++y) {
+      for (int x = 0; x < 64; ++x) {
+        Pixel wanted = pixelAt(expected.view(), x, y);
+        wanted[3] = 255;
+        ASSERT_EQ(pixelAt(scaled.view(), x, y), wanted) << x << ", " << y << " of " << from.width;
+      }
+    }
+  }
 }
 
 TEST(CompositorTest, scaleSaysWhenItCannot) {
