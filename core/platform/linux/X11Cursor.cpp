@@ -21,8 +21,14 @@ void X11Cursor::handle(const xcb_generic_event_t& event) {
   if ((event.response_type & 0x7F) == x_.xfixesEvents() + XCB_XFIXES_CURSOR_NOTIFY) fetch();
 }
 
+void X11Cursor::ask() {
+  if (!asked_) asked_ = xcb_query_pointer(x_.get(), x_.root());
+}
+
 void X11Cursor::follow() {
-  const auto pointer = x_.ask(xcb_query_pointer, xcb_query_pointer_reply, x_.root());
+  ask();
+  const auto pointer = x_.reply(xcb_query_pointer_reply, *asked_);
+  asked_.reset();
   if (!pointer) return;
   x0_ = pointer->root_x;
   y0_ = pointer->root_y;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 
 #include "graphics/PixelBuffer.h"
 #include "platform/linux/X11Connection.h"
@@ -14,7 +15,9 @@ class X11Cursor {
 
   /// Takes an event in: when the pointer looks different it is fetched again.
   void handle(const xcb_generic_event_t& event);
-  /// Asks where the pointer is.
+  /// Asks where the pointer is, without waiting for the answer.
+  void ask();
+  /// Takes in where it is, as was asked or else is asked now.
   void follow();
 
   /// Whether it shows differently in a picture of `area` than when this was last asked.
@@ -32,6 +35,7 @@ class X11Cursor {
   std::shared_ptr<PixelBuffer> image_;
   int hotX_ = 0;
   int hotY_ = 0;
+  std::optional<xcb_query_pointer_cookie_t> asked_;
   int x0_ = -1;
   int y0_ = -1;
 

@@ -74,7 +74,7 @@ class X11Stream final : public ScreenStream {
         const auto now = Steady::now();
         scene_->work(now);
         followPointer(now);
-        if (wanted() && now >= nextFrame_) {
+        if (due(now)) {
           makePicture(now);
           continue;
         }
@@ -104,17 +104,27 @@ class X11Stream final : public ScreenStream {
   }
 
   void followPointer(Steady::time_point now) {
+    // A picture that is due asks on its own way to the server.
+    if (now >= nextPointer_ && !due(now)) return readPointer(now);
+    notePointer();
+  }
+
+  void readPointer(Steady::time_point now) {
     if (!cursor_) return;
-    if (now >= nextPointer_) {
-      nextPointer_ = now + period_;
-      cursor_->follow();
-    }
-    if (cursor_->takeChange(scene_->area())) pointerChanged_ = true;
+    nextPointer_ = now + period_;
+    cursor_->follow();
+    notePointer();
+  }
+
+  void notePointer() {
+    if (cursor_ && cursor_->takeChange(scene_->area())) pointerChanged_ = true;
   }
 
   bool wanted() const {
     return scene_->ready() && (scene_->dirty() || pointerChanged_ || drawAll_);
   }
+
+  bool due(Steady::time_point now) const { return wanted() && now >= nextFrame_; }
 
   void makePicture(Steady::time_point now) {
     nextFrame_ = (now - nextFrame_ < period_ ? nextFrame_ : now) + period_;
@@ -128,7 +138,9 @@ class X11Stream final : public ScreenStream {
       picture_ = std::make_unique<X11Picture>(x_, area.size());
       drawAll_ = true;
     }
+    if (cursor_) cursor_->ask();
     const auto changed = drawPicture();
+    readPointer(now);
     if (!changed) return;
     drawAll_ = false;
     const Layout layout = layOut(area.size());
@@ -228,6 +240,7 @@ class X11Stream final : public ScreenStream {
   }
 
   void sleep(Steady::time_point now) {
+    constexpr std::chrono::milliseconds restBetweenEvents(4);
     // Events that came in with the answer to a request no longer show at the connection.
     if (const XcbReply<xcb_generic_event_t> event{xcb_poll_for_queued_event(x_.get())}) {
       return take(*event);
@@ -238,6 +251,10 @@ class X11Stream final : public ScreenStream {
     };
     if (cursor_) noLaterThan(nextPointer_);
     if (wanted()) noLaterThan(nextFrame_);
+    // While a picture waits for its time, what happens is taken in now and then, in one go: waking
+    // up for each event costs more than the event.
+    const bool waits = wanted();
+    if (waits) noLaterThan(now + restBetweenEvents);
     timespec wait{};
     if (until) {
       const auto left = std::max(*until - now, Steady::duration::zero());
@@ -246,7 +263,7 @@ class X11Stream final : public ScreenStream {
     }
     xcb_flush(x_.get());
     std::array<pollfd, 2> files{
-        {{xcb_get_file_descriptor(x_.get()), POLLIN, 0}, {wake_.get(), POLLIN, 0}}};
+        {{waits ? -1 : xcb_get_file_descriptor(x_.get()), POLLIN, 0}, {wake_.get(), POLLIN, 0}}};
     ::ppoll(files.data(), files.size(), until ? &wait : nullptr, nullptr);
     std::uint64_t count = 0;
     if ((files[1].revents & POLLIN) != 0) {
