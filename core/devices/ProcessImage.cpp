@@ -14,7 +14,9 @@ std::vector<std::string> merged(char* const* inherited, const Shell::Environment
     const std::string name(variable.substr(0, variable.find('=')));
     if (!additions.contains(name)) variables.emplace_back(variable);
   }
-  for (const auto& [name, value] : additions) variables.push_back(name + "=" + value);
+  for (const auto& [name, value] : additions) {
+    variables.emplace_back(name).append("=").append(value);
+  }
   return variables;
 }
 
