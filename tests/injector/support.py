@@ -19,6 +19,13 @@ def has(program):
     return shutil.which(program) is not None
 
 
+def bubblewrap_works():
+    """Containers may have the program and forbid what it does."""
+    return has("bwrap") and subprocess.run(
+        ["bwrap", "--ro-bind", "/", "/", "--dev", "/dev", "--proc", "/proc", "--unshare-pid", "true"],
+        stderr=subprocess.DEVNULL, check=False).returncode == 0
+
+
 class CameraTest(unittest.TestCase):
     def setUp(self):
         self.directory = tempfile.mkdtemp(prefix="lenslark-injector-test.")
