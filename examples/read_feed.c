@@ -28,10 +28,10 @@
 #include "lenslark/frame_file.h"
 
 /* The writer fills a slot in about a millisecond and then leaves it for the time of a frame. */
-enum { ATTEMPTS = 200, PAUSE_MILLISECONDS = 1 };
+enum { attempts = 200, pauseMilliseconds = 1 };
 
 /* More than any writer offers: a header that asks for more is broken. */
-static const uint64_t MOST_BYTES = UINT64_C(256) << 20;
+static const uint64_t mostBytes = UINT64_C(256) << 20;
 
 typedef struct Picture {
   uint32_t width;
@@ -91,7 +91,7 @@ static bool isPossible(const Place* place, uint64_t fileSize) {
   const uint64_t bytes = (uint64_t)place->bytesPerRow * place->height;
   return place->width != 0 && place->height != 0 &&
          (uint64_t)place->width * LL_FRAME_BYTES_PER_PIXEL <= place->bytesPerRow &&
-         bytes <= MOST_BYTES && bytes <= fileSize && place->offset >= LL_FRAME_DATA_OFFSET &&
+         bytes <= mostBytes && bytes <= fileSize && place->offset >= LL_FRAME_DATA_OFFSET &&
          place->offset <= fileSize - bytes;
 }
 
@@ -104,13 +104,13 @@ static bool copyPixels(int fd, const Place* place, Picture* picture) {
 }
 
 static void rest(void) {
-  const struct timespec time = {0, PAUSE_MILLISECONDS * 1000000L};
+  const struct timespec time = {0, pauseMilliseconds * 1000000L};
   nanosleep(&time, NULL);
 }
 
 /* The latest frame, whole. The caller frees its pixels, also after a failure. */
 static bool takePicture(int fd, uint64_t fileSize, Picture* picture) {
-  for (int attempt = 0; attempt < ATTEMPTS; ++attempt) {
+  for (int attempt = 0; attempt < attempts; ++attempt) {
     if (attempt > 0) rest();
     LLFrameHeader before;
     LLFrameHeader after;

@@ -61,7 +61,8 @@ struct SlideshowSource::Show {
 
 SlideshowSource::SlideshowSource(std::vector<std::filesystem::path> files, double intervalSec,
                                  Loader load)
-    : show_(std::make_shared<Show>(std::move(files), intervalSec, load ? load : loadPicture)),
+    : show_(std::make_shared<Show>(std::move(files), intervalSec,
+                                   load ? std::move(load) : Loader(loadPicture))),
       queue_("lenslark.slideshow", SerialQueue::Lane::blocking),
       timer_(queue_, [weak = std::weak_ptr(show_)] {
         if (const auto show = weak.lock()) show->tick();

@@ -110,7 +110,7 @@ OPENAT(openat64)
 #define REPLACE(RESULT, NAME, PARAMETERS, CONDITION, FAILURE, ARGUMENTS) \
   RESULT NAME PARAMETERS {                                               \
     if (CONDITION) return FAILURE;                                       \
-    RESULT(*real) PARAMETERS = next(#NAME);                              \
+    __typeof__(NAME)* real = next(#NAME);                                \
     return real ARGUMENTS;                                               \
   }
 REPLACE(ssize_t, write, (int fd, const void* bytes, size_t size), fails("write", fd), -1,
