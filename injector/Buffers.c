@@ -52,6 +52,8 @@ int buffersAdd(Device* device, uint32_t memory, uint32_t count, uint32_t length)
   return 0;
 }
 
+static size_t copyLength(void) { return wholePages(feedCopyBytes + feedPadding); }
+
 void buffersFree(Device* device) {
   for (uint32_t i = 0; i < device->bufferCount; ++i) {
     if (device->buffers[i].memory) {
@@ -59,6 +61,8 @@ void buffersFree(Device* device) {
     }
   }
   if (device->scratch) realMunmap(device->scratch, wholePages(2 * device->scratchSize));
+  if (device->painter.feed.copy) realMunmap(device->painter.feed.copy, copyLength());
+  device->painter.feed.copy = NULL;
   for (int i = 0; i < deviceMaxMappings; ++i) {
     if (device->mappings[i].address) atomic_fetch_sub(&mappingCount, 1);
     device->mappings[i] = (Mapping){0};
@@ -85,6 +89,13 @@ int buffersReserveScratch(Device* device, size_t size) {
   if (!device->scratch) return ENOMEM;
   device->scratchSize = size;
   return 0;
+}
+
+void buffersReserveCopy(Device* device) {
+  if (device->painter.feed.copy) return;
+  void* memory = realMmap(NULL, copyLength(), PROT_READ | PROT_WRITE,
+                          MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+  if (memory != MAP_FAILED) device->painter.feed.copy = memory;
 }
 
 // The kernel pins a user pointer's pages when it is queued, and refuses those it cannot write.

@@ -99,6 +99,7 @@ static enum Outcome tryFile(Feed* feed, const char* path) {
       isAlive(&header)) {
     feed->fill = header.sceneMode == LLSceneModeFill;
     feed->lastSign = header.heartbeat;
+    feed->copied = false;
     feed->bandCount = 0;
     const bool whole = takeGeometry(feed, &header, (uint64_t)status.st_size);
     outcome = whole && feed->counter % 2 == 0 ? ready : noFrame;
@@ -124,8 +125,16 @@ bool feedOpen(Feed* feed, LLCamera camera) {
   return globalFeed[0] != '\0' && tryFile(feed, globalFeed) == ready;
 }
 
+bool feedCopy(Feed* feed) {
+  const size_t size = (size_t)feed->stride * feed->height;
+  if (!feed->copy || size > feedCopyBytes) return true;
+  feed->copied = readAt(feed->descriptor, feed->copy, size, feed->pixelsAt) && feedIsUntorn(feed);
+  return feed->copied;
+}
+
 const uint8_t* feedRows(Feed* feed, uint32_t first, uint32_t count) {
   if (first > feed->height || count > feed->height - first) return NULL;
+  if (feed->copied) return feed->copy + (size_t)first * feed->stride;
   const bool held = first >= feed->bandFirst && count <= feed->bandCount &&
                     first - feed->bandFirst <= feed->bandCount - count;
   if (!held) {
@@ -145,6 +154,7 @@ const uint8_t* feedRows(Feed* feed, uint32_t first, uint32_t count) {
 }
 
 bool feedIsUntorn(const Feed* feed) {
+  if (feed->copied) return true;
   uint64_t counter;
   atomic_thread_fence(memory_order_acquire);
   return readAt(feed->descriptor, &counter, sizeof(counter), feed->counterAt) &&

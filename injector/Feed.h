@@ -27,7 +27,8 @@ enum {
   feedLeastRows = 4,  ///< As many as may be asked for at once.
   feedBandBytes = feedLeastRows * feedMaxStride,
   feedBandTarget = 65536,
-  feedPadding = 64,  ///< Vectors may read (and ignore) this much behind a row.
+  feedPadding = 64,                 ///< Vectors may read (and ignore) this much behind a row.
+  feedCopyBytes = 2048 * 2048 * 4,  ///< No frame of lenslark's own is larger.
 };
 
 /// A writer that gave no sign of life for so long is gone.
@@ -39,9 +40,13 @@ typedef struct Feed {
   uint64_t lastSign;               ///< CLOCK_MONOTONIC nanoseconds of the writer's heartbeat.
   uint64_t published;              ///< The same of the frame's publication.
 
+  /// Room for a whole frame, feedCopyBytes + feedPadding that belong to someone else, or NULL.
+  uint8_t* copy;
+
   int descriptor;
   uint64_t pixelsAt;              // Offset of the top row in the file.
   uint64_t counterAt, counter;    // The slot's sequence counter, and what it was.
+  bool copied;                    // The frame is in the copy, whole.
   uint32_t bandFirst, bandCount;  // The rows that are in the band.
   uint8_t band[feedBandBytes + feedPadding];
 } Feed;
@@ -51,6 +56,11 @@ void feedConfigure(void);
 
 /// Opens the feed of one camera and takes its latest frame's geometry. False if there is none.
 bool feedOpen(Feed* feed, LLCamera camera);
+
+/// Copies the frame that was found without stopping to convert it, which takes more memory traffic
+/// but leaves a quick writer the least time to overtake. False if it did. Where there is no room
+/// for the frame nothing is copied, and its rows are read one by one as ever.
+bool feedCopy(Feed* feed);
 
 /// `count` (at most feedLeastRows) whole rows from `first` on, `stride` bytes apart, valid until
 /// the next call. NULL if the file ends before.

@@ -117,12 +117,14 @@ static void paintPlaceholder(Painter* painter, const PictureFormat* format, uint
 
 void paint(Painter* painter, LLCamera camera, const PictureFormat* format, uint8_t* out,
            const uint8_t* last) {
-  // A writer that publishes while the frame is read leaves it torn; the next one is whole.
-  for (int attempt = 0; attempt < 3; ++attempt) {
+  // A writer that publishes twice while the frame is read leaves it torn. The next one is whole, or
+  // the writer always is as quick as that: then there is no time for more than a copy.
+  for (int attempt = 0; attempt < 4; ++attempt) {
     if (!feedOpen(&painter->feed, camera)) break;
     // Also of a writer that is too quick for this reader: it is there.
     painter->lastSign = painter->feed.lastSign;
-    const bool whole = paintFeed(painter, format, out);
+    const bool inTime = attempt == 0 || feedCopy(&painter->feed);
+    const bool whole = inTime && paintFeed(painter, format, out);
     feedClose(&painter->feed);
     if (whole) {
       painter->published = painter->feed.published;

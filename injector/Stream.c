@@ -33,7 +33,8 @@ static void arm(const Device* device, int descriptor) {
   }
 }
 
-static void startClock(Device* device) {
+static void start(Device* device) {
+  buffersReserveCopy(device);
   device->streaming = true;
   ++device->generation;
   device->sequence = 0;
@@ -239,7 +240,7 @@ int streamOn(Handle* handle, int descriptor, uint32_t type) {
   } else if (device->bufferCount == 0) {
     error = EINVAL;
   } else if (!device->streaming) {
-    startClock(device);
+    start(device);
     arm(device, descriptor);
   }
   pthread_mutex_unlock(&device->lock);
@@ -380,7 +381,7 @@ static int startReading(Device* device, Handle* handle, size_t size) {
   device->owner = handle;
   device->reading = true;
   device->readOffset = 0;
-  startClock(device);
+  start(device);
   return 0;
 }
 
