@@ -85,9 +85,10 @@ class CameraTest(EndToEndTest):
             self.assertEqual((self.folder / "status").read_text(), "0\n")
             self.assertEqual((self.folder / "words").read_text(),
                              f"-avd {NAME} -camera-back webcam0 -camera-front emulated\n")
-            self.assertIn(str(self.folder / "usr"),
-                          next(line for line in open(f"/proc/{pid}/maps", encoding="utf-8")
-                               if "LenslarkEmuInject.so" in line))
+            libraries = [line for line in pathlib.Path(f"/proc/{pid}/maps").read_text().splitlines()
+                         if line.endswith("LenslarkEmuInject.so")]
+            # Whoever runs the tests may have preloaded another one.
+            self.assertIn(str(self.folder / "usr"), "".join(libraries))
             self.succeed("source", "set", "image", self.solid(GREEN), "--device", DEVICE)
             self.await_colour(self.folder / "frames", GREEN)
             self.await_colour(self.watch("--device", DEVICE), GREEN)

@@ -245,6 +245,7 @@ class StartedEmulatorTest(EmulatorTest):
 
     def test_it_has_the_injector_and_the_environment(self):
         self.lenslark.environment["LENSLARK_TEST_MARK"] = "kept"
+        self.lenslark.environment.pop("LD_PRELOAD", None)  # Of whoever runs the tests.
         pid = self.launch("Pixel_8")
         variables = pathlib.Path(f"/proc/{pid}/environ").read_bytes().split(b"\0")
         self.assertIn(f"DYLD_INSERT_LIBRARIES={self.injector}".encode(), variables)
@@ -263,7 +264,8 @@ class StartedEmulatorTest(EmulatorTest):
         pid = self.launch("Pixel_8")
         variables = pathlib.Path(f"/proc/{pid}/environ").read_bytes().split(b"\0")
         self.assertIn(f"LD_PRELOAD={library}:libc.so.6".encode(), variables)
-        self.assertIn(str(library), pathlib.Path(f"/proc/{pid}/maps").read_text())
+        # It is there before its libraries are.
+        eventually(lambda: str(library) in pathlib.Path(f"/proc/{pid}/maps").read_text())
 
     def test_without_our_webcam_nothing_is_started(self):
         self.emulator.answers("echo \"Camera 'FaceTime' can be specified by label as 'webcam0'\"")

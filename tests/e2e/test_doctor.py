@@ -194,7 +194,8 @@ class DevicesTest(DoctorTest):
         self.assertLess(min(times), 1.5)
 
     def test_an_emulator_without_injector_is_an_error(self):
-        emulator = standins.RunningEmulator(self.folder, "Plain")
+        # The camera may have been preloaded into the tests themselves.
+        emulator = standins.RunningEmulator(self.folder, "Plain", {"LD_PRELOAD": ""})
         self.addCleanup(emulator.end)
         result = self.doctor("--json")
         check = next(check for check in json.loads(result.stdout)

@@ -304,6 +304,8 @@ class RunningEmulatorTest : public testing::Test {
   void start(const std::string& avd, const Shell::Environment& environment = {}) {
     const std::filesystem::path engine = directory_ / "qemu-system-x86_64";
     std::filesystem::copy_file("/bin/sh", engine);
+    // The camera may have been preloaded into the tests themselves.
+    const ScopedVariable preload("LD_PRELOAD", std::nullopt);
     // It stops itself: it is there and does nothing.
     pid_ = Shell::launchDetached(
         engine.string(), {"-c", "kill -STOP $$", "engine", "-netdelay", "none", "-avd", avd},
