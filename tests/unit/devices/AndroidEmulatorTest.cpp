@@ -25,7 +25,6 @@ using AndroidEmulator::Webcam;
 using AndroidEmulator::WebcamLabels;
 using testing::Contains;
 using testing::ElementsAre;
-using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Pair;
 

@@ -7,8 +7,6 @@
 namespace lenslark {
 namespace {
 
-using FrameLayout::Plan;
-
 // Whole pictures.
 
 struct WholeCase {
