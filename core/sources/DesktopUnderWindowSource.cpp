@@ -40,17 +40,19 @@ void DesktopUnderWindowSource::start(Emit emit) {
   if (!bounds) throw CaptureError::unavailable("the window of " + device_.name + " is gone");
   auto displays = screen_.content().displays;
   const auto target = targetFor(*bounds, displays);
-  if (!target) {
-    throw CaptureError::unavailable("the window of " + device_.name + " is on no display");
-  }
-  auto stream = screen_.captureArea(
-      target->area, excluded_, {target->output, fps_, true}, std::move(emit),
-      [this](const Error& error) { failure_.note("the desktop under " + device_.name, error); });
+  auto stream = target ? film(*target, emit) : nullptr;
 
   const std::lock_guard lock(mutex_);
   displays_ = std::move(displays);
   sourceRect_ = *bounds;
   stream_ = std::move(stream);
+  emit_ = std::move(emit);
+}
+
+std::unique_ptr<ScreenStream> DesktopUnderWindowSource::film(const Target& target,
+                                                             const Emit& emit) {
+  return screen_.captureArea(target.area, excluded_, {target.output, fps_, true}, emit,
+                             [this](const Error& error) { failure_.note(filmed(), error); });
 }
 
 void DesktopUnderWindowSource::stop() {
@@ -58,27 +60,58 @@ void DesktopUnderWindowSource::stop() {
   {
     const std::lock_guard lock(mutex_);
     ended = std::move(stream_);
+    emit_ = nullptr;
   }
 }
 
 bool DesktopUnderWindowSource::track() {
   {
     const std::lock_guard lock(mutex_);
-    if (stream_ == nullptr) return false;
+    if (!emit_) return false;
   }
   const auto bounds = screen_.windowBounds(device_.window->windowID);
   if (!bounds) return false;
   auto displays = displaysNow();
-  const std::lock_guard lock(mutex_);
-  if (stream_ == nullptr) return false;
-  if (!displays) displays = displays_;
-  if (*bounds == sourceRect_ && *displays == displays_) return false;
-  sourceRect_ = *bounds;
-  displays_ = std::move(*displays);
-  if (const auto target = targetFor(*bounds, displays_))
-    stream_->retarget(target->area, target->output);
+  std::optional<Target> target;
+  std::unique_ptr<ScreenStream> ended;
+  {
+    const std::lock_guard lock(mutex_);
+    if (!displays) displays = displays_;
+    if (*bounds == sourceRect_ && *displays == displays_) return false;
+    sourceRect_ = *bounds;
+    displays_ = std::move(*displays);
+    target = targetFor(*bounds, displays_);
+    if (stream_ == nullptr && !target) return false;
+    if (stream_ != nullptr && target) {
+      stream_->retarget(target->area, target->output);
+      return true;
+    }
+    ended = std::move(stream_);
+  }
+  if (target) filmAgain(*target);
   return true;
 }
+
+void DesktopUnderWindowSource::filmAgain(const Target& target) {
+  try {
+    Emit emit;
+    {
+      const std::lock_guard lock(mutex_);
+      emit = emit_;
+    }
+    if (!emit) return;
+    auto stream = film(target, emit);
+    const std::lock_guard lock(mutex_);
+    // Where the source was stopped meanwhile, the new stream ends here.
+    if (emit_) stream_.swap(stream);
+  } catch (const CaptureError& error) {
+    failure_.note(filmed(), error);
+  } catch (const std::exception& error) {
+    failure_.note(filmed(), CaptureError::unavailable(error.what()));
+  }
+}
+
+std::string DesktopUnderWindowSource::filmed() const { return "the desktop under " + device_.name; }
 
 /// Nothing where they cannot be asked for: those known are taken to be there still.
 std::optional<std::vector<DisplayInfo>> DesktopUnderWindowSource::displaysNow() {

@@ -13,7 +13,8 @@
 namespace lenslark {
 
 /// Films the part of the desktop that lies under a device's window, the window itself and its
-/// application left out: what is held behind the window is in front of the camera.
+/// application left out: what is held behind the window is in front of the camera. While the
+/// window lies on no display nothing is filmed, and the picture stays as it was.
 /// **Threads**: as WindowFollowingSource.
 class DesktopUnderWindowSource final : public WindowFollowingSource {
  public:
@@ -35,6 +36,9 @@ class DesktopUnderWindowSource final : public WindowFollowingSource {
   std::optional<Target> targetFor(const Rect& window,
                                   const std::vector<DisplayInfo>& displays) const;
   std::optional<std::vector<DisplayInfo>> displaysNow();
+  std::unique_ptr<ScreenStream> film(const Target& target, const Emit& emit);
+  void filmAgain(const Target& target);
+  std::string filmed() const;
 
   Screen& screen_;
   const ConnectedDevice device_;
@@ -45,6 +49,7 @@ class DesktopUnderWindowSource final : public WindowFollowingSource {
   std::mutex mutex_;  // guards all below
   std::vector<DisplayInfo> displays_;
   Rect sourceRect_;
+  Emit emit_;  ///< Empty before the start and after the end.
   std::unique_ptr<ScreenStream> stream_;
 };
 

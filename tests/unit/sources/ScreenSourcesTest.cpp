@@ -48,6 +48,7 @@ class FakeScreen final : public Screen {
                                             const Request& request, FrameHandler frames,
                                             StopHandler stops) override {
     excluded = applications;
+    if (refuses) throw CaptureError::unavailable("refused");
     return open({"area", 0, area, request.output, request.fps}, frames, stops);
   }
 
@@ -59,6 +60,7 @@ class FakeScreen final : public Screen {
   FrameHandler onFrame;
   StopHandler onStop;
   int running = 0;
+  bool refuses = false;
 
  private:
   std::unique_ptr<ScreenStream> open(Call call, FrameHandler frames, StopHandler stops) {
@@ -226,6 +228,56 @@ TEST_F(DesktopUnderWindowSourceTest, staysWhereAWindowVanished) {
   source.start(ignore);
   screen.bounds.reset();
   EXPECT_FALSE(source.track());
+}
+
+TEST_F(DesktopUnderWindowSourceTest, filmsNothingUnderAWindowOnNoDisplay) {
+  screen.bounds = Rect{5000, 100, 200, 400};
+  DesktopUnderWindowSource source(screen, simulator(), {}, 30);
+  source.start(ignore);
+  EXPECT_TRUE(screen.calls.empty());
+  EXPECT_FALSE(source.track());
+  EXPECT_EQ(source.problem(), std::nullopt);
+}
+
+TEST_F(DesktopUnderWindowSourceTest, filmsAWindowThatComesOntoADisplay) {
+  screen.bounds = Rect{5000, 100, 200, 400};
+  DesktopUnderWindowSource source(screen, simulator(), {}, 30);
+  source.start(ignore);
+  screen.bounds = Rect{100, 100, 200, 400};
+  EXPECT_TRUE(source.track());
+  EXPECT_EQ(screen.calls.at(0).area, (PixelRect{100, 100, 200, 400}));
+  source.stop();
+  EXPECT_EQ(screen.running, 0);
+}
+
+TEST_F(DesktopUnderWindowSourceTest, stopsFilmingWhileTheWindowIsOnNoDisplay) {
+  DesktopUnderWindowSource source(screen, simulator(), {}, 30);
+  source.start(ignore);
+  screen.bounds = Rect{5000, 100, 200, 400};
+  EXPECT_TRUE(source.track());
+  EXPECT_EQ(screen.running, 0);
+  screen.bounds = Rect{100, 100, 200, 400};
+  EXPECT_TRUE(source.track());
+  EXPECT_EQ(screen.running, 1);
+}
+
+TEST_F(DesktopUnderWindowSourceTest, tellsWhyItDoesNotFilmAgain) {
+  screen.bounds = Rect{5000, 100, 200, 400};
+  DesktopUnderWindowSource source(screen, simulator(), {}, 30);
+  source.start(ignore);
+  screen.bounds = Rect{100, 100, 200, 400};
+  screen.refuses = true;
+  source.track();
+  EXPECT_EQ(source.problem(), "The screen cannot be captured: refused");
+}
+
+TEST_F(DesktopUnderWindowSourceTest, followsNothingAfterItWasStopped) {
+  DesktopUnderWindowSource source(screen, simulator(), {}, 30);
+  source.start(ignore);
+  source.stop();
+  screen.bounds = Rect{150, 120, 200, 400};
+  EXPECT_FALSE(source.track());
+  EXPECT_EQ(screen.running, 0);
 }
 
 TEST_F(DesktopUnderWindowSourceTest, followsNothingBeforeItStarted) {
