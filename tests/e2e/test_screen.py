@@ -263,6 +263,7 @@ class NoServerTest(EndToEndTest):
                 with self.lenslark.serve("--display", 0) as serving:
                     eventually(lambda: f"the X display has pixels of {depth} bits"
                                in serving.errors())
+                    self.assertIn("give the X server a colour depth of 24", serving.errors())
             finally:
                 server.end()
 

@@ -213,6 +213,24 @@ TEST_F(ScreenCaptureTest, filmsACoveredWindowsOwnPixels) {
   EXPECT_TRUE(film.shows(100, 50, red));
 }
 
+TEST_F(ScreenCaptureTest, keepsTheLastPictureOfAWindowWhileItIsNotMapped) {
+  const auto window = painter.window({100, 100, 200, 100}, red);
+  Film film;
+  const auto stream =
+      startX11Stream([&](const X11Connection& x) { return makeWindowScene(x, window); },
+                     {{200, 100}, 30, true}, film.onFrame(), film.onStop());
+  ASSERT_TRUE(film.shows(50, 50, red));
+  painter.unmap(window);
+  painter.resize(window, 400, 200);
+  painter.movePointer(150, 150);
+  std::this_thread::sleep_for(std::chrono::milliseconds(200));
+  EXPECT_TRUE(film.shows(50, 90, red));
+  painter.map(window);
+  painter.fill(window, {0, 0, 400, 200}, green);
+  EXPECT_TRUE(film.shows(10, 90, green));
+  EXPECT_EQ(film.stopped(), "");
+}
+
 TEST_F(ScreenCaptureTest, fitsPicturesOnBlack) {
   painter.window({0, 0, 100, 100}, green);
   Film film;

@@ -9,33 +9,15 @@
 #include <xcb/shm.h>
 #include <xcb/xfixes.h>
 
-#include <bit>
-
 #include "platform/Screen.h"
+#include "platform/linux/X11PixelFormat.h"
 
 namespace lenslark {
 
 X11Connection::X11Connection() {
-  requirePixelFormat();
+  const auto problem = X11PixelFormat::of(*xcb_get_setup(get()), screen()).problem();
+  if (problem) throw CaptureError::unavailable(*problem);
   requireExtensions();
-}
-
-void X11Connection::requirePixelFormat() const {
-  const xcb_setup_t* setup = xcb_get_setup(get());
-  const bool ours = (setup->image_byte_order == XCB_IMAGE_ORDER_LSB_FIRST) ==
-                    (std::endian::native == std::endian::little);
-  int bits = 0;
-  for (auto formats = xcb_setup_pixmap_formats_iterator(setup); formats.rem > 0;
-       xcb_format_next(&formats)) {
-    if (formats.data->depth == screen().root_depth) bits = formats.data->bits_per_pixel;
-  }
-  const bool deepEnough = screen().root_depth == 24 || screen().root_depth == 32;
-  if (!ours || !deepEnough || bits != 32) {
-    throw CaptureError::unavailable(
-        fmt::format("the X display has pixels of {} bits, and only 24 bits in this machine's byte "
-                    "order can be filmed",
-                    screen().root_depth));
-  }
 }
 
 void X11Connection::requireExtensions() {

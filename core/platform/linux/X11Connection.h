@@ -37,7 +37,6 @@ class X11Connection : public XcbConnection {
 
  private:
   void requireExtensions();
-  void requirePixelFormat() const;
 
   std::uint8_t damageEvents_ = 0;
   std::uint8_t xfixesEvents_ = 0;

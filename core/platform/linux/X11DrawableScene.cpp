@@ -147,6 +147,9 @@ class WindowScene final : public DrawableScene {
       : DrawableScene(x, window, {0, 0, size.width, size.height}) {
     const std::uint32_t mask = XCB_EVENT_MASK_STRUCTURE_NOTIFY;
     xcb_change_window_attributes(x.get(), window, XCB_CW_EVENT_MASK, &mask);
+    const auto attributes =
+        x.ask(xcb_get_window_attributes, xcb_get_window_attributes_reply, window);
+    mapped_ = attributes && attributes->map_state != XCB_MAP_STATE_UNMAPPED;
     keepPixels();
     followPosition();
   }
@@ -164,7 +167,7 @@ class WindowScene final : public DrawableScene {
     return gone(drawable_);
   }
 
-  bool ready() const override { return !readyFrom_; }
+  bool ready() const override { return mapped_ && !readyFrom_; }
   std::optional<Time> nextWork() const override { return readyFrom_; }
   void work(Time now) override {
     if (readyFrom_ && now >= *readyFrom_) readyFrom_.reset();
@@ -186,8 +189,12 @@ class WindowScene final : public DrawableScene {
         followPosition();
         break;
       case XCB_MAP_NOTIFY:
+        mapped_ = true;
         waitForPainting();
         dirty_ = true;
+        break;
+      case XCB_UNMAP_NOTIFY:
+        mapped_ = false;
         break;
       case XCB_DESTROY_NOTIFY:
         closed_ = true;
@@ -238,6 +245,7 @@ class WindowScene final : public DrawableScene {
   xcb_window_t top_ = XCB_NONE;
   PixelRect position_;
   std::optional<Time> readyFrom_;
+  bool mapped_ = false;  ///< The server keeps pixels of no others: the last picture stands.
   bool closed_ = false;
 };
 
