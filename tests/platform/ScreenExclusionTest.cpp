@@ -218,6 +218,77 @@ TEST_F(ScreenExclusionTest, aFrameThatAnExcludedWindowHasLeftShowsNothingOfIt) {
   EXPECT_EQ(film.forbiddenFrames(), 0);
 }
 
+/// An application's window in a window manager's frame, and in it a place for others' windows.
+struct Host {
+  xcb_window_t frame;
+  xcb_window_t place;
+};
+
+Host makeHost(XPainter& manager, XPainter& application) {
+  const auto frame = manager.window({60, 60, 260, 220}, blue);
+  const auto main = application.windowWith({5, 20, 250, 195}, blue, {.parent = frame});
+  const auto panel = application.windowWith({0, 0, 250, 195}, blue, {.parent = main});
+  return {frame, application.windowWith({0, 0, 250, 195}, blue, {.parent = panel})};
+}
+
+TEST_F(ScreenExclusionTest, anApplicationThatHoldsAnExcludedWindowDeepInsideIsOut) {
+  XPainter manager;
+  XPainter application;
+  const Host host = makeHost(manager, application);
+  painter.windowWith({0, 0, 200, 150}, green, {.parent = host.place});
+  XPainter emulator;
+  const auto device = emulator.windowWith({20, 20, 100, 80}, red, {.parent = host.place});
+  Film film(red);
+  const auto stream = filmWithout(device, film);
+  settle(film);
+  EXPECT_TRUE(film.shows(70, 70, 0));
+  EXPECT_EQ(film.forbiddenFrames(), 0);
+}
+
+TEST_F(ScreenExclusionTest, anApplicationThatAnExcludedWindowIsPutDeepIntoIsOut) {
+  XPainter manager;
+  XPainter application;
+  const Host host = makeHost(manager, application);
+  XPainter emulator;
+  const auto device = emulator.window({400, 100, 100, 80}, red);
+  Film film(red);
+  const auto stream = filmWithout(device, film);
+  ASSERT_TRUE(film.shows(70, 70, blue));
+  emulator.reparent(device, host.place, 20, 20);
+  EXPECT_TRUE(film.shows(70, 70, 0));
+  EXPECT_EQ(film.forbiddenFrames(), 0);
+}
+
+TEST_F(ScreenExclusionTest, anApplicationThatHeldAnExcludedWindowIsShownWhenThatHasGone) {
+  XPainter manager;
+  XPainter application;
+  const Host host = makeHost(manager, application);
+  XPainter emulator;
+  const auto device = emulator.windowWith({20, 20, 100, 80}, red, {.parent = host.place});
+  Film film(red);
+  const auto stream = filmWithout(device, film);
+  ASSERT_TRUE(film.shows(70, 70, 0));
+  emulator.destroy(device);
+  EXPECT_TRUE(film.shows(70, 70, blue));
+  EXPECT_EQ(film.forbiddenFrames(), 0);
+}
+
+TEST_F(ScreenExclusionTest, aPlaceThatIsMadeLaterInsideAnApplicationIsWatched) {
+  XPainter manager;
+  XPainter application;
+  const Host host = makeHost(manager, application);
+  XPainter emulator;
+  const auto device = emulator.window({400, 100, 100, 80}, red);
+  Film film(red);
+  const auto stream = filmWithout(device, film);
+  ASSERT_TRUE(film.shows(70, 70, blue));
+  const auto place = application.windowWith({10, 10, 200, 150}, green, {.parent = host.place});
+  ASSERT_TRUE(film.shows(150, 150, green));
+  emulator.reparent(device, place, 20, 20);
+  EXPECT_TRUE(film.shows(70, 70, 0));
+  EXPECT_EQ(film.forbiddenFrames(), 0);
+}
+
 TEST_F(ScreenExclusionTest, anExcludedWindowsBorderIsOut) {
   const auto device = painter.windowWith(deviceFrame, red, {.border = 10, .borderColour = red});
   Film film(red);

@@ -11,10 +11,8 @@
 namespace lenslark {
 namespace {
 
-/// Window managers nest their frames two or three deep.
-constexpr int deepestFrame = 3;
-/// Frames have a dozen windows for their decoration; what has many more is an application's own.
-constexpr std::size_t mostWindows = 256;
+/// Toolkits of today make a handful of windows, those of old some hundreds.
+constexpr std::size_t mostWindows = 4096;
 /// The bits of a window's number that the server hands out; those above are its own.
 constexpr std::uint32_t handedOut = 0x1FFFFFFF;
 
@@ -44,31 +42,29 @@ bool X11WindowOwner::isServersOwn(xcb_window_t window) const noexcept {
   return clientOf(window) == 0;
 }
 
-X11WindowOwner::Family X11WindowOwner::familyOf(xcb_window_t topLevel) const {
-  Family family{{topLevel}, {}};
-  std::vector<xcb_window_t> level{topLevel};
-  std::size_t seen = 0;
-  for (int depth = 0; depth < deepestFrame && !level.empty(); ++depth) {
+X11WindowOwner::Family X11WindowOwner::familyOf(xcb_window_t window) const {
+  Family family{{window}, {window}};
+  // Level by level, each in one trip to the server.
+  for (std::size_t begin = 0; begin < family.all.size();) {
+    const std::size_t end = family.all.size();
     std::vector<xcb_query_tree_cookie_t> trees;
-    for (const xcb_window_t window : level) {
-      if (depth < 2) {
-        const std::uint32_t mask = XCB_EVENT_MASK_SUBSTRUCTURE_NOTIFY;
-        xcb_change_window_attributes(x_.get(), window, XCB_CW_EVENT_MASK, &mask);
-        family.parents.push_back(window);
-      }
-      trees.push_back(xcb_query_tree(x_.get(), window));
+    for (std::size_t index = begin; index < end; ++index) {
+      const std::uint32_t mask = XCB_EVENT_MASK_SUBSTRUCTURE_NOTIFY;
+      xcb_change_window_attributes(x_.get(), family.all[index], XCB_CW_EVENT_MASK, &mask);
+      trees.push_back(xcb_query_tree(x_.get(), family.all[index]));
     }
-    level.clear();
-    for (const auto tree : trees) {
-      const auto answer = x_.reply(xcb_query_tree_reply, tree);
+    for (std::size_t index = begin; index < end; ++index) {
+      const auto answer = x_.reply(xcb_query_tree_reply, trees[index - begin]);
       if (!answer) continue;
       const xcb_window_t* children = xcb_query_tree_children(answer.get());
-      for (int index = 0; index < xcb_query_tree_children_length(answer.get()); ++index) {
-        if (++seen > mostWindows) continue;
-        const bool sameOwner = clientOf(children[index]) == clientOf(topLevel);
-        (sameOwner ? level : family.members).push_back(children[index]);
+      for (int child = 0; child < xcb_query_tree_children_length(answer.get()); ++child) {
+        if (family.all.size() >= mostWindows) continue;
+        const bool another = !sameOwner(children[child], family.all[index]);
+        if (another) family.members.push_back(children[child]);
+        family.all.push_back(children[child]);
       }
     }
+    begin = end;
   }
   return family;
 }

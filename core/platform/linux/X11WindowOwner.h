@@ -15,20 +15,25 @@ class X11WindowOwner {
  public:
   explicit X11WindowOwner(const X11Connection& x);
 
-  /// A child of the root with what it frames.
+  /// A window with all that lies in it: a window manager puts applications' windows into frames
+  /// of its own, and applications put others' windows into theirs.
   struct Family {
-    /// The window itself, and of each other application whose windows lie inside, the outermost
-    /// ones: a window manager puts applications' windows into frames of its own.
+    /// The window itself, and the outermost ones of each other application inside.
     std::vector<xcb_window_t> members;
-    /// Where windows may be put into the frame: the window and those directly below it.
-    std::vector<xcb_window_t> parents;
+    /// All of them: where windows may be put into it.
+    std::vector<xcb_window_t> all;
   };
 
-  /// Its parents tell from before they were looked at when something is put into them.
-  Family familyOf(xcb_window_t topLevel) const;
+  /// They tell from before they were looked at when something is put into them.
+  Family familyOf(xcb_window_t window) const;
 
   /// What the owners of these windows are called: base names of executables, and window classes.
   std::vector<std::string> namesOf(const std::vector<xcb_window_t>& windows) const;
+
+  /// Whether one application made both.
+  bool sameOwner(xcb_window_t one, xcb_window_t other) const noexcept {
+    return clientOf(one) == clientOf(other);
+  }
 
   /// Whether the server made the window for itself: a compositor's overlay is one.
   bool isServersOwn(xcb_window_t window) const noexcept;

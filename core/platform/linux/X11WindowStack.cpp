@@ -20,6 +20,8 @@ constexpr auto paintingTime = 200ms;
 /// The same for a window that is being resized or has just appeared: it paints anyway, and is asked
 /// only for what it painted before this was looked for.
 constexpr auto repaintingTime = 60ms;
+/// A window manager takes the frame of a window that has gone away within this time.
+constexpr auto vanishingTime = 500ms;
 /// The screen follows a window that has moved or gone within this time.
 constexpr auto afterimageTime = 1s;
 
@@ -121,12 +123,12 @@ void X11WindowStack::decide(X11TopLevel& window) const {
   window.excluded = true;
   if (!window.drawable || owner_.isServersOwn(window.id)) return;
   X11WindowOwner::Family family = owner_.familyOf(window.id);
-  window.parents = std::move(family.parents);
+  window.family = std::move(family.all);
   if (!window.mapped) return;
   const auto listed = [this](xcb_window_t member) {
     return std::ranges::find(excluded_.windows, member) != excluded_.windows.end();
   };
-  if (std::ranges::any_of(family.members, listed)) return;
+  if (std::ranges::any_of(window.family, listed)) return;
   if (excluded_.namePrefixes.empty()) {
     window.excluded = false;
     return;
@@ -257,9 +259,9 @@ X11TopLevel* X11WindowStack::find(xcb_window_t id) {
   return found == windows_.end() ? nullptr : &*found;
 }
 
-X11TopLevel* X11WindowStack::findParent(xcb_window_t id) {
+X11TopLevel* X11WindowStack::findHolder(xcb_window_t id) {
   const auto found = std::ranges::find_if(windows_, [id](const X11TopLevel& window) {
-    return std::ranges::find(window.parents, id) != window.parents.end();
+    return std::ranges::find(window.family, id) != window.family.end();
   });
   return found == windows_.end() ? nullptr : &*found;
 }
@@ -350,33 +352,46 @@ void X11WindowStack::damaged(const xcb_damage_notify_event_t& event, std::uint32
 
 void X11WindowStack::created(const xcb_create_notify_event_t& event) {
   if (event.parent == x_.root()) return add(event.window);
-  // Another frame inside a frame: what is put into it must not be missed, nor what already was.
-  X11TopLevel* const frame = findParent(event.parent);
-  if (frame == nullptr || !frame->mapped || frame->excluded) return;
-  decide(*frame);
-  if (!frame->excluded) return;
-  upheaval_ = true;
-  unwatch(*frame);
-  changed(*frame);
+  X11TopLevel* const holder = findHolder(event.parent);
+  if (holder == nullptr || !holder->mapped || holder->excluded) return;
+  // What is put into the new window must not be missed, nor what already was.
+  const X11WindowOwner::Family inner = owner_.familyOf(event.window);
+  if (inner.members.size() > 1 || !owner_.sameOwner(event.window, event.parent)) {
+    return decideAnew(*holder);
+  }
+  holder->family.insert(holder->family.end(), inner.all.begin(), inner.all.end());
+}
+
+void X11WindowStack::destroyed(const xcb_destroy_notify_event_t& event) {
+  if (event.event == x_.root()) return remove(event.window);
+  X11TopLevel* const holder = findHolder(event.event);
+  if (holder == nullptr) return;
+  std::erase(holder->family, event.window);
+  if (holder->mapped && holder->excluded) holder->settles = Clock::now() + vanishingTime;
 }
 
 void X11WindowStack::reparented(const xcb_reparent_notify_event_t& event) {
-  if (event.parent == x_.root()) return add(event.window);
-  if (event.event == x_.root()) return remove(event.window);
-  X11TopLevel* const frame = findParent(event.event);
-  if (frame == nullptr || !frame->mapped) return;
-  const bool wasExcluded = frame->excluded;
-  rememberSecret(*frame);
-  decide(*frame);
-  upheaval_ = true;
-  if (frame->excluded) {
-    unwatch(*frame);
-  } else if (wasExcluded) {
-    // It still shows what it held.
-    watch(*frame);
-    makeUnknown(*frame, frame->shape, frame->shape, Clock::now() + repaintingTime);
+  if (event.event == x_.root()) {
+    return event.parent == x_.root() ? add(event.window) : remove(event.window);
   }
-  changed(*frame);
+  if (X11TopLevel* const holder = findHolder(event.event)) decideAnew(*holder);
+}
+
+/// What lies in the window has changed.
+void X11WindowStack::decideAnew(X11TopLevel& window) {
+  const bool wasExcluded = window.excluded;
+  rememberSecret(window);
+  decide(window);
+  if (!window.mapped || (!wasExcluded && !window.excluded)) return;
+  upheaval_ = true;
+  if (window.excluded) {
+    unwatch(window);
+  } else {
+    // It still shows what it held.
+    watch(window);
+    makeUnknown(window, window.shape, window.shape, Clock::now() + repaintingTime);
+  }
+  changed(window);
 }
 
 void X11WindowStack::reshaped(xcb_window_t id) {
@@ -400,7 +415,7 @@ void X11WindowStack::handle(const xcb_generic_event_t& event) {
       created(as<xcb_create_notify_event_t>(event));
       break;
     case XCB_DESTROY_NOTIFY:
-      remove(as<xcb_destroy_notify_event_t>(event).window);
+      destroyed(as<xcb_destroy_notify_event_t>(event));
       break;
     case XCB_MAP_NOTIFY:
       if (X11TopLevel* window = find(as<xcb_map_notify_event_t>(event).window)) appear(*window);
@@ -430,6 +445,10 @@ void X11WindowStack::settle(Time now) {
   for (X11TopLevel& window : windows_) {
     if (!window.settles || now < *window.settles) continue;
     window.settles.reset();
+    if (window.excluded) {
+      decideAnew(window);
+      continue;
+    }
     const Region known = std::exchange(window.unknown, window.secret).subtract(window.secret);
     if (window.mapped) dirty_.add(Region(known).move(window.frame.x, window.frame.y));
     if (window.secret.empty()) continue;

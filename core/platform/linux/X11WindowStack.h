@@ -26,9 +26,9 @@ struct X11TopLevel {
   xcb_visualid_t visual = 0;
   bool drawable = false;  ///< Has pixels at all: no input-only window.
   bool mapped = false;
-  bool excluded = true;               ///< Until it is known whose it is.
-  Region shape;                       ///< With the border.
-  std::vector<xcb_window_t> parents;  ///< Where other applications' windows may be put into it.
+  bool excluded = true;              ///< Until it is known whose it is.
+  Region shape;                      ///< With the border.
+  std::vector<xcb_window_t> family;  ///< It and all in it: others' windows may be put into any.
 
   xcb_damage_damage_t damage = 0;
   /// The request from which on it tells of painting. What it tells before may be that the server
@@ -43,6 +43,7 @@ struct X11TopLevel {
   /// The part of those that may show an excluded window. No time makes them known; when it is
   /// over, the application is asked to paint there.
   Region secret;
+  /// When that time is over; of an excluded window, when it is looked at again.
   std::optional<std::chrono::steady_clock::time_point> settles;
 };
 
@@ -62,7 +63,8 @@ class X11WindowStack {
   /// Takes an event in. What it changes on the screen is told by `takeChanges`.
   void handle(const xcb_generic_event_t& event);
 
-  /// Lets unknown pixels count as known where the time for painting them is over.
+  /// Lets unknown pixels count as known where the time for painting them is over, and shows windows
+  /// again that an excluded one has gone from.
   void settle(Time now);
   /// When `settle` has something to do.
   std::optional<Time> nextSettling() const;
@@ -99,7 +101,7 @@ class X11WindowStack {
   void changed(const X11TopLevel& window);
 
   X11TopLevel* find(xcb_window_t id);
-  X11TopLevel* findParent(xcb_window_t id);
+  X11TopLevel* findHolder(xcb_window_t id);
   void placeAbove(xcb_window_t id, xcb_window_t sibling);
   void add(xcb_window_t id);
   void remove(xcb_window_t id);
@@ -108,7 +110,9 @@ class X11WindowStack {
   void configure(const xcb_configure_notify_event_t& event);
   void damaged(const xcb_damage_notify_event_t& event, std::uint32_t sequence);
   void created(const xcb_create_notify_event_t& event);
+  void destroyed(const xcb_destroy_notify_event_t& event);
   void reparented(const xcb_reparent_notify_event_t& event);
+  void decideAnew(X11TopLevel& window);
   void reshaped(xcb_window_t id);
 
   const X11Connection& x_;
