@@ -1,6 +1,7 @@
 """Pictures and films that name other files and addresses, made here byte by byte."""
 
 import gzip
+import shutil
 import struct
 import subprocess
 
@@ -31,6 +32,12 @@ def svg(bait):
   <text x="0" y="20">&secret;</text>
 </svg>
 """.encode()
+
+
+def plain_svg(bait):
+    """The same without a document type, which alone may have a drawing refused."""
+    head, _, rest = svg(bait).partition(b"<!DOCTYPE")
+    return head + rest.partition(b"]>\n")[2].replace(b"&secret;", b"")
 
 
 def pdf(bait):
@@ -153,27 +160,79 @@ def tiff(bait):
     return (b"II*\0" + struct.pack("<I", 8) + directory).ljust(299, b"\0") + b"\x80" + name
 
 
-def heif(path, bait):
-    """A picture whose data is said to lie in another file."""
+def plain_heif(path, *coding):
+    """A picture of 64x64 as phones write it, HEIC; with "-A" it is AVIF. None where it cannot be
+    made."""
     picture = path.with_suffix(".png")
     framefile.write_png(picture, 64, 64, b"\x80" * (64 * 64 * 3))
-    if subprocess.run(["heif-enc", "-A", str(picture), "-o", str(path)], stdout=subprocess.DEVNULL,
-                      stderr=subprocess.DEVNULL, check=False).returncode != 0:
+    if shutil.which("heif-enc") is None or subprocess.run(
+            ["heif-enc", *coding, str(picture), "-o", str(path)], stdout=subprocess.DEVNULL,
+            stderr=subprocess.DEVNULL, check=False).returncode != 0:
+        return None
+    return path.read_bytes()
+
+
+def lying_elsewhere(places, moved):
+    """The places of a HEIF picture's data: in the file that the first reference names. Those in
+    this file are `moved` by some bytes, for readers that look for them here."""
+    version, sizes = places[0], [places[4] >> 4, places[4] & 15, places[5] >> 4,
+                                 places[5] & 15 if places[0] else 0]
+    offset_size, length_size, base_size, index_size = sizes
+    number_size = 2 if version < 2 else 4
+    result, at = bytearray(places), 6 + number_size
+    for _ in range(int.from_bytes(places[6:at], "big")):
+        at += number_size + (2 if version else 0)
+        result[at:at + 2] = b"\0\1"
+        base = at + 2
+        extents = base + base_size
+        first = extents + 2 + index_size
+        place, size = (base, base_size) if base_size else (first, offset_size)
+        value = int.from_bytes(places[place:place + size], "big") + moved
+        result[place:place + size] = value.to_bytes(size, "big")
+        count = int.from_bytes(places[extents:extents + 2], "big")
+        at = extents + 2 + count * (index_size + offset_size + length_size)
+    return bytes(result)
+
+
+def heif(path, bait, *coding):
+    """A picture whose data is said to lie in another file."""
+    data = plain_heif(path, *coding)
+    if data is None:
         return None
     entry = box(b"url ", b"\0\0\0\0" + f"file://{bait}/secret.heic\0".encode())
     outside = box(b"dinf", box(b"dref", b"\0\0\0\0\0\0\0\1" + entry))
-    return rebuilt(path.read_bytes(),
-                   lambda kind, content: content + outside if kind == b"meta" else content, ())
+
+    def places(kind, content):
+        return lying_elsewhere(content, len(outside)) if kind == b"iloc" else content
+
+    def description(kind, content):
+        return content[:4] + rebuilt(content[4:], places, ()) + outside if kind == b"meta" \
+            else content
+    return rebuilt(data, description, ())
+
+
+def huge_heif(path, side):
+    """A small picture that says it is a large one."""
+    def size(kind, content):
+        return b"\0\0\0\0" + struct.pack(">II", side, side) if kind == b"ispe" else content
+
+    def description(kind, content):
+        return content[:4] + rebuilt(content[4:], size, (b"iprp", b"ipco")) if kind == b"meta" \
+            else content
+    data = plain_heif(path)
+    return None if data is None else rebuilt(data, description, ())
 
 
 def write_all(folder, bait):
     """Every file that is made here, by name."""
-    files = {"drawing.svg": svg(bait), "packed.svgz": gzip.compress(svg(bait)),
+    files = {"drawing.svg": svg(bait), "plain.svg": plain_svg(bait),
+             "packed.svgz": gzip.compress(svg(bait)),
              "paper.pdf": pdf(bait), "paths.tif": tiff(bait),
              "address.mov": mov(folder / "address.mov", bait, b"url "),
              "alias.mov": mov(folder / "alias.mov", bait, b"alis"),
              "chapters.mkv": mkv(folder / "chapters.mkv", bait),
-             "outside.avif": heif(folder / "outside.avif", bait),
+             "outside.avif": heif(folder / "outside.avif", bait, "-A"),
+             "outside.heic": heif(folder / "outside.heic", bait),
              **{name: text.encode() for name, text in playlists(bait).items()}}
     for name, data in files.items():
         if data is not None:

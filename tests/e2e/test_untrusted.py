@@ -3,9 +3,8 @@
 The program runs under strace: what a file names is never opened, and nothing goes to a network.
 """
 
-import gzip
 import os
-import resource
+import pathlib
 import shutil
 import signal
 import struct
@@ -15,7 +14,7 @@ import zlib
 
 import baits
 import framefile
-from lenslark import EndToEndTest, eventually
+from lenslark import EndToEndTest, Lenslark, eventually
 
 STRACE = ("strace", "-f", "-qq", "-s", "4096", "-e", "trace=%file,%network", "-o")
 
@@ -136,6 +135,99 @@ class BaitTest(TracedTest):
                 self.assertTrue(self.taken(lines), f"ffprobe did not follow {name}")
 
 
+class SealedTest(EndToEndTest):
+    """A picture or a film is shown by a program that can reach no network and sees nothing but
+    itself, the system's programs and libraries, and the one file: whatever the file says, there is
+    nothing else to be had from it."""
+
+    def setUp(self):
+        super().setUp()
+        self.bait = self.folder / "bait"
+        self.room = self.folder / "room"  # all that the sealed program can write to
+        self.room.mkdir()
+        # Inside namespaces that are not root's own, new ones cannot always have a /proc.
+        self.processes = next(filter(self.works, (("--unshare-pid", "--proc", "/proc"),
+                                                  ("--ro-bind", "/proc", "/proc"))), None)
+        if self.processes is None:
+            self.skipTest("bubblewrap is not installed, or may not make namespaces here")
+
+    def works(self, processes):
+        self.processes = processes
+        return shutil.which("bwrap") is not None and self.look("true").returncode == 0
+
+    def seal(self, *files):
+        build = pathlib.Path(self.lenslark.program).parent
+        seen = [self.lenslark.program, *build.glob("lenslark-*.so"), *files]
+        arguments = [word for path in seen for word in ("--ro-bind", str(path), str(path))]
+        for top in ("bin", "lib", "lib32", "lib64", "libx32"):
+            arguments += (("--symlink", os.readlink(f"/{top}"), f"/{top}")
+                          if os.path.islink(f"/{top}")
+                          else ("--ro-bind-try", f"/{top}", f"/{top}"))
+        return ("bwrap", "--unshare-net", "--unshare-ipc", "--die-with-parent", *self.processes,
+                "--ro-bind", "/usr", "/usr", "--dev", "/dev",
+                "--ro-bind-try", "/etc/alternatives", "/etc/alternatives", *arguments,
+                "--bind", str(self.room), str(self.room), "--")
+
+    def look(self, *command, files=()):
+        return subprocess.run([*self.seal(*files), *command], stdout=subprocess.PIPE,
+                              stderr=subprocess.DEVNULL, check=False, timeout=60)
+
+    def shown(self, path, prefix=()):
+        """The picture that is shown, or why there is none."""
+        folder = self.room / f"{len(prefix)} {path.name}"
+        folder.mkdir()
+        lenslark = Lenslark(self.lenslark.program, folder)
+        kind = "video" if path.suffix == ".mp4" else "image"
+        with lenslark.serve(f"--{kind}", path, wait=False, prefix=prefix, ends=False) as serving:
+            frame = eventually(lambda: lenslark.frame() or not serving.running(), deadline=60)
+            if frame is True:
+                return serving.errors()
+        return frame.width, frame.height, frame.pixels
+
+    def assert_shown_alike(self, *paths, perhaps_refused=()):
+        for path in paths:
+            with self.subTest(path.name):
+                shown = self.shown(path)
+                self.assertEqual(self.shown(path, self.seal(path)), shown)
+                if path.name not in perhaps_refused:
+                    self.assertNotIsInstance(shown, str)
+
+    def test_it_is_sealed(self):
+        baits.lay_out(self.bait)
+        picture = self.picture()
+        self.assertEqual(self.look("ls", self.bait).stdout, b"")
+        self.assertEqual(self.look("ls", self.folder, files=[picture]).stdout.split(),
+                         [picture.name.encode(), b"room"])
+        interfaces = self.look("cat", "/proc/net/dev").stdout.decode().splitlines()[2:]
+        self.assertEqual([line.split(":")[0].strip() for line in interfaces], ["lo"])
+
+    def test_honest_files_are_shown_as_ever(self):
+        picture = self.picture()
+        paths = [picture]
+        for extension in ("jpg", "webp", "tif", "gif"):
+            path = self.folder / f"picture.{extension}"
+            if subprocess.run(["vips", "copy", picture, path], check=False,
+                              stderr=subprocess.DEVNULL).returncode == 0:
+                paths.append(path)
+        self.assertIn("jpg", {path.suffix[1:] for path in paths})
+        baits.film(self.folder / "film.mp4", "-frames:v", "1", "-c:v", "libx264")
+        self.assert_shown_alike(*paths, self.folder / "film.mp4")
+
+    def test_pictures_that_name_other_files_are_shown_as_if_those_were_there(self):
+        baits.lay_out(self.bait)
+        names = [name for name in baits.write_all(self.folder, self.bait)
+                 if name.endswith((".svg", ".pdf", ".tif", ".avif", ".heic"))]
+        self.assertGreaterEqual(len(names), 4)
+        self.assert_shown_alike(*(self.folder / name for name in names),
+                                perhaps_refused=["drawing.svg"])
+
+    def test_a_phones_picture_is_shown_as_ever(self):
+        path = self.folder / "phone.heic"
+        if baits.plain_heif(path) is None:
+            self.skipTest("heif-enc is not installed, or cannot write HEIC")
+        self.assert_shown_alike(path)
+
+
 class BombTest(EndToEndTest):
     """Small files that ask for much are refused before they get it."""
 
@@ -170,6 +262,20 @@ class BombTest(EndToEndTest):
         self.refused("bomb.png", b"\x89PNG\r\n\x1a\n"
                      + framefile.chunk(b"IHDR", struct.pack(">IIBBBBB", side, side, 8, 0, 0, 0, 0))
                      + framefile.chunk(b"IDAT", data) + framefile.chunk(b"IEND", b""))
+
+    def test_a_phones_picture_of_hundreds_of_millions_of_pixels(self):
+        for side in (16000, 65000):
+            data = baits.huge_heif(self.folder / "made.heic", side)
+            if data is None:
+                self.skipTest("heif-enc is not installed, or cannot write HEIC")
+            self.refused("bomb.heic", data)
+
+    def test_a_phones_picture_that_is_cut_short(self):
+        data = baits.plain_heif(self.folder / "made.heic")
+        if data is None:
+            self.skipTest("heif-enc is not installed, or cannot write HEIC")
+        for length in (len(data) - 20, len(data) // 2, 40):
+            self.refused("cut.heic", data[:length])
 
     def test_an_animation_of_huge_pictures(self):
         self.refused("bomb.gif", b"GIF89a" + struct.pack("<HHBBB", 65535, 65535, 0xf0, 0, 0)
