@@ -6,6 +6,8 @@
 
 #include <vector>
 
+#include "codecs/video/RowFilter.h"
+
 namespace lenslark::video {
 namespace {
 
@@ -26,7 +28,37 @@ Planes fillPlanes(Size size, Chroma chroma, std::uint8_t* memory, Fill&& fill) {
   return result;
 }
 
+/// Scales down by no more than a half. As libyuv does it, but for the rows' filter: that takes it
+/// two thirds of the time.
+void filterPlane(const Plane& source, std::uint8_t* target, Size size) {
+  const RowFilter filter(source.size.width, size.width);
+  std::vector<std::uint8_t> between(static_cast<std::size_t>(source.size.width));
+  const std::int64_t step = (std::int64_t{source.size.height} << 16) / size.height;
+  std::int64_t place = step / 2 - (1 << 15);
+  for (int y = 0; y < size.height; ++y, place += step, target += size.width) {
+    const auto above = static_cast<int>(place >> 16);
+    const auto share = static_cast<int>(place >> 8) & 255;
+    const std::uint8_t* row = source.data + std::ptrdiff_t{above} * source.stride;
+    if (share != 0 && above + 1 < source.size.height) {
+      libyuv::InterpolatePlane(row, 0, row + source.stride, 0, between.data(), 0, source.size.width,
+                               1, share);
+      row = between.data();
+    }
+    filter.apply(row, target);
+  }
+}
+
+/// The library has faster ways to the half and to three quarters.
+bool isSimple(Size from, Size to) noexcept {
+  return (from.width == 2 * to.width && from.height == 2 * to.height) ||
+         (3 * from.width == 4 * to.width && 3 * from.height == 4 * to.height);
+}
+
 void scalePlane(const Plane& source, std::uint8_t* target, Size size) {
+  if (RowFilter::suits(source.size.width, size.width) && source.size.height >= size.height &&
+      source.size.height <= 2 * size.height && !isSimple(source.size, size)) {
+    return filterPlane(source, target, size);
+  }
   // A bilinear filter looks at four samples: beyond 2:1 it would pass over some, so exact halves
   // come first.
   if (source.size.width <= 2 * size.width || source.size.height <= 2 * size.height) {
