@@ -58,6 +58,11 @@ bool FeedOutput::isVacant() const noexcept { return writer_.isVacant(); }
 
 const std::string& FeedOutput::path() const noexcept { return writer_.path(); }
 
+void FeedOutput::close() noexcept {
+  const std::lock_guard guard(lock_);
+  writer_.close();
+}
+
 void FeedOutput::writeLocked(const Frame& frame, ContentKind kind) noexcept {
   const bool unchanged =
       !onCanvasLocked() && !hasOverlayLocked() && frame.size().longerSide() <= maxSide_;

@@ -45,6 +45,10 @@ class FeedOutput final : public FrameSink {
   bool isVacant() const noexcept;
   const std::string& path() const noexcept;
 
+  /// Leaves the file behind without a writer; nothing is written to it any more. Waits for a frame
+  /// that is being drawn.
+  void close() noexcept;
+
  private:
   /// The overlay as it lies in frames of one size: scaled, faded.
   struct ReadyOverlay {

@@ -17,6 +17,7 @@ using std::chrono::milliseconds;
 
 constexpr milliseconds heartbeatPeriod(500);
 constexpr std::uint64_t beatsBetweenRetries = 10;              // five seconds
+constexpr std::uint64_t longestOpening = 4;                    // two seconds
 constexpr std::uint64_t beatsBetweenNotes = 24 * 60 * 60 * 2;  // a day
 constexpr std::chrono::seconds longestFirstScan(3);
 constexpr milliseconds longestStop(500);
@@ -71,9 +72,9 @@ FeedRouter::FeedRouter(Dependencies dependencies, Overrides overrides)
       discovery_("lenslark.router.discovery", SerialQueue::Lane::blocking),
       tracking_("lenslark.router.tracking", SerialQueue::Lane::blocking),
       errands_(store_, media_),
-      feeds_(queue_,
-             {.makeSource = std::move(dependencies.makeSource),
-              .onShow = [this](const std::set<std::string>& ids) { errands_.touch(ids); }}) {
+      feeds_(queue_, {.makeSource = std::move(dependencies.makeSource),
+                      .onShow = [this](const std::set<std::string>& ids) { errands_.touch(ids); },
+                      .owner = [this] { return weak_from_this(); }}) {
   situation_.overrides = overrides_;
   situation_.globalPath = Lenslark::sharedFramePath();
 }
@@ -103,10 +104,12 @@ void FeedRouter::start() {
   errands_.collectGarbage(neededMedia({}, overrides_));
   discovery_.post(weakly(&FeedRouter::findDevices));
 
+  const auto deadline = std::chrono::steady_clock::now() + longestFirstScan;
   std::unique_lock lock(scanMutex_);
-  scanDone_.wait_for(lock, longestFirstScan, [this] { return scanned_ || stopped_; });
+  scanDone_.wait_until(lock, deadline, [this] { return scanned_ || stopped_; });
   lock.unlock();
-  queue_->sync([] {});  // behind what the scan has posted
+  // Behind what the scan has posted.
+  queue_->sync([this] { return feeds_.settled(); }).wait_until(deadline);
 }
 
 void FeedRouter::prepare() {
@@ -116,6 +119,10 @@ void FeedRouter::prepare() {
       router->lookups_.post(router->weakly(&FeedRouter::loadConfig));
   });
   feeds_.onOverlay(weakly(&FeedRouter::reconcile));
+  feeds_.onFile([this] {
+    retime();
+    refreshStatuses();
+  });
   heartbeatTimer_.emplace(*queue_, weakly(&FeedRouter::beat));
   trackTimer_.emplace(*queue_, weakly(&FeedRouter::track));
   heartbeatTimer_->schedule(heartbeatPeriod, heartbeatPeriod);
@@ -173,6 +180,8 @@ void FeedRouter::reconcile() {
 }
 
 void FeedRouter::refreshStatuses() {
+  // A camera whose file is about to be there is not told as one without.
+  if (feeds_.isOpening() && beatsOpening_ < longestOpening) return;
   auto statuses = deviceStatuses(situation_, feeds_.openPaths());
   if (statuses == statuses_ && screenAccess_ == toldScreenAccess_) return;
   statuses_ = std::move(statuses);
@@ -182,7 +191,9 @@ void FeedRouter::refreshStatuses() {
 
 void FeedRouter::beat() {
   if (stopped_) return;
-  if (feeds_.heartbeat()) refreshStatuses();
+  feeds_.heartbeat();
+  beatsOpening_ = feeds_.isOpening() ? beatsOpening_ + 1 : 0;
+  if (beatsOpening_ == longestOpening) refreshStatuses();
   ++beats_;
   if (beats_ % beatsBetweenRetries == 0) retryFailures();
   if (beats_ % beatsBetweenNotes == 0) {

@@ -30,7 +30,7 @@ namespace lenslark {
 /// Lives in a shared_ptr; whatever calls it back holds it weakly.
 ///
 /// **Threads**: queue-bound ("lenslark.router"); its operations may be called from any other
-/// thread. Nothing on its queue waits for a disk but the opening of feed files.
+/// thread. Nothing on its queue waits for a disk.
 class FeedRouter : public std::enable_shared_from_this<FeedRouter> {
  public:
   using Overrides = FeedOverrides;
@@ -108,6 +108,7 @@ class FeedRouter : public std::enable_shared_from_this<FeedRouter> {
   std::optional<bool> toldScreenAccess_;
   bool mediaMissing_ = false;
   std::uint64_t beats_ = 0;
+  std::uint64_t beatsOpening_ = 0;  // while some file was being opened
   double trackInterval_ = 0;
   double lastMove_ = -std::numeric_limits<double>::infinity();
   bool trackingNow_ = false;

@@ -1,7 +1,5 @@
 #include "feeds/FeedSet.h"
 
-#include <unistd.h>
-
 #include <algorithm>
 
 #include "base/Log.h"
@@ -9,14 +7,14 @@
 namespace lenslark {
 namespace {
 
-bool isReady(const std::future<void>& result) {
+bool hasEnded(const std::future<void>& result) {
   return result.wait_for(std::chrono::seconds(0)) == std::future_status::ready;
 }
 
 }  // namespace
 
 FeedSet::FeedSet(std::shared_ptr<SerialQueue> queue, Hooks hooks)
-    : hooks_(std::move(hooks)), overlays_(std::move(queue)) {}
+    : queue_(std::move(queue)), hooks_(std::move(hooks)), overlays_(queue_) {}
 
 FeedSet::~FeedSet() { close(); }
 
@@ -27,64 +25,111 @@ void FeedSet::apply(const std::vector<WantedFeed>& wanted) {
 }
 
 void FeedSet::show(const WantedFeed& wanted) {
-  const bool ready = !wanted.overlayFile || !overlays_.isLoading(*wanted.overlayFile);
-  const auto known = feeds_.find(wanted.path);
-  if (known == feeds_.end()) {
-    auto output = open(wanted);
-    if (!output) return;
-    auto& feed = feeds_[wanted.path] = {wanted, std::move(output), nullptr};
-    style(feed, wanted, true);
-    seed(feed);
-    runningFor(wanted.source);  // what both need time for, they do at the same time
-    if (ready) attach(feed);
-    beat();
-    return;
+  const bool ready = isReady(wanted);
+  const auto [entry, fresh] = feeds_.try_emplace(wanted.path);
+  auto& feed = entry->second;
+  if (fresh) {
+    feed.wanted = wanted;
+    feed.lane = laneFor(wanted.path);
+    return open(feed, Stage::opening);
   }
-  if (!ready) return;
-  auto& feed = known->second;
-  style(feed, wanted, false);
+  if (!ready && feed.stage != Stage::opening) return;
   const bool sameSource = feed.wanted.source.key == wanted.source.key;
-  if (!sameSource) detach(feed);
   feed.wanted = wanted;
+  if (feed.stage != Stage::open) return;  // it begins with this when it is
+  restyle(feed);
   if (!sameSource || !feed.attached) attach(feed);
 }
 
-std::shared_ptr<FeedOutput> FeedSet::open(const WantedFeed& wanted) {
-  try {
-    auto output = std::make_shared<FeedOutput>(wanted.path, wanted.camera, WantedFeed::maxSide);
-    openErrors_.erase(wanted.path);
-    return output;
-  } catch (const std::exception& error) {
-    auto& known = openErrors_[wanted.path];
-    if (known != error.what()) Log::router().error("cannot open {}: {}", wanted.path, error.what());
-    known = error.what();
-    return nullptr;
+bool FeedSet::isReady(const WantedFeed& wanted) {
+  return !wanted.overlayFile || !overlays_.isLoading(*wanted.overlayFile);
+}
+
+void FeedSet::open(Feed& feed, Stage stage) {
+  feed.stage = stage;
+  feed.attempt = ++attempts_;
+  feed.output = nullptr;
+  feed.look = lookOf(feed.wanted);
+  FeedLane::Opening opening{
+      .camera = feed.wanted.camera, .maxSide = WantedFeed::maxSide, .look = feed.look};
+  if (stage == Stage::opening) seed(feed, opening);
+  onLane(
+      feed.lane,
+      [opening = std::move(opening)](FeedLane& lane) -> Opened {
+        try {
+          return {lane.open(opening), {}};
+        } catch (const std::exception& error) {
+          return {nullptr, error.what()};
+        }
+      },
+      [this, path = feed.wanted.path, attempt = feed.attempt](const Opened& result) {
+        opened(path, attempt, result);
+      });
+}
+
+void FeedSet::opened(const std::string& path, std::uint64_t attempt, const Opened& result) {
+  const auto entry = feeds_.find(path);
+  if (entry == feeds_.end() || entry->second.attempt != attempt) return;  // not wanted any more
+  if (result.output) {
+    openErrors_.erase(path);
+    entry->second.output = result.output;
+    begin(entry->second);
+  } else {
+    noteError(path, result.error);
+    feeds_.erase(entry);
   }
+  if (removeLeaving() || !result.output) stopIdleHubs();
+  if (onFile_) onFile_();
 }
 
-void FeedSet::style(Feed& feed, const WantedFeed& wanted, bool fresh) {
-  auto overlay = wanted.overlayFile ? overlays_.picture(*wanted.overlayFile) : nullptr;
-  if (fresh || feed.wanted.sceneMode != wanted.sceneMode)
-    feed.output->setSceneMode(wanted.sceneMode);
-  if (fresh || feed.wanted.style != wanted.style || feed.overlay != overlay)
-    feed.output->update(wanted.style, overlay);
-  if (wanted.overlayFile && (fresh || feed.wanted.overlayFile != wanted.overlayFile))
-    hooks_.onShow({wanted.style.overlay->media});
-  feed.overlay = std::move(overlay);
+void FeedSet::begin(Feed& feed) {
+  feed.stage = Stage::open;
+  noteOverlay(feed);
+  restyle(feed);
+  runningFor(feed.wanted.source);  // what both need time for, they do at the same time
+  if (feed.attached || isReady(feed.wanted)) attach(feed);
 }
 
-void FeedSet::seed(Feed& feed) {
-  const auto source = running_.find(feed.wanted.source.key);
-  if (source != running_.end() && source->second.hub->latest()) return;
+void FeedSet::noteError(const std::string& path, const std::string& error) {
+  auto& known = openErrors_[path];
+  if (known != error) Log::router().error("cannot open {}: {}", path, error);
+  known = error;
+}
+
+FeedLane::Look FeedSet::lookOf(const WantedFeed& wanted) {
+  return {wanted.style, wanted.sceneMode,
+          wanted.overlayFile ? overlays_.picture(*wanted.overlayFile) : nullptr};
+}
+
+void FeedSet::restyle(Feed& feed) {
+  noteOverlay(feed);
+  auto look = lookOf(feed.wanted);
+  if (look == feed.look) return;
+  feed.look = look;
+  onLane(feed.lane, [look = std::move(look)](FeedLane& lane) { lane.restyle(look); });
+}
+
+void FeedSet::noteOverlay(Feed& feed) {
+  std::string shown;
+  if (feed.wanted.overlayFile) shown = feed.wanted.style.overlay->media;
+  if (!shown.empty() && shown != feed.overlay) hooks_.onShow({shown});
+  feed.overlay = std::move(shown);
+}
+
+void FeedSet::seed(const Feed& feed, FeedLane::Opening& opening) const {
   const Feed* before = nullptr;
   for (const auto& [path, other] : feeds_) {
-    if (!feed.wanted.device || other.wanted.device != feed.wanted.device || &other == &feed)
-      continue;
+    if (!feed.wanted.device || other.wanted.device != feed.wanted.device) continue;
+    if (other.stage == Stage::opening) continue;
     if (!before || other.wanted.camera < before->wanted.camera) before = &other;
   }
   if (!before) return;
-  auto& hub = *running_.at(before->wanted.source.key).hub;
-  if (const auto picture = hub.latest()) feed.output->deliver(picture, hub.source().kind());
+  for (const auto& key : {feed.wanted.source.key, before->wanted.source.key}) {
+    const auto running = running_.find(key);
+    if (opening.before || running == running_.end()) continue;
+    opening.before = running->second.hub->latest();
+    opening.beforeKind = running->second.hub->source().kind();
+  }
 }
 
 FeedSet::Running& FeedSet::runningFor(const SourceRequest& request) {
@@ -96,8 +141,9 @@ FeedSet::Running& FeedSet::runningFor(const SourceRequest& request) {
 }
 
 void FeedSet::attach(Feed& feed) {
-  runningFor(feed.wanted.source).hub->add(feed.output);
   feed.attached = true;
+  onLane(feed.lane,
+         [hub = runningFor(feed.wanted.source).hub](FeedLane& lane) { lane.follow(hub); });
 }
 
 FeedSet::Running FeedSet::run(const SourceRequest& request, std::optional<std::string> knownError) {
@@ -108,11 +154,6 @@ FeedSet::Running FeedSet::run(const SourceRequest& request, std::optional<std::s
   return running;
 }
 
-void FeedSet::detach(const Feed& feed) {
-  const auto running = running_.find(feed.wanted.source.key);
-  if (running != running_.end()) running->second.hub->remove(*feed.output);
-}
-
 void FeedSet::removeUnwanted(const std::vector<WantedFeed>& wanted) {
   std::set<std::string> paths;
   std::set<std::filesystem::path> overlays;
@@ -120,21 +161,29 @@ void FeedSet::removeUnwanted(const std::vector<WantedFeed>& wanted) {
     paths.insert(feed.path);
     if (feed.overlayFile) overlays.insert(*feed.overlayFile);
   }
-  std::erase_if(feeds_, [&](const auto& entry) {
-    if (paths.contains(entry.first)) return false;
-    retire(entry.second);
-    beat();
-    return true;
-  });
+  for (auto& [path, feed] : feeds_) feed.leaving = !paths.contains(path);
+  removeLeaving();
   std::erase_if(openErrors_, [&](const auto& entry) { return !paths.contains(entry.first); });
   overlays_.keepOnly(overlays);
 }
 
-void FeedSet::retire(const Feed& feed) {
-  detach(feed);
-  // What somebody else put there or took over since is not ours to remove.
-  if (feed.output->stillInPlace() && !feed.output->isTakenOver())
-    ::unlink(feed.wanted.path.c_str());
+bool FeedSet::removeLeaving() {
+  const auto isLeaving = [](const auto& entry) { return entry.second.leaving; };
+  if (std::ranges::none_of(feeds_, isLeaving)) return false;
+  std::set<DeviceKey> changing;  // what takes the place of a file of theirs is not open yet
+  for (const auto& [path, feed] : feeds_)
+    if (feed.stage == Stage::opening && !feed.leaving && feed.wanted.device)
+      changing.insert(*feed.wanted.device);
+  const auto removed = std::erase_if(feeds_, [&](const auto& entry) {
+    const Feed& feed = entry.second;
+    const bool standsIn = feed.stage != Stage::opening && feed.wanted.device &&
+                          changing.contains(*feed.wanted.device);
+    if (!feed.leaving || standsIn) return false;
+    onLane(feed.lane, [](FeedLane& lane) { lane.remove(); });
+    return true;
+  });
+  std::erase_if(lanes_, [](const auto& entry) { return entry.second.expired(); });
+  return removed > 0;
 }
 
 void FeedSet::stopIdleHubs() {
@@ -148,38 +197,20 @@ void FeedSet::stopIdleHubs() {
 }
 
 void FeedSet::stop(const Running& running) {
-  std::erase_if(stopping_, isReady);
+  std::erase_if(stopping_, hasEnded);
   stopping_.push_back(running.hub->stop());
 }
 
-void FeedSet::beat() noexcept {
-  for (const auto& [path, feed] : feeds_) feed.output->heartbeat();
-}
-
-bool FeedSet::heartbeat() {
-  std::vector<std::string> lost;
+void FeedSet::heartbeat() {
   for (auto& [path, feed] : feeds_) {
-    const bool kept = feed.output->stillInPlace() && !feed.output->isVacant();
-    if (!kept && !reopen(feed)) {
-      lost.push_back(path);
+    if (feed.stage != Stage::open) continue;
+    if (!feed.output->stillInPlace() || feed.output->isVacant()) {
+      open(feed, Stage::reopening);
       continue;
     }
     feed.output->heartbeat();
     noteTakeover(feed);
   }
-  for (const auto& path : lost) feeds_.erase(path);
-  if (!lost.empty()) stopIdleHubs();
-  return !lost.empty();
-}
-
-bool FeedSet::reopen(Feed& feed) {
-  detach(feed);
-  feed.output.reset();  // first: closing it marks the file as abandoned, and it may be the same one
-  feed.output = open(feed.wanted);
-  if (!feed.output) return false;
-  style(feed, feed.wanted, true);
-  if (feed.attached) attach(feed);
-  return true;
 }
 
 void FeedSet::noteTakeover(Feed& feed) {
@@ -193,20 +224,22 @@ void FeedSet::retryCaptures() {
   for (auto& [key, running] : running_) {
     auto error = running.hub->error();
     if (!error || !running.request.source.capturesScreen()) continue;
-    auto fresh = run(running.request, std::move(error));
-    for (const auto& [path, feed] : feeds_) {
-      if (feed.wanted.source.key != key || !feed.attached) continue;
-      running.hub->remove(*feed.output);
-      fresh.hub->add(feed.output);
-    }
     stop(running);
-    running = std::move(fresh);
+    running = run(running.request, std::move(error));
+    for (auto& [path, feed] : feeds_)
+      if (feed.wanted.source.key == key && feed.stage == Stage::open && feed.attached) attach(feed);
   }
+}
+
+bool FeedSet::isOpening() const {
+  return std::ranges::any_of(
+      feeds_, [](const auto& entry) { return entry.second.stage == Stage::opening; });
 }
 
 std::set<std::string> FeedSet::openPaths() const {
   std::set<std::string> paths;
-  for (const auto& [path, feed] : feeds_) paths.insert(path);
+  for (const auto& [path, feed] : feeds_)
+    if (feed.stage != Stage::opening) paths.insert(path);
   return paths;
 }
 
@@ -222,7 +255,7 @@ std::set<std::string> FeedSet::shownMedia() const {
   for (const auto& [key, running] : running_)
     ids.insert(running.request.mediaIDs.begin(), running.request.mediaIDs.end());
   for (const auto& [path, feed] : feeds_)
-    if (feed.wanted.overlayFile) ids.insert(feed.wanted.style.overlay->media);
+    if (!feed.overlay.empty()) ids.insert(feed.overlay);
   return ids;
 }
 
@@ -239,10 +272,69 @@ std::vector<std::string> FeedSet::sourceErrors() const {
   return errors;
 }
 
+std::shared_ptr<FeedLane> FeedSet::laneFor(const std::string& path) {
+  auto& known = lanes_[path];
+  auto lane = known.lock();
+  if (!lane) known = lane = std::make_shared<FeedLane>(path);
+  return lane;
+}
+
+template <typename Work, typename Then>
+void FeedSet::onLane(const std::shared_ptr<FeedLane>& lane, Work work, Then then) {
+  ++unfinished_;
+  lane->queue().post([this, lane, queue = queue_, owner = hooks_.owner(), work = std::move(work),
+                      then = std::move(then)]() mutable {
+    auto result = work(*lane);
+    queue->post([this, owner, result = std::move(result), then = std::move(then)] {
+      const auto alive = owner.lock();
+      if (!alive) return;
+      then(result);
+      finishOne();
+    });
+  });
+}
+
+template <typename Work>
+void FeedSet::onLane(const std::shared_ptr<FeedLane>& lane, Work work) {
+  const auto returning = [work = std::move(work)](FeedLane& its) {
+    work(its);
+    return std::monostate{};
+  };
+  onLane(lane, returning, [](std::monostate) {});
+}
+
+void FeedSet::finishOne() {
+  --unfinished_;
+  if (unfinished_ == 0) tellSettled();
+}
+
+std::future<void> FeedSet::settled() {
+  auto result = settling_.emplace_back().get_future();
+  if (unfinished_ == 0 || closed_) tellSettled();
+  return result;
+}
+
+void FeedSet::tellSettled() {
+  for (auto& waiting : settling_) waiting.set_value();
+  settling_.clear();
+}
+
 std::vector<std::future<void>> FeedSet::close() {
-  for (const auto& [path, feed] : feeds_) detach(feed);
+  closed_ = true;
+  for (const auto& [path, feed] : feeds_) {
+    if (feed.output) feed.output->close();
+    onLane(feed.lane, [](FeedLane& lane) { lane.close(); });
+  }
   feeds_.clear();
   stopIdleHubs();
+  for (const auto& [path, known] : lanes_) {
+    const auto lane = known.lock();
+    if (!lane) continue;
+    std::promise<void> idle;
+    stopping_.push_back(idle.get_future());
+    lane->queue().post([lane, idle = std::move(idle)]() mutable { idle.set_value(); });
+  }
+  tellSettled();
   return std::exchange(stopping_, {});
 }
 

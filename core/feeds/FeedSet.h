@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstddef>
+#include <cstdint>
 #include <filesystem>
 #include <functional>
 #include <future>
@@ -8,9 +10,11 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <variant>
 #include <vector>
 
 #include "base/SerialQueue.h"
+#include "feeds/FeedLane.h"
 #include "feeds/FeedOutput.h"
 #include "feeds/OverlayCache.h"
 #include "feeds/SourceFactory.h"
@@ -20,15 +24,19 @@
 
 namespace lenslark {
 
-/// The feed files that are open and the sources that run for them.
+/// The feed files that are wanted and the sources that run for them. Files are opened, drawn into
+/// and removed on queues of their own, so that nothing here waits for a disk: what is asked for
+/// comes true a little later.
 ///
-/// **Threads**: queue-bound. **Owns** outputs and hubs; hubs stop on queues of their own.
+/// **Threads**: queue-bound. **Owns** outputs and hubs; both end on queues of their own.
 class FeedSet {
  public:
   struct Hooks {
     SourceFactory makeSource;
     /// A source begins to show these items of the library.
     std::function<void(const std::set<std::string>&)> onShow;
+    /// What must still live for this to be touched on the queue.
+    std::function<std::weak_ptr<void>()> owner;
   };
   /// A running source that follows a window, and what keeps it alive.
   struct Follower {
@@ -38,10 +46,15 @@ class FeedSet {
 
   FeedSet(std::shared_ptr<SerialQueue> queue, Hooks hooks);
   ~FeedSet();
+  FeedSet(const FeedSet&) = delete;
+  FeedSet& operator=(const FeedSet&) = delete;
 
   /// Called on the queue when `apply` has something new to show: an overlay has been decoded, or
   /// cannot be. The handler holds its owner weakly.
   void onOverlay(std::function<void()> handler) { overlays_.onLoaded(std::move(handler)); }
+
+  /// Called on the queue when a file was opened or could not be.
+  void onFile(std::function<void()> handler) { onFile_ = std::move(handler); }
 
   /// Opens, restyles, feeds and removes files until they are those that are wanted. A file that
   /// cannot be opened is logged and left out; the next call tries again. What is new is written
@@ -51,62 +64,98 @@ class FeedSet {
   void apply(const std::vector<WantedFeed>& wanted);
 
   /// Marks every file as alive; makes those anew that somebody removed, replaced or cut short, and
-  /// takes those back that another process had taken over and has left. Returns whether a file was
-  /// lost and could not be made again.
-  bool heartbeat();
+  /// takes those back that another process had taken over and has left.
+  void heartbeat();
 
   /// Starts those captures again that failed: what they need may be there now.
   void retryCaptures();
   void retryOverlays() { overlays_.forgetFailures(); }
 
   bool hasFailedFiles() const noexcept { return !openErrors_.empty(); }
+  /// Whether a wanted file is being opened for the first time.
+  bool isOpening() const;
+  /// Ready when nothing is left to do for any file, and at the latest when all is closed.
+  std::future<void> settled();
+  /// The files that are open. One that is being made anew counts until that has failed.
   std::set<std::string> openPaths() const;
   std::vector<Follower> followers() const;
   std::set<std::string> shownMedia() const;
   std::uint64_t framesCaptured() const;
   std::vector<std::string> sourceErrors() const;
 
-  /// Closes every file and stops every source. The results are ready when the sources have stopped.
+  /// Closes every file that is open and stops every source. The results are ready when the sources
+  /// have stopped and when no file is being opened any more either.
   std::vector<std::future<void>> close();
 
  private:
+  enum class Stage { opening, open, reopening };
   struct Feed {
     WantedFeed wanted;
-    std::shared_ptr<FeedOutput> output;
-    OverlayCache::Picture overlay;
-    bool takenOver = false;  ///< By another process, as has been logged.
-    bool attached = false;   ///< Not before its overlay can be shown.
+    std::shared_ptr<FeedLane> lane;
+    Stage stage = Stage::opening;
+    std::uint64_t attempt = 0;           ///< Tells this opening from earlier ones of the path.
+    std::shared_ptr<FeedOutput> output;  ///< While open.
+    FeedLane::Look look;                 ///< What the lane was told last.
+    std::string overlay;                 ///< The item of the library that was told as shown.
+    bool takenOver = false;              ///< By another process, as has been logged.
+    bool attached = false;               ///< Not before its overlay can be shown.
+    bool leaving = false;                ///< Not wanted, but what takes its place is not open yet.
   };
   struct Running {
     SourceRequest request;
     std::shared_ptr<SourceHub> hub;
     WindowFollowingSource* follower = nullptr;
   };
+  struct Opened {
+    std::shared_ptr<FeedOutput> output;  ///< None after an error.
+    std::string error;
+  };
 
   void show(const WantedFeed& wanted);
-  std::shared_ptr<FeedOutput> open(const WantedFeed& wanted);
-  void style(Feed& feed, const WantedFeed& wanted, bool fresh);
-  /// Gives a new file, until its own source has a picture, what its camera showed before.
-  void seed(Feed& feed);
+  void open(Feed& feed, Stage stage);
+  void opened(const std::string& path, std::uint64_t attempt, const Opened& result);
+  void begin(Feed& feed);
+  void noteError(const std::string& path, const std::string& error);
+  FeedLane::Look lookOf(const WantedFeed& wanted);
+  void restyle(Feed& feed);
+  void noteOverlay(Feed& feed);
+  /// What a new file shows until its own source has a picture: what its camera showed before.
+  void seed(const Feed& feed, FeedLane::Opening& opening) const;
   /// The source that runs for a request, started if none does.
   Running& runningFor(const SourceRequest& request);
   void attach(Feed& feed);
-  void detach(const Feed& feed);
-  bool reopen(Feed& feed);
+  bool isReady(const WantedFeed& wanted);
   void noteTakeover(Feed& feed);
-  /// Opening and removing files takes its time, many at once too much: hearts beat in between.
-  void beat() noexcept;
-  void retire(const Feed& feed);
   void removeUnwanted(const std::vector<WantedFeed>& wanted);
+  /// Removes what is not wanted, but for the files that a camera still shows. Whether any was.
+  bool removeLeaving();
   void stopIdleHubs();
   Running run(const SourceRequest& request, std::optional<std::string> knownError = {});
   void stop(const Running& running);
 
+  std::shared_ptr<FeedLane> laneFor(const std::string& path);
+  /// Does work on a feed's lane, and `then` with what it returns on the queue.
+  template <typename Work, typename Then>
+  void onLane(const std::shared_ptr<FeedLane>& lane, Work work, Then then);
+  template <typename Work>
+  void onLane(const std::shared_ptr<FeedLane>& lane, Work work);
+  void finishOne();
+  void tellSettled();
+
+  const std::shared_ptr<SerialQueue> queue_;
   const Hooks hooks_;
+  std::function<void()> onFile_;
   OverlayCache overlays_;
   std::map<std::string, Feed> feeds_;              // by path
   std::map<std::string, Running> running_;         // by source key
   std::map<std::string, std::string> openErrors_;  // by path: why a wanted file is missing
+  /// By path. One that still has something to do serves the path's next feed as well, so that a
+  /// file is not opened before the one before it is gone.
+  std::map<std::string, std::weak_ptr<FeedLane>> lanes_;
+  std::uint64_t attempts_ = 0;
+  std::size_t unfinished_ = 0;  // works on lanes
+  std::vector<std::promise<void>> settling_;
+  bool closed_ = false;
   std::vector<std::future<void>> stopping_;
 };
 

@@ -61,7 +61,9 @@ SharedFrameWriter::SharedFrameWriter(const std::string& path, int maxWidth, int 
   writeHeader(camera);
 }
 
-SharedFrameWriter::~SharedFrameWriter() {
+SharedFrameWriter::~SharedFrameWriter() { close(); }
+
+void SharedFrameWriter::close() noexcept {
   if (!isWhole()) return;
   // Another process may have taken the file over meanwhile: then it is that one's to close.
   std::uint32_t pid = ownPid();

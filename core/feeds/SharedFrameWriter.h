@@ -23,7 +23,8 @@ namespace lenslark {
 /// Whoever opens the file last is its writer. One that was taken over from leaves the file alone
 /// from then on, and asks `isVacant` now and then whether it may have it back.
 ///
-/// **Threads**: `write` and `setSceneMode` one at a time (the feed output's lock); the rest any.
+/// **Threads**: `write`, `close` and `setSceneMode` one at a time (the feed output's lock); the
+/// rest any.
 /// **Owns** the mapping. The file itself stays when the writer goes; its writer pid becomes 0.
 class SharedFrameWriter {
  public:
@@ -54,6 +55,9 @@ class SharedFrameWriter {
   bool isTakenOver() const noexcept { return isWhole() && !isOurs(); }
   /// Whether that process has closed the file since, or shows no sign of life any more.
   bool isVacant() const noexcept;
+
+  /// Gives the file up: its writer pid becomes 0, and nothing is written to it any more.
+  void close() noexcept;
 
   LLSceneMode sceneMode() const noexcept;
   void setSceneMode(LLSceneMode mode) noexcept;

@@ -252,6 +252,55 @@ TEST_F(FeedRouterTest, tellsOfChangesOnly) {
   EXPECT_EQ(changes, atStart + 2);
 }
 
+TEST_F(FeedRouterTest, aDeviceIsNotToldBeforeItsFileIsOpen) {
+  start();
+  devices->push({simulator});
+  std::vector<DeviceStatus> statuses;
+  ASSERT_TRUE(eventually([&] {
+    statuses = router->statuses();
+    return !statuses.empty();
+  }));
+  EXPECT_EQ(statuses[0].cameras.at(0).feedPath, deviceFile);
+  EXPECT_TRUE(std::filesystem::exists(deviceFile));
+}
+
+TEST_F(FeedRouterTest, aDeviceWhoseFileCannotBeOpenedIsToldWithoutOne) {
+  start();
+  std::filesystem::create_directory(deviceFile);
+  const std::string keeper = deviceFile + "/keeps-it";
+  std::filesystem::create_directory(keeper);
+  devices->push({simulator});
+  std::vector<DeviceStatus> statuses;
+  ASSERT_TRUE(eventually([&] {
+    statuses = router->statuses();
+    return !statuses.empty();
+  }));
+  EXPECT_EQ(statuses[0].cameras.at(0).feedPath, std::nullopt);
+  std::filesystem::remove_all(deviceFile);
+  EXPECT_TRUE(shows(deviceFile, "green")) << "it is tried again";
+  EXPECT_TRUE(
+      eventually([&] { return router->statuses().at(0).cameras.at(0).feedPath == deviceFile; }));
+}
+
+TEST_F(FeedRouterTest, devicesThatAreThereAtTheStartAreFedWhenItReturns) {
+  devices->first = {simulator};
+  start();
+  EXPECT_TRUE(std::filesystem::exists(deviceFile));
+  ASSERT_EQ(router->statuses().size(), 1U);
+  EXPECT_EQ(router->statuses()[0].cameras.at(0).feedPath, deviceFile);
+}
+
+TEST_F(FeedRouterTest, aStopRightAfterADeviceCameLeavesNoWriter) {
+  start();
+  devices->push({simulator, emulator});
+  router->stop();
+  for (const auto& file : {deviceFile, emulator.feedPath({})}) {
+    if (const auto info = FeedReader::info(file)) {
+      EXPECT_EQ(info->writerPid, 0) << file;
+    }
+  }
+}
+
 TEST_F(FeedRouterTest, keepsFilesMarkedAsAlive) {
   set(Scope::global(), image(red));
   start();

@@ -5,6 +5,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <condition_variable>
 #include <filesystem>
 #include <latch>
 #include <mutex>
@@ -30,16 +32,59 @@ class FollowingSource final : public WindowFollowingSource {
   bool track() override { return false; }
 };
 
+/// A picture that is drawn only while its gate is open: whoever draws it waits until then.
+class GatedPicture final : public Frame {
+ public:
+  struct Gate {
+    void set(bool isOpen) {
+      const std::lock_guard lock(mutex);
+      open = isOpen;
+      changed.notify_all();
+    }
+    void pass() {
+      std::unique_lock lock(mutex);
+      ++waiting;
+      changed.wait(lock, [this] { return open; });
+      --waiting;
+    }
+    int held() {
+      const std::lock_guard lock(mutex);
+      return waiting;
+    }
+
+    std::mutex mutex;  // guards all below
+    std::condition_variable changed;
+    bool open = true;
+    int waiting = 0;
+  };
+
+  GatedPicture(std::shared_ptr<Gate> gate, Compositor::Color color)
+      : gate_(std::move(gate)), color_(color) {}
+  Size size() const noexcept override { return {16, 8}; }
+  bool opaque() const noexcept override { return true; }
+  bool draw(const PixelRect&, const PixelSpan& target) const noexcept override {
+    gate_->pass();
+    Compositor::fill(target, color_);
+    return true;
+  }
+
+ private:
+  const std::shared_ptr<Gate> gate_;
+  const Compositor::Color color_;
+};
+
 /// Sources are patterns: their rate tells them apart.
 class FeedSetTest : public testing::Test {
  protected:
   using Controls = ManualSource::Controls;
 
   FeedSetTest() {
-    feeds = std::make_unique<FeedSet>(
+    feeds = std::make_shared<FeedSet>(
         queue, FeedSet::Hooks{
                    .makeSource = [this](const SourceDescription& source) { return make(source); },
-                   .onShow = [this](const auto& ids) { shown.insert(ids.begin(), ids.end()); }});
+                   .onShow = [this](const auto& ids) { shown.insert(ids.begin(), ids.end()); },
+                   .owner = [this] { return feeds; }});
+    feeds->onFile([this] { ++told; });
   }
   ~FeedSetTest() override {
     std::vector<std::future<void>> results;
@@ -78,11 +123,19 @@ class FeedSetTest : public testing::Test {
     return feed;
   }
 
+  void settle() {
+    queue->sync([&] { return feeds->settled(); }).wait();
+  }
   void apply(const std::vector<WantedFeed>& wanted) {
     queue->sync([&] { feeds->apply(wanted); });
+    settle();
   }
-  bool heartbeat() {
-    return queue->sync([&] { return feeds->heartbeat(); });
+  void heartbeat() {
+    queue->sync([&] { feeds->heartbeat(); });
+    settle();
+  }
+  std::set<std::string> openPaths() {
+    return queue->sync([&] { return feeds->openPaths(); });
   }
 
   /// Emits a picture as soon as the source runs.
@@ -108,15 +161,16 @@ class FeedSetTest : public testing::Test {
   std::map<int, std::shared_ptr<Controls>> sources;  // guarded by `sourcesMutex`
   std::set<std::string> shown;
   int made = 0;
+  int told = 0;
   std::vector<WantedFeed> lastWanted;
-  std::unique_ptr<FeedSet> feeds;
+  std::shared_ptr<FeedSet> feeds;
 };
 
 TEST_F(FeedSetTest, opensAFileAndShowsItsSource) {
   apply({want("a", 1)});
   emit(1, red);
   EXPECT_EQ(color("a"), "red");
-  EXPECT_EQ(feeds->openPaths(), std::set{(directory / "a").string()});
+  EXPECT_EQ(openPaths(), std::set{(directory / "a").string()});
 }
 
 TEST_F(FeedSetTest, aFeedFileHasRoomForTwoOfTheLargestFrames) {
@@ -275,7 +329,7 @@ TEST_F(FeedSetTest, aFileThatCannotBeOpenedIsLeftOutAndTriedAgain) {
   directory.write("a/keeps-it", "");
   apply({want("a", 1), want("b", 2)});
   EXPECT_TRUE(feeds->hasFailedFiles());
-  EXPECT_EQ(feeds->openPaths(), std::set{(directory / "b").string()});
+  EXPECT_EQ(openPaths(), std::set{(directory / "b").string()});
   std::filesystem::remove_all(directory / "a");
   apply({want("a", 1), want("b", 2)});
   EXPECT_FALSE(feeds->hasFailedFiles());
@@ -292,7 +346,7 @@ TEST_F(FeedSetTest, aFailedFileIsForgottenWithItsFeed) {
 
 TEST_F(FeedSetTest, theHeartbeatMarksFilesAsAlive) {
   apply({want("a", 1)});
-  EXPECT_FALSE(heartbeat());
+  heartbeat();
   const auto age = FeedReader::info((directory / "a").string())->heartbeatAge;
   ASSERT_TRUE(age);
   EXPECT_LT(*age, 5);
@@ -302,7 +356,7 @@ TEST_F(FeedSetTest, aRemovedFileIsMadeAnewWithItsPicture) {
   apply({want("a", 1)});
   emit(1, red);
   std::filesystem::remove(directory / "a");
-  EXPECT_FALSE(heartbeat());
+  heartbeat();
   EXPECT_EQ(color("a"), "red");
   EXPECT_EQ(made, 1);
   emit(1, green);
@@ -315,7 +369,7 @@ TEST_F(FeedSetTest, aFileThatWasCutShortIsMadeAnew) {
   apply({feed});
   emit(1, red);
   ASSERT_EQ(::truncate(feed.path.c_str(), 100), 0);
-  EXPECT_FALSE(heartbeat());
+  heartbeat();
   EXPECT_EQ(color("a"), "red");
   const auto info = FeedReader::info(feed.path);
   EXPECT_EQ(info->writerPid, ::getpid());
@@ -327,8 +381,10 @@ TEST_F(FeedSetTest, aFileThatCannotBeMadeAnewIsLost) {
   std::filesystem::remove(directory / "a");
   std::filesystem::create_directory(directory / "a");
   directory.write("a/keeps-it", "");
-  EXPECT_TRUE(heartbeat());
-  EXPECT_TRUE(feeds->openPaths().empty());
+  const int before = told;
+  heartbeat();
+  EXPECT_EQ(told, before + 1);
+  EXPECT_TRUE(openPaths().empty());
   EXPECT_TRUE(feeds->hasFailedFiles());
   EXPECT_TRUE(eventually([&] { return source(1)->stops == 1; }));
 }
@@ -415,6 +471,190 @@ TEST_F(FeedSetTest, tellsWhichMediaBeginsToBeShown) {
   EXPECT_EQ(feeds->shownMedia(), std::set<std::string>{"sha256:1"});
 }
 
+/// A device's one file, red, is to become two; the opening of the new ones is held up.
+class FeedSetOpeningTest : public FeedSetTest {
+ protected:
+  FeedSetOpeningTest() {
+    apply({want("device", 1)});
+    const auto controls = source(1);
+    EXPECT_TRUE(eventually([&] { return controls->running(); }));
+    controls->emit(std::make_shared<GatedPicture>(gate, red));
+    gate->set(false);
+  }
+  ~FeedSetOpeningTest() override { gate->set(true); }
+
+  WantedFeed back(int number = 2) { return want("back", number, LLCameraBack); }
+  WantedFeed front(int number = 3) { return want("front", number, LLCameraFront); }
+
+  /// Returns while the files are being opened.
+  void beginToOpen(const std::vector<WantedFeed>& wanted) {
+    queue->sync([&] { feeds->apply(wanted); });
+    const int fresh = static_cast<int>(wanted.size());
+    ASSERT_TRUE(eventually([&] { return gate->held() == fresh; }));
+  }
+  void applyNow(const std::vector<WantedFeed>& wanted) {
+    queue->sync([&] { feeds->apply(wanted); });
+  }
+  void openGate() {
+    gate->set(true);
+    settle();
+  }
+  std::string path(const char* name) const { return (directory / name).string(); }
+  int writerOf(const char* name) const { return FeedReader::info(path(name))->writerPid; }
+
+  std::shared_ptr<GatedPicture::Gate> gate = std::make_shared<GatedPicture::Gate>();
+};
+
+TEST_F(FeedSetOpeningTest, theQueueIsFreeMeanwhile) {
+  beginToOpen({back(), front()});
+  queue->sync([&] { feeds->heartbeat(); });
+  EXPECT_TRUE(queue->sync([&] { return feeds->isOpening(); }));
+  openGate();
+  EXPECT_FALSE(queue->sync([&] { return feeds->isOpening(); }));
+}
+
+TEST_F(FeedSetOpeningTest, theOldFileStaysUntilAllThatReplaceItAreOpen) {
+  beginToOpen({back(), front()});
+  EXPECT_EQ(color("device"), "red");
+  EXPECT_EQ(writerOf("device"), ::getpid());
+  EXPECT_EQ(openPaths(), std::set{path("device")});
+  openGate();
+  EXPECT_FALSE(exists("device"));
+  EXPECT_EQ(color("back"), "red");
+  EXPECT_EQ(color("front"), "red");
+  EXPECT_EQ(openPaths(), (std::set{path("back"), path("front")}));
+}
+
+TEST_F(FeedSetOpeningTest, theOldFileStaysWhenItIsWantedAgain) {
+  beginToOpen({back(), front()});
+  applyNow({want("device", 1)});
+  openGate();
+  EXPECT_EQ(openPaths(), std::set{path("device")});
+  EXPECT_EQ(color("device"), "red");
+  EXPECT_FALSE(exists("back"));
+  EXPECT_FALSE(exists("front"));
+  EXPECT_EQ(source(1)->stops, 0);
+}
+
+TEST_F(FeedSetOpeningTest, theOldFileGoesAlsoWhenTheNewOneCannotBeOpened) {
+  std::filesystem::create_directory(directory / "back");
+  directory.write("back/keeps-it", "");
+  beginToOpen({front()});
+  applyNow({back(), front()});
+  openGate();
+  EXPECT_FALSE(exists("device"));
+  EXPECT_EQ(openPaths(), std::set{path("front")});
+  EXPECT_TRUE(feeds->hasFailedFiles());
+}
+
+TEST_F(FeedSetOpeningTest, aDeviceThatVanishesLeavesNoFile) {
+  beginToOpen({back(), front()});
+  applyNow({});
+  openGate();
+  EXPECT_TRUE(openPaths().empty());
+  for (const char* name : {"device", "back", "front"}) EXPECT_FALSE(exists(name)) << name;
+}
+
+TEST_F(FeedSetOpeningTest, aDeviceThatVanishesAndComesBackHasItsFile) {
+  beginToOpen({back(1)});
+  applyNow({});
+  applyNow({back(1)});
+  openGate();
+  emit(1, green);
+  EXPECT_EQ(color("back"), "green");
+  EXPECT_EQ(writerOf("back"), ::getpid());
+  heartbeat();
+  EXPECT_EQ(color("back"), "green") << "it was in its place and is not made anew";
+}
+
+TEST_F(FeedSetOpeningTest, settingsThatChangeMeanwhileCount) {
+  beginToOpen({back(2)});
+  auto changed = back(3);
+  changed.sceneMode = LLSceneModeFill;
+  changed.style.android = true;
+  applyNow({changed});
+  openGate();
+  EXPECT_TRUE(FeedReader::info(path("back"))->fill);
+  emit(3, green);
+  const auto picture = FeedReader::image(path("back"));
+  EXPECT_EQ(picture->size(), (Size{1280, 960}));
+  EXPECT_GT(picture->view().row(480)[640 * 4 + 1], 100);
+  EXPECT_EQ(source(2)->starts, 0) << "nobody wants it any more";
+}
+
+TEST_F(FeedSetOpeningTest, aPictureThatComesMeanwhileIsShown) {
+  beginToOpen({back(1)});
+  source(1)->emit(plainPicture({16, 8}, green));
+  openGate();
+  EXPECT_EQ(color("back"), "green");
+}
+
+TEST_F(FeedSetOpeningTest, closingLeavesNoWriter) {
+  beginToOpen({back(), front()});
+  auto results = queue->sync([&] { return feeds->close(); });
+  EXPECT_EQ(writerOf("device"), 0) << "it was open";
+  gate->set(true);
+  for (auto& result : results) result.wait();
+  EXPECT_EQ(writerOf("back"), 0);
+  EXPECT_EQ(writerOf("front"), 0);
+}
+
+TEST_F(FeedSetOpeningTest, closingDoesNotWaitButTellsWhenNothingIsOpenedAnyMore) {
+  beginToOpen({back()});
+  auto results = queue->sync([&] { return feeds->close(); });
+  const auto ready = [](auto& result) {
+    return result.wait_for(std::chrono::seconds(0)) == std::future_status::ready;
+  };
+  EXPECT_FALSE(std::ranges::all_of(results, ready));
+  gate->set(true);
+  for (auto& result : results) result.wait();
+}
+
+TEST_F(FeedSetOpeningTest, whoWaitsForItToSettleIsLetGoWhenAllIsClosed) {
+  beginToOpen({back()});
+  auto settled = queue->sync([&] { return feeds->settled(); });
+  EXPECT_EQ(settled.wait_for(std::chrono::seconds(0)), std::future_status::timeout);
+  queue->sync([&] { feeds->close(); });
+  EXPECT_EQ(settled.wait_for(std::chrono::seconds(0)), std::future_status::ready);
+}
+
+TEST_F(FeedSetOpeningTest, aSetThatIsGoneIsNotTold) {
+  beginToOpen({back()});
+  const int before = told;
+  queue->sync([&] { feeds.reset(); });
+  gate->set(true);
+  EXPECT_TRUE(eventually([&] { return exists("back") && writerOf("back") == 0; }));
+  queue->sync([] {});
+  EXPECT_EQ(told, before);
+  feeds = std::make_shared<FeedSet>(queue,
+                                    FeedSet::Hooks{.owner = [] { return std::weak_ptr<void>(); }});
+}
+
+TEST_F(FeedSetTest, tellsOfFilesThatWereOpenedAndOfThoseThatWereNot) {
+  apply({want("a", 1)});
+  EXPECT_EQ(told, 1);
+  apply({want("a", 1), want("no-such-directory/b", 2)});
+  EXPECT_EQ(told, 2);
+  EXPECT_EQ(source(2)->starts, 0) << "no source runs for a file that cannot be opened";
+}
+
+TEST_F(FeedSetTest, whatChangesQuicklyEndsAsItIsWantedLast) {
+  for (int round = 0; round < 50; ++round) {
+    queue->sync([&] {
+      feeds->apply({want("back", 1, LLCameraBack), want("front", 2, LLCameraFront)});
+      feeds->apply({want("device", 1 + round % 3)});
+      if (round % 7 == 0) feeds->heartbeat();
+      if (round % 5 == 0) feeds->apply({});
+    });
+  }
+  apply({want("back", 1, LLCameraBack), want("front", 2, LLCameraFront)});
+  EXPECT_FALSE(exists("device"));
+  emit(1, red);
+  emit(2, green);
+  EXPECT_EQ(color("back"), "red");
+  EXPECT_EQ(color("front"), "green");
+}
+
 /// A feed that is fitted, with a green overlay over all of it.
 class FeedSetOverlayTest : public FeedSetTest {
  protected:
@@ -430,14 +670,25 @@ class FeedSetOverlayTest : public FeedSetTest {
     return feed;
   }
 
-  std::filesystem::path writeOverlay(const std::string& name) {
-    const auto png = Modules::imageCodec().encodePng(plainPicture({16, 8}, green)->view());
+  std::filesystem::path writeOverlay(const std::string& name, Size size = {16, 8}) {
+    const auto png = Modules::imageCodec().encodePng(plainPicture(size, green)->view());
     return directory.write(name, {reinterpret_cast<const char*>(png.data()), png.size()});
   }
 
   void applyNow(const std::vector<WantedFeed>& wanted) {
     lastWanted = wanted;
     feeds->apply(wanted);
+  }
+
+  /// Takes longer than it takes a file to open and a source to start.
+  static constexpr Size longToDecode{2000, 1000};
+
+  /// Emits a red picture, which must not be seen. Whether the green overlay is.
+  bool showsOnlyWithOverlay(const std::string& name, int number) {
+    emit(number, red);
+    const auto seen = middle(name);
+    EXPECT_NE(seen, "red");
+    return seen == "green";
   }
 
   /// What lies in the middle of the file, where the overlay is.
@@ -450,15 +701,9 @@ class FeedSetOverlayTest : public FeedSetTest {
 };
 
 TEST_F(FeedSetOverlayTest, aPictureIsNeverShownWithoutIt) {
-  writeOverlay("overlay.png");
-  // What has been decoded arrives on the queue, and so not before this is done.
-  queue->sync([&] {
-    applyNow({wantOverlay("a", 1, "overlay.png")});
-    emit(1, red);
-    EXPECT_TRUE(exists("a"));
-    EXPECT_EQ(middle("a"), "none");
-  });
-  EXPECT_TRUE(eventually([&] { return middle("a") == "green"; }));
+  writeOverlay("overlay.png", longToDecode);
+  queue->sync([&] { applyNow({wantOverlay("a", 1, "overlay.png")}); });
+  EXPECT_TRUE(eventually([&] { return showsOnlyWithOverlay("a", 1); }));
   EXPECT_TRUE(shown.contains("sha256:overlay.png"));
 }
 
@@ -484,15 +729,12 @@ TEST_F(FeedSetOverlayTest, oneThatCannotBeDecodedIsLeftOut) {
 }
 
 TEST_F(FeedSetOverlayTest, aFileThatIsMadeAnewStillWaitsForIt) {
-  writeOverlay("overlay.png");
-  queue->sync([&] {
-    applyNow({wantOverlay("a", 1, "overlay.png")});
-    emit(1, red);
-    std::filesystem::remove(directory / "a");
-    feeds->heartbeat();
-    EXPECT_EQ(middle("a"), "none");
-  });
-  EXPECT_TRUE(eventually([&] { return middle("a") == "green"; }));
+  writeOverlay("overlay.png", longToDecode);
+  queue->sync([&] { applyNow({wantOverlay("a", 1, "overlay.png")}); });
+  settle();
+  std::filesystem::remove(directory / "a");
+  heartbeat();
+  EXPECT_TRUE(eventually([&] { return showsOnlyWithOverlay("a", 1); }));
 }
 
 }  // namespace

@@ -1,0 +1,53 @@
+#include "feeds/FeedLane.h"
+
+#include <unistd.h>
+
+#include <utility>
+
+namespace lenslark {
+
+FeedLane::FeedLane(std::string path)
+    : path_(std::move(path)), queue_("lenslark.feed", SerialQueue::Lane::blocking) {}
+
+std::shared_ptr<FeedOutput> FeedLane::open(const Opening& opening) {
+  close();  // first: that marks the file as abandoned, and it may be the same one
+  auto output = std::make_shared<FeedOutput>(path_, opening.camera, opening.maxSide);
+  output->heartbeat();
+  output->setSceneMode(opening.look.sceneMode);
+  output->update(opening.look.style, opening.look.overlay);
+  output->deliver(opening.before, opening.beforeKind);
+  output_ = output;
+  return output;
+}
+
+void FeedLane::restyle(const Look& look) {
+  output_->setSceneMode(look.sceneMode);
+  output_->update(look.style, look.overlay);
+}
+
+void FeedLane::follow(std::shared_ptr<SourceHub> hub) {
+  if (hub == hub_) return;
+  unfollow();
+  hub_ = std::move(hub);
+  hub_->add(output_);
+}
+
+void FeedLane::unfollow() {
+  if (hub_) hub_->remove(*output_);
+  hub_ = nullptr;
+}
+
+void FeedLane::close() {
+  unfollow();
+  if (output_) output_->close();
+  output_ = nullptr;
+}
+
+void FeedLane::remove() {
+  unfollow();
+  // What somebody else put there or took over since is not ours to remove.
+  if (output_ && output_->stillInPlace() && !output_->isTakenOver()) ::unlink(path_.c_str());
+  close();
+}
+
+}  // namespace lenslark
