@@ -439,6 +439,7 @@ TEST_F(FeedSetTest, aCaptureThatFailedIsTriedAgain) {
       eventually([&] { return !queue->sync([&] { return feeds->sourceErrors(); }).empty(); }));
   there = true;
   queue->sync([&] { feeds->retryCaptures(); });
+  settle();
   emit(1, red);
   EXPECT_EQ(color("a"), "red");
   EXPECT_EQ(made, 2);
