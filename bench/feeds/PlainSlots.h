@@ -26,7 +26,7 @@ class PlainSlots {
     const std::string path = memoryPath("plain");
     const FileDescriptor file = FrameFileOpening::openPrivate(path);
     ::unlink(path.c_str());
-    memory_ = FrameFileOpening::mapWhole(file, path, 2 * bytes_);
+    memory_ = FrameFileOpening::mapWhole(file, path, 2 * bytes_, {{0, 2 * bytes_}});
   }
 
   void copy(const PixelBuffer& picture) {

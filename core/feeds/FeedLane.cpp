@@ -10,8 +10,15 @@ FeedLane::FeedLane(std::string path)
     : path_(std::move(path)), queue_("lenslark.feed", SerialQueue::Lane::blocking) {}
 
 std::shared_ptr<FeedOutput> FeedLane::open(const Opening& opening) {
+  const bool mayRemove = isOurs();
   close();  // first: that marks the file as abandoned, and it may be the same one
-  auto output = std::make_shared<FeedOutput>(path_, opening.camera, opening.maxSide);
+  std::shared_ptr<FeedOutput> output;
+  try {
+    output = std::make_shared<FeedOutput>(path_, opening.camera, opening.maxSide, opening.room);
+  } catch (const std::exception&) {
+    if (mayRemove) ::unlink(path_.c_str());
+    throw;
+  }
   output->heartbeat();
   output->setSceneMode(opening.look.sceneMode);
   output->update(opening.look.style, opening.look.overlay);
@@ -45,9 +52,12 @@ void FeedLane::close() {
 
 void FeedLane::remove() {
   unfollow();
-  // What somebody else put there or took over since is not ours to remove.
-  if (output_ && output_->stillInPlace() && !output_->isTakenOver()) ::unlink(path_.c_str());
+  if (isOurs()) ::unlink(path_.c_str());
   close();
+}
+
+bool FeedLane::isOurs() const {
+  return output_ && output_->stillInPlace() && !output_->isTakenOver();
 }
 
 }  // namespace lenslark

@@ -28,6 +28,7 @@ class FeedLane {
   struct Opening {
     LLCamera camera = LLCameraDevice;
     int maxSide = 0;
+    std::size_t room = SharedFrameWriter::usualRoom;  ///< For a frame, in bytes.
     Look look;
     /// What the camera showed before, if it did: in the file before anybody is told of it.
     FramePtr before;
@@ -41,7 +42,7 @@ class FeedLane {
 
   /// Opens the file, or opens it anew: alive and with its look, but without a source. What is
   /// returned may be asked for its place and marked as alive by others. **Fails** with
-  /// std::exception; there is no output then.
+  /// std::exception; there is no output then, and no file of ours either.
   std::shared_ptr<FeedOutput> open(const Opening& opening);
 
   void restyle(const Look& look);
@@ -56,6 +57,8 @@ class FeedLane {
 
  private:
   void unfollow();
+  /// Whether the file at the path is not what somebody else put there or took over since.
+  bool isOurs() const;
 
   const std::string path_;
   SerialQueue queue_;

@@ -23,8 +23,8 @@ void drawBars(const PixelSpan& frame, const PixelRect& picture) noexcept {
 
 }  // namespace
 
-FeedOutput::FeedOutput(const std::string& path, LLCamera camera, int maxSide)
-    : maxSide_(maxSide), writer_(path, maxSide, maxSide, camera) {}
+FeedOutput::FeedOutput(const std::string& path, LLCamera camera, int maxSide, std::size_t room)
+    : maxSide_(maxSide), writer_(path, maxSide, maxSide, camera, room) {}
 
 void FeedOutput::deliver(const FramePtr& frame, ContentKind kind) noexcept {
   if (!frame) return;
@@ -55,6 +55,8 @@ bool FeedOutput::stillInPlace() const noexcept { return writer_.stillInPlace(); 
 bool FeedOutput::isTakenOver() const noexcept { return writer_.isTakenOver(); }
 
 bool FeedOutput::isVacant() const noexcept { return writer_.isVacant(); }
+
+std::size_t FeedOutput::missingRoom() const noexcept { return writer_.missingRoom(); }
 
 const std::string& FeedOutput::path() const noexcept { return writer_.path(); }
 

@@ -28,8 +28,10 @@ class FeedOutput final : public FrameSink {
     friend bool operator==(const Style&, const Style&) = default;
   };
 
-  /// No written frame's side is longer than `maxSide`. **Fails** with std::system_error.
-  FeedOutput(const std::string& path, LLCamera camera, int maxSide);
+  /// No written frame's side is longer than `maxSide`; there is `room` for a frame at once.
+  /// **Fails** with std::system_error.
+  FeedOutput(const std::string& path, LLCamera camera, int maxSide,
+             std::size_t room = SharedFrameWriter::usualRoom);
 
   void deliver(const FramePtr& frame, ContentKind kind) noexcept override;
 
@@ -43,6 +45,8 @@ class FeedOutput final : public FrameSink {
   /// Whether another process has taken the file over, and whether it has left it again.
   bool isTakenOver() const noexcept;
   bool isVacant() const noexcept;
+  /// What room a frame did not find on the disk, in bytes; 0 while all did.
+  std::size_t missingRoom() const noexcept;
   const std::string& path() const noexcept;
 
   /// Leaves the file behind without a writer; nothing is written to it any more. Waits for a frame

@@ -31,6 +31,9 @@ void FeedSet::show(const WantedFeed& wanted) {
   if (fresh) {
     feed.wanted = wanted;
     feed.lane = laneFor(wanted.path);
+    const auto failure = failures_.find(wanted.path);
+    if (failure != failures_.end() && failure->second.sourceKey == wanted.source.key)
+      feed.room = failure->second.room;
     return open(feed, Stage::opening);
   }
   if (!ready && feed.stage != Stage::opening) return;
@@ -50,8 +53,10 @@ void FeedSet::open(Feed& feed, Stage stage) {
   feed.attempt = ++attempts_;
   feed.output = nullptr;
   feed.look = lookOf(feed.wanted);
-  FeedLane::Opening opening{
-      .camera = feed.wanted.camera, .maxSide = WantedFeed::maxSide, .look = feed.look};
+  FeedLane::Opening opening{.camera = feed.wanted.camera,
+                            .maxSide = WantedFeed::maxSide,
+                            .room = std::max(feed.room, SharedFrameWriter::usualRoom),
+                            .look = feed.look};
   if (stage == Stage::opening) seed(feed, opening);
   onLane(
       feed.lane,
@@ -71,11 +76,11 @@ void FeedSet::opened(const std::string& path, std::uint64_t attempt, const Opene
   const auto entry = feeds_.find(path);
   if (entry == feeds_.end() || entry->second.attempt != attempt) return;  // not wanted any more
   if (result.output) {
-    openErrors_.erase(path);
+    failures_.erase(path);
     entry->second.output = result.output;
     begin(entry->second);
   } else {
-    noteError(path, result.error);
+    noteFailure(entry->second, result.error);
     feeds_.erase(entry);
   }
   if (removeLeaving() || !result.output) stopIdleHubs();
@@ -90,10 +95,10 @@ void FeedSet::begin(Feed& feed) {
   if (feed.attached || isReady(feed.wanted)) attach(feed);
 }
 
-void FeedSet::noteError(const std::string& path, const std::string& error) {
-  auto& known = openErrors_[path];
-  if (known != error) Log::router().error("cannot open {}: {}", path, error);
-  known = error;
+void FeedSet::noteFailure(const Feed& feed, const std::string& error) {
+  auto& known = failures_[feed.wanted.path];
+  if (known.error != error) Log::router().error("cannot open {}: {}", feed.wanted.path, error);
+  known = {error, feed.wanted.source.key, feed.room};
 }
 
 FeedLane::Look FeedSet::lookOf(const WantedFeed& wanted) {
@@ -163,7 +168,7 @@ void FeedSet::removeUnwanted(const std::vector<WantedFeed>& wanted) {
   }
   for (auto& [path, feed] : feeds_) feed.leaving = !paths.contains(path);
   removeLeaving();
-  std::erase_if(openErrors_, [&](const auto& entry) { return !paths.contains(entry.first); });
+  std::erase_if(failures_, [&](const auto& entry) { return !paths.contains(entry.first); });
   overlays_.keepOnly(overlays);
 }
 
@@ -204,7 +209,9 @@ void FeedSet::stop(const Running& running) {
 void FeedSet::heartbeat() {
   for (auto& [path, feed] : feeds_) {
     if (feed.stage != Stage::open) continue;
-    if (!feed.output->stillInPlace() || feed.output->isVacant()) {
+    const std::size_t missing = feed.output->missingRoom();
+    if (missing > 0) feed.room = missing;
+    if (missing > 0 || !feed.output->stillInPlace() || feed.output->isVacant()) {
       open(feed, Stage::reopening);
       continue;
     }

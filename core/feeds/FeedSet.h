@@ -64,14 +64,15 @@ class FeedSet {
   void apply(const std::vector<WantedFeed>& wanted);
 
   /// Marks every file as alive; makes those anew that somebody removed, replaced or cut short, and
-  /// takes those back that another process had taken over and has left.
+  /// takes those back that another process had taken over and has left. One for whose frames there
+  /// is no room is opened anew with that room, or is a file that cannot be opened.
   void heartbeat();
 
   /// Starts those captures again that failed: what they need may be there now.
   void retryCaptures();
   void retryOverlays() { overlays_.forgetFailures(); }
 
-  bool hasFailedFiles() const noexcept { return !openErrors_.empty(); }
+  bool hasFailedFiles() const noexcept { return !failures_.empty(); }
   /// Whether a wanted file is being opened for the first time.
   bool isOpening() const;
   /// Ready when nothing is left to do for any file, and at the latest when all is closed.
@@ -95,6 +96,7 @@ class FeedSet {
     Stage stage = Stage::opening;
     std::uint64_t attempt = 0;           ///< Tells this opening from earlier ones of the path.
     std::shared_ptr<FeedOutput> output;  ///< While open.
+    std::size_t room = 0;                ///< What its frames need, when it is more than usual.
     FeedLane::Look look;                 ///< What the lane was told last.
     std::string overlay;                 ///< The item of the library that was told as shown.
     bool takenOver = false;              ///< By another process, as has been logged.
@@ -106,6 +108,12 @@ class FeedSet {
     std::shared_ptr<SourceHub> hub;
     WindowFollowingSource* follower = nullptr;
   };
+  /// Why a wanted file is missing.
+  struct Failure {
+    std::string error;
+    std::string sourceKey;
+    std::size_t room = 0;  ///< That the source's frames need, when it is more than usual.
+  };
   struct Opened {
     std::shared_ptr<FeedOutput> output;  ///< None after an error.
     std::string error;
@@ -115,7 +123,7 @@ class FeedSet {
   void open(Feed& feed, Stage stage);
   void opened(const std::string& path, std::uint64_t attempt, const Opened& result);
   void begin(Feed& feed);
-  void noteError(const std::string& path, const std::string& error);
+  void noteFailure(const Feed& feed, const std::string& error);
   FeedLane::Look lookOf(const WantedFeed& wanted);
   void restyle(Feed& feed);
   void noteOverlay(Feed& feed);
@@ -146,9 +154,9 @@ class FeedSet {
   const Hooks hooks_;
   std::function<void()> onFile_;
   OverlayCache overlays_;
-  std::map<std::string, Feed> feeds_;              // by path
-  std::map<std::string, Running> running_;         // by source key
-  std::map<std::string, std::string> openErrors_;  // by path: why a wanted file is missing
+  std::map<std::string, Feed> feeds_;        // by path
+  std::map<std::string, Running> running_;   // by source key
+  std::map<std::string, Failure> failures_;  // by path
   /// By path. One that still has something to do serves the path's next feed as well, so that a
   /// file is not opened before the one before it is gone.
   std::map<std::string, std::weak_ptr<FeedLane>> lanes_;

@@ -41,14 +41,8 @@ std::string describeObstacle(const std::string& path) {
                      userName(status.st_uid));
 }
 
-/// A hole that cannot be filled later, on a full disk, would be a signal in the middle of a frame.
-void reserve(const FileDescriptor& file, const std::string& path, std::size_t size) {
-  const auto length = static_cast<off_t>(size);
-  while (::ftruncate(file.get(), length) != 0) {
-    if (errno != EINTR) throwErrno(path);
-  }
-  while (::fallocate(file.get(), 0, 0, length) != 0) {
-    if (errno == EOPNOTSUPP || errno == ENOSYS) return;
+void setLength(const FileDescriptor& file, const std::string& path, std::size_t size) {
+  while (::ftruncate(file.get(), static_cast<off_t>(size)) != 0) {
     if (errno != EINTR) throwErrno(path);
   }
 }
@@ -80,16 +74,29 @@ FileDescriptor openPrivate(const std::string& path) {
   throw posixError(openError, path);
 }
 
-MappedFile mapWhole(const FileDescriptor& file, const std::string& path, std::size_t size) {
+MappedFile mapWhole(const FileDescriptor& file, const std::string& path, std::size_t size,
+                    std::initializer_list<Extent> reserved) {
   struct stat before {};
   if (::fstat(file.get(), &before) != 0) throwErrno(path);
   try {
-    reserve(file, path, size);
+    setLength(file, path, size);
+    for (const Extent& part : reserved) {
+      if (const int error = reserve(file, part); error != 0) throw posixError(error, path);
+    }
     return MappedFile::map(file, size, MappedFile::Access::readWrite);
   } catch (const std::system_error& error) {
     if (before.st_size == 0) ::unlink(path.c_str());
     throw posixError(error.code().value(), path);
   }
+}
+
+int reserve(const FileDescriptor& file, const Extent& part) noexcept {
+  const auto offset = static_cast<off_t>(part.offset);
+  while (::fallocate(file.get(), 0, offset, static_cast<off_t>(part.length)) != 0) {
+    if (errno == EOPNOTSUPP || errno == ENOSYS) return 0;
+    if (errno != EINTR) return errno;
+  }
+  return 0;
 }
 
 }  // namespace lenslark::FrameFileOpening

@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <cstring>
@@ -53,11 +54,14 @@ std::size_t slotCapacity(const std::string& path, int maxWidth, int maxHeight) {
 }  // namespace
 
 SharedFrameWriter::SharedFrameWriter(const std::string& path, int maxWidth, int maxHeight,
-                                     LLCamera camera)
-    : path_(path), capacity_(slotCapacity(path, maxWidth, maxHeight)) {
-  const std::size_t size = LL_FRAME_DATA_OFFSET + 2 * capacity_;
+                                     LLCamera camera, std::size_t room)
+    : path_(path),
+      capacity_(slotCapacity(path, maxWidth, maxHeight)),
+      room_(std::min(room, capacity_)) {
+  const std::size_t secondSlot = LL_FRAME_DATA_OFFSET + capacity_;
   file_ = FrameFileOpening::openPrivate(path);
-  mapping_ = FrameFileOpening::mapWhole(file_, path, size);
+  mapping_ = FrameFileOpening::mapWhole(file_, path, secondSlot + capacity_,
+                                        {{0, LL_FRAME_DATA_OFFSET + room_}, {secondSlot, room_}});
   writeHeader(camera);
 }
 
@@ -156,6 +160,28 @@ bool SharedFrameWriter::fits(Size size) const noexcept {
   const auto rowBytes = static_cast<std::uint64_t>(size.width) * LL_FRAME_BYTES_PER_PIXEL;
   return rowBytes <= std::numeric_limits<std::uint32_t>::max() &&
          static_cast<std::uint64_t>(size.height) <= capacity_ / rowBytes;
+}
+
+bool SharedFrameWriter::hasRoom(Size size) noexcept {
+  const std::size_t needed = static_cast<std::size_t>(size.width) *
+                             static_cast<std::size_t>(size.height) * LL_FRAME_BYTES_PER_PIXEL;
+  return needed <= room_ || makeRoom(needed);
+}
+
+/// In both slots: the next frame is of the same size, most likely.
+bool SharedFrameWriter::makeRoom(std::size_t bytes) noexcept {
+  // Not for a few rows at a time, while a window is being made larger.
+  constexpr std::size_t step = std::size_t{1} << 20;
+  const std::size_t room = std::min((bytes + step - 1) / step * step, capacity_);
+  for (const std::size_t slot : {std::size_t{0}, capacity_}) {
+    if (FrameFileOpening::reserve(file_, {LL_FRAME_DATA_OFFSET + slot + room_, room - room_}) == 0)
+      continue;
+    missingRoom_ = room;
+    return false;
+  }
+  room_ = room;
+  if (missingRoom_ <= room) missingRoom_ = 0;
+  return true;
 }
 
 std::uint32_t SharedFrameWriter::frontSlot() const noexcept { return get(header().frontSlot) & 1U; }

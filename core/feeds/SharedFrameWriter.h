@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -7,6 +8,7 @@
 
 #include "base/FileDescriptor.h"
 #include "base/MappedFile.h"
+#include "config/Lenslark.h"
 #include "graphics/Frame.h"
 #include "lenslark/frame_file.h"
 #include "sources/FrameSource.h"
@@ -28,17 +30,24 @@ namespace lenslark {
 /// **Owns** the mapping. The file itself stays when the writer goes; its writer pid becomes 0.
 class SharedFrameWriter {
  public:
+  /// For a frame of the usual size. A file has room for far larger ones, which would be five times
+  /// the memory where its file system is in memory.
+  static constexpr std::size_t usualRoom =
+      std::size_t{Lenslark::defaultWidth} * Lenslark::defaultHeight * LL_FRAME_BYTES_PER_PIXEL;
+
   /// Creates the file, mode 0600, or takes an older one over: its scene mode stays and its counters
-  /// go on, so that a reader that has it mapped notices. All of it is allocated, so that a full
-  /// disk shows here and not as a signal later. **Fails** with std::system_error.
-  SharedFrameWriter(const std::string& path, int maxWidth, int maxHeight, LLCamera camera);
+  /// go on, so that a reader that has it mapped notices. `room` bytes of each slot are allocated at
+  /// once, so that a full disk shows here and not as a signal later; a frame that needs more makes
+  /// more. **Fails** with std::system_error.
+  SharedFrameWriter(const std::string& path, int maxWidth, int maxHeight, LLCamera camera,
+                    std::size_t room = usualRoom);
   ~SharedFrameWriter();
   SharedFrameWriter(const SharedFrameWriter&) = delete;
   SharedFrameWriter& operator=(const SharedFrameWriter&) = delete;
 
   /// Draws a frame into the slot that readers are not looking at and publishes it. Drops a frame
-  /// that is larger than a slot or cannot be drawn, and each while the file is another's. Returns
-  /// whether it was published.
+  /// that is larger than a slot, for which there is no room on the disk or that cannot be drawn,
+  /// and each while the file is another's. Returns whether it was published.
   bool write(const Frame& frame, ContentKind kind) noexcept;
 
   /// The same for pictures that are put together: `draw` fills a span of exactly `size` in the slot
@@ -56,6 +65,9 @@ class SharedFrameWriter {
   /// Whether that process has closed the file since, or shows no sign of life any more.
   bool isVacant() const noexcept;
 
+  /// The bytes of a slot that could not be allocated when a frame needed them; 0 while all could.
+  std::size_t missingRoom() const noexcept { return missingRoom_; }
+
   /// Gives the file up: its writer pid becomes 0, and nothing is written to it any more.
   void close() noexcept;
 
@@ -70,6 +82,8 @@ class SharedFrameWriter {
   void writeHeader(LLCamera camera) noexcept;
 
   bool fits(Size size) const noexcept;
+  bool hasRoom(Size size) noexcept;
+  bool makeRoom(std::size_t bytes) noexcept;
   std::uint32_t frontSlot() const noexcept;
   PixelSpan slotPixels(std::uint32_t slot, Size size) const noexcept;
   PixelSpan beginSlot(std::uint32_t slot, Size size) noexcept;
@@ -82,11 +96,14 @@ class SharedFrameWriter {
   std::size_t capacity_ = 0;
   FileDescriptor file_;
   MappedFile mapping_;
+
+  std::size_t room_ = 0;  // of each slot: what is allocated; the writing thread's
+  std::atomic<std::size_t> missingRoom_ = 0;
 };
 
 template <typename Draw>
 bool SharedFrameWriter::write(Size size, ContentKind kind, Draw&& draw) noexcept {
-  if (!fits(size) || !isWhole() || !isOurs()) return false;
+  if (!fits(size) || !isWhole() || !isOurs() || !hasRoom(size)) return false;
   const std::uint32_t target = 1U - frontSlot();
   if (!std::forward<Draw>(draw)(beginSlot(target, size))) {
     // What the slot held is partly painted over: it holds no frame now.

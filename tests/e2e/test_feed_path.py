@@ -1,6 +1,7 @@
 """What may lie at a feed's path before the program writes there."""
 
 import os
+import pathlib
 import stat
 import unittest
 
@@ -16,6 +17,12 @@ def older_file(path, **changes):
               "data_offset": 4096, "slot_capacity": 16, "content_kind": 1, "front_slot": 1,
               "camera": 2, "is_still": 1, "slots": slots, **changes}
     path.write_bytes(framefile.Header(**values).pack().ljust(4096 + 32, b"\0"))
+
+
+def inside_of(sandbox, path):
+    """A path as the program in a sandbox sees it."""
+    children = pathlib.Path(f"/proc/{sandbox}/task/{sandbox}/children").read_text().split()
+    return pathlib.Path(f"/proc/{children[0]}/root{path}")
 
 
 class FeedPathTest(EndToEndTest):
@@ -116,6 +123,27 @@ class FeedPathTest(EndToEndTest):
         with self.lenslark.serve("--test-pattern", prefix=prefix, ends=False) as serving:
             eventually(lambda: "No space left on device" in serving.errors())
             self.assertTrue(serving.running())
+
+
+    @unittest.skipUnless(os.environ.get("LENSLARK_PRIVATE_TMP"), "needs bubblewrap")
+    def test_a_picture_that_the_disk_has_no_room_for_is_reported_once_and_a_smaller_one_fed(self):
+        small = self.folder / "small"
+        small.mkdir()
+        feed = small / "feed.shm"
+        self.lenslark.environment["LENSLARK_SHM"] = str(feed)
+        prefix = ("bwrap", "--dev-bind", "/", "/", "--size", "10000000", "--tmpfs", str(small),
+                  "--die-with-parent", "--")
+        large = self.lenslark.import_media(self.picture("large.png", size=(2048, 2048)))
+        usual = self.lenslark.import_media(self.picture("usual.png"))
+        self.lenslark.set_global({"kind": "image", "mediaId": large})
+        with self.lenslark.serve(prefix=prefix, ends=False) as serving:
+            told = f"cannot open {feed}: {feed}: No space left on device"
+            eventually(lambda: told in serving.errors())
+            inside = inside_of(serving.pid, feed)
+            eventually(lambda: not inside.exists())
+            self.lenslark.set_global({"kind": "image", "mediaId": usual})
+            eventually(lambda: framefile.latest(inside), deadline=30)
+            self.assertEqual(serving.errors().count(told), 1)
 
 
 @unittest.skipUnless(os.environ.get("LENSLARK_PRIVATE_TMP"), "needs bubblewrap")

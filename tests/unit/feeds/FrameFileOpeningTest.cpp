@@ -235,12 +235,51 @@ TEST_F(FrameFileOpeningTest, aShortageOfDescriptorsRemovesNothing) {
   EXPECT_EQ(readFile(path), "kept");
 }
 
-TEST_F(FrameFileOpeningTest, reservedFilesHaveNoHoles) {
+TEST_F(FrameFileOpeningTest, aDiskThatFillsUpBeforeALargerFrameDropsIt) {
+  const int result = inChild([this] {
+    if (!mountSmallDisk(directory.path().string(), "12m")) return cannotPrepare;
+    SharedFrameWriter writer(path, 2048, 2048, LLCameraDevice);
+    const auto usual = numberedPicture({1280, 720});
+    const auto large = numberedPicture({2048, 1024});
+    if (!writer.write(*usual, ContentKind::live) || writer.missingRoom() != 0) return failed;
+    if (writer.write(*large, ContentKind::still) || writer.missingRoom() != 8U << 20) return failed;
+    if (!writer.write(*usual, ContentKind::live)) return failed;
+    return writer.missingRoom() != 0 ? passed : failed;
+  });
+  if (result == cannotPrepare) GTEST_SKIP() << "cannot mount a small disk here";
+  EXPECT_EQ(result, passed);
+}
+
+TEST_F(FrameFileOpeningTest, aDiskThatHasRoomAgainTakesTheLargerFrame) {
+  const int result = inChild([this] {
+    if (!mountSmallDisk(directory.path().string(), "20m")) return cannotPrepare;
+    SharedFrameWriter writer(path, 2048, 2048, LLCameraDevice);
+    std::ofstream(directory / "rest") << std::string(32 << 20, 'x');
+    const auto large = numberedPicture({2048, 1024});
+    if (writer.write(*large, ContentKind::live)) return failed;
+    std::filesystem::remove(directory / "rest");
+    const bool written = writer.write(*large, ContentKind::live);
+    return written && writer.missingRoom() == 0 ? passed : failed;
+  });
+  if (result == cannotPrepare) GTEST_SKIP() << "cannot mount a small disk here";
+  EXPECT_EQ(result, passed);
+}
+
+TEST_F(FrameFileOpeningTest, whatIsReservedHasNoHoles) {
   const FileDescriptor file = FrameFileOpening::openPrivate(path);
-  FrameFileOpening::mapWhole(file, path, 1 << 20);
+  FrameFileOpening::mapWhole(file, path, 1 << 20, {{0, 1 << 20}});
   const struct stat there = status();
   EXPECT_EQ(there.st_size, 1 << 20);
   EXPECT_GE(there.st_blocks * 512, 1 << 20);
+}
+
+TEST_F(FrameFileOpeningTest, theRestTakesNoRoom) {
+  const FileDescriptor file = FrameFileOpening::openPrivate(path);
+  FrameFileOpening::mapWhole(file, path, 8 << 20, {{0, 1 << 20}, {4 << 20, 1 << 20}});
+  const struct stat there = status();
+  EXPECT_EQ(there.st_size, 8 << 20);
+  EXPECT_GE(there.st_blocks * 512, 2 << 20);
+  EXPECT_LT(there.st_blocks * 512, 3 << 20);
 }
 
 }  // namespace
