@@ -11,6 +11,16 @@ bool hasEnded(const std::future<void>& result) {
   return result.wait_for(std::chrono::seconds(0)) == std::future_status::ready;
 }
 
+/// Tells when the last that has to do with it has let go of it.
+struct Settling {
+  explicit Settling(std::promise<void> waiting) : promise(std::move(waiting)) {}
+  ~Settling() { promise.set_value(); }
+  Settling(const Settling&) = delete;
+  Settling& operator=(const Settling&) = delete;
+
+  std::promise<void> promise;
+};
+
 }  // namespace
 
 FeedSet::FeedSet(std::shared_ptr<SerialQueue> queue, Hooks hooks)
@@ -51,40 +61,54 @@ bool FeedSet::isReady(const WantedFeed& wanted) {
 void FeedSet::open(Feed& feed, Stage stage) {
   feed.stage = stage;
   feed.attempt = ++attempts_;
-  feed.output = nullptr;
   feed.look = lookOf(feed.wanted);
   FeedLane::Opening opening{.camera = feed.wanted.camera,
                             .maxSide = WantedFeed::maxSide,
                             .room = std::max(feed.room, SharedFrameWriter::usualRoom),
                             .look = feed.look};
   if (stage == Stage::opening) seed(feed, opening);
-  onLane(
-      feed.lane,
-      [opening = std::move(opening)](FeedLane& lane) -> Opened {
-        try {
-          return {lane.open(opening), {}};
-        } catch (const std::exception& error) {
-          return {nullptr, error.what()};
-        }
-      },
-      [this, path = feed.wanted.path, attempt = feed.attempt](const Opened& result) {
-        opened(path, attempt, result);
-      });
+  ++unopened_;
+  feed.lane->queue().post([this, lane = feed.lane, attempt = feed.attempt, queue = queue_,
+                           owner = hooks_.owner(), opening = std::move(opening),
+                           before = std::exchange(feed.output, nullptr)]() mutable {
+    before = nullptr;
+    queue->post([this, lane, attempt, owner, result = tryOpen(*lane, opening)] {
+      if (const auto alive = owner.lock()) opened(lane, attempt, result);
+    });
+  });
 }
 
-void FeedSet::opened(const std::string& path, std::uint64_t attempt, const Opened& result) {
-  const auto entry = feeds_.find(path);
-  if (entry == feeds_.end() || entry->second.attempt != attempt) return;  // not wanted any more
-  if (result.output) {
-    failures_.erase(path);
-    entry->second.output = result.output;
-    begin(entry->second);
+FeedSet::Opened FeedSet::tryOpen(FeedLane& lane, const FeedLane::Opening& opening) {
+  try {
+    return {lane.open(opening), {}};
+  } catch (const std::exception& error) {
+    return {nullptr, error.what()};
+  }
+}
+
+void FeedSet::opened(const std::shared_ptr<FeedLane>& lane, std::uint64_t attempt,
+                     const Opened& result) {
+  --unopened_;
+  const auto entry = feeds_.find(lane->path());
+  if (entry == feeds_.end() || entry->second.attempt != attempt) {  // not wanted any more
+    onLane(lane, [output = result.output](FeedLane&) {});
   } else {
+    take(entry, result);
+    if (removeLeaving() || !result.output) stopIdleHubs();
+    if (onFile_) onFile_();
+  }
+  if (unopened_ == 0) tellSettled();
+}
+
+void FeedSet::take(Feeds::iterator entry, const Opened& result) {
+  if (!result.output) {
     noteFailure(entry->second, result.error);
     feeds_.erase(entry);
+    return;
   }
-  if (removeLeaving() || !result.output) stopIdleHubs();
-  if (onFile_) onFile_();
+  failures_.erase(entry->first);
+  entry->second.output = result.output;
+  begin(entry->second);
 }
 
 void FeedSet::begin(Feed& feed) {
@@ -166,29 +190,38 @@ void FeedSet::removeUnwanted(const std::vector<WantedFeed>& wanted) {
     paths.insert(feed.path);
     if (feed.overlayFile) overlays.insert(*feed.overlayFile);
   }
-  for (auto& [path, feed] : feeds_) feed.leaving = !paths.contains(path);
+  for (auto& [path, feed] : feeds_) {
+    feed.leaving = !paths.contains(path);
+    anyLeaving_ = anyLeaving_ || feed.leaving;
+  }
   removeLeaving();
   std::erase_if(failures_, [&](const auto& entry) { return !paths.contains(entry.first); });
   overlays_.keepOnly(overlays);
 }
 
 bool FeedSet::removeLeaving() {
-  const auto isLeaving = [](const auto& entry) { return entry.second.leaving; };
-  if (std::ranges::none_of(feeds_, isLeaving)) return false;
+  if (!anyLeaving_) return false;
+  anyLeaving_ = false;
   std::set<DeviceKey> changing;  // what takes the place of a file of theirs is not open yet
   for (const auto& [path, feed] : feeds_)
     if (feed.stage == Stage::opening && !feed.leaving && feed.wanted.device)
       changing.insert(*feed.wanted.device);
-  const auto removed = std::erase_if(feeds_, [&](const auto& entry) {
-    const Feed& feed = entry.second;
+  bool removed = false;
+  for (auto entry = feeds_.begin(); entry != feeds_.end();) {
+    Feed& feed = entry->second;
     const bool standsIn = feed.stage != Stage::opening && feed.wanted.device &&
                           changing.contains(*feed.wanted.device);
-    if (!feed.leaving || standsIn) return false;
-    onLane(feed.lane, [](FeedLane& lane) { lane.remove(); });
-    return true;
-  });
+    anyLeaving_ = anyLeaving_ || (feed.leaving && standsIn);
+    if (!feed.leaving || standsIn) {
+      ++entry;
+      continue;
+    }
+    onLane(feed.lane, [output = std::move(feed.output)](FeedLane& lane) { lane.remove(); });
+    entry = feeds_.erase(entry);
+    removed = true;
+  }
   std::erase_if(lanes_, [](const auto& entry) { return entry.second.expired(); });
-  return removed > 0;
+  return removed;
 }
 
 void FeedSet::stopIdleHubs() {
@@ -286,51 +319,31 @@ std::shared_ptr<FeedLane> FeedSet::laneFor(const std::string& path) {
   return lane;
 }
 
-template <typename Work, typename Then>
-void FeedSet::onLane(const std::shared_ptr<FeedLane>& lane, Work work, Then then) {
-  ++unfinished_;
-  lane->queue().post([this, lane, queue = queue_, owner = hooks_.owner(), work = std::move(work),
-                      then = std::move(then)]() mutable {
-    auto result = work(*lane);
-    queue->post([this, owner, result = std::move(result), then = std::move(then)] {
-      const auto alive = owner.lock();
-      if (!alive) return;
-      then(result);
-      finishOne();
-    });
-  });
-}
-
 template <typename Work>
 void FeedSet::onLane(const std::shared_ptr<FeedLane>& lane, Work work) {
-  const auto returning = [work = std::move(work)](FeedLane& its) {
-    work(its);
-    return std::monostate{};
-  };
-  onLane(lane, returning, [](std::monostate) {});
-}
-
-void FeedSet::finishOne() {
-  --unfinished_;
-  if (unfinished_ == 0) tellSettled();
+  lane->queue().post([lane, work = std::move(work)]() mutable { work(*lane); });
 }
 
 std::future<void> FeedSet::settled() {
   auto result = settling_.emplace_back().get_future();
-  if (unfinished_ == 0 || closed_) tellSettled();
+  if (unopened_ == 0 || closed_) tellSettled();
   return result;
 }
 
 void FeedSet::tellSettled() {
-  for (auto& waiting : settling_) waiting.set_value();
-  settling_.clear();
+  for (auto& waiting : std::exchange(settling_, {})) {
+    const auto all = std::make_shared<Settling>(std::move(waiting));
+    if (closed_) continue;
+    for (const auto& [path, known] : lanes_)
+      if (const auto lane = known.lock()) onLane(lane, [all](FeedLane&) {});
+  }
 }
 
 std::vector<std::future<void>> FeedSet::close() {
   closed_ = true;
-  for (const auto& [path, feed] : feeds_) {
+  for (auto& [path, feed] : feeds_) {
     if (feed.output) feed.output->close();
-    onLane(feed.lane, [](FeedLane& lane) { lane.close(); });
+    onLane(feed.lane, [output = std::move(feed.output)](FeedLane& lane) { lane.close(); });
   }
   feeds_.clear();
   stopIdleHubs();

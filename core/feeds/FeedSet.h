@@ -10,7 +10,6 @@
 #include <optional>
 #include <set>
 #include <string>
-#include <variant>
 #include <vector>
 
 #include "base/SerialQueue.h"
@@ -94,15 +93,17 @@ class FeedSet {
     WantedFeed wanted;
     std::shared_ptr<FeedLane> lane;
     Stage stage = Stage::opening;
-    std::uint64_t attempt = 0;           ///< Tells this opening from earlier ones of the path.
-    std::shared_ptr<FeedOutput> output;  ///< While open.
-    std::size_t room = 0;                ///< What its frames need, when it is more than usual.
-    FeedLane::Look look;                 ///< What the lane was told last.
-    std::string overlay;                 ///< The item of the library that was told as shown.
-    bool takenOver = false;              ///< By another process, as has been logged.
-    bool attached = false;               ///< Not before its overlay can be shown.
-    bool leaving = false;                ///< Not wanted, but what takes its place is not open yet.
+    std::uint64_t attempt = 0;  ///< Tells this opening from earlier ones of the path.
+    /// While open. Let go of on the lane alone: unmapping a file takes its time.
+    std::shared_ptr<FeedOutput> output;
+    std::size_t room = 0;    ///< What its frames need, when it is more than usual.
+    FeedLane::Look look;     ///< What the lane was told last.
+    std::string overlay;     ///< The item of the library that was told as shown.
+    bool takenOver = false;  ///< By another process, as has been logged.
+    bool attached = false;   ///< Not before its overlay can be shown.
+    bool leaving = false;    ///< Not wanted, but what takes its place is not open yet.
   };
+  using Feeds = std::map<std::string, Feed>;
   struct Running {
     SourceRequest request;
     std::shared_ptr<SourceHub> hub;
@@ -121,7 +122,9 @@ class FeedSet {
 
   void show(const WantedFeed& wanted);
   void open(Feed& feed, Stage stage);
-  void opened(const std::string& path, std::uint64_t attempt, const Opened& result);
+  static Opened tryOpen(FeedLane& lane, const FeedLane::Opening& opening);
+  void opened(const std::shared_ptr<FeedLane>& lane, std::uint64_t attempt, const Opened& result);
+  void take(Feeds::iterator entry, const Opened& result);
   void begin(Feed& feed);
   void noteFailure(const Feed& feed, const std::string& error);
   FeedLane::Look lookOf(const WantedFeed& wanted);
@@ -142,26 +145,23 @@ class FeedSet {
   void stop(const Running& running);
 
   std::shared_ptr<FeedLane> laneFor(const std::string& path);
-  /// Does work on a feed's lane, and `then` with what it returns on the queue.
-  template <typename Work, typename Then>
-  void onLane(const std::shared_ptr<FeedLane>& lane, Work work, Then then);
   template <typename Work>
-  void onLane(const std::shared_ptr<FeedLane>& lane, Work work);
-  void finishOne();
+  static void onLane(const std::shared_ptr<FeedLane>& lane, Work work);
   void tellSettled();
 
   const std::shared_ptr<SerialQueue> queue_;
   const Hooks hooks_;
   std::function<void()> onFile_;
   OverlayCache overlays_;
-  std::map<std::string, Feed> feeds_;        // by path
+  Feeds feeds_;                              // by path
   std::map<std::string, Running> running_;   // by source key
   std::map<std::string, Failure> failures_;  // by path
   /// By path. One that still has something to do serves the path's next feed as well, so that a
   /// file is not opened before the one before it is gone.
   std::map<std::string, std::weak_ptr<FeedLane>> lanes_;
+  bool anyLeaving_ = false;
   std::uint64_t attempts_ = 0;
-  std::size_t unfinished_ = 0;  // works on lanes
+  std::size_t unopened_ = 0;  // files that are being opened
   std::vector<std::promise<void>> settling_;
   bool closed_ = false;
   std::vector<std::future<void>> stopping_;
