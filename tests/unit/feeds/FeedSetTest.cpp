@@ -682,7 +682,9 @@ class FeedSetOverlayTest : public FeedSetTest {
   }
 
   /// Takes longer than it takes a file to open and a source to start.
-  static constexpr Size longToDecode{2000, 1000};
+  static constexpr Size longToDecode{600, 400};
+
+  static constexpr std::chrono::seconds aLongTime{60};
 
   /// Emits a red picture, which must not be seen. Whether the green overlay is.
   bool showsOnlyWithOverlay(const std::string& name, int number) {
@@ -704,7 +706,7 @@ class FeedSetOverlayTest : public FeedSetTest {
 TEST_F(FeedSetOverlayTest, aPictureIsNeverShownWithoutIt) {
   writeOverlay("overlay.png", longToDecode);
   queue->sync([&] { applyNow({wantOverlay("a", 1, "overlay.png")}); });
-  EXPECT_TRUE(eventually([&] { return showsOnlyWithOverlay("a", 1); }));
+  EXPECT_TRUE(eventually([&] { return showsOnlyWithOverlay("a", 1); }, aLongTime));
   EXPECT_TRUE(shown.contains("sha256:overlay.png"));
 }
 
@@ -735,7 +737,7 @@ TEST_F(FeedSetOverlayTest, aFileThatIsMadeAnewStillWaitsForIt) {
   settle();
   std::filesystem::remove(directory / "a");
   heartbeat();
-  EXPECT_TRUE(eventually([&] { return showsOnlyWithOverlay("a", 1); }));
+  EXPECT_TRUE(eventually([&] { return showsOnlyWithOverlay("a", 1); }, aLongTime));
 }
 
 }  // namespace
