@@ -78,17 +78,17 @@ class Machine {
     for (int i = 0; i < deviceCount; ++i) {
       situation.devices.push_back(simulator(Uuid::make(), "iPhone " + std::to_string(i)));
     }
-    feeds->onFile([this] { status(); });
+    feeds_->onFile([this] { status(); });
   }
   ~Machine() {
     std::set<std::string> paths;
-    for (auto& stopped : queue->sync([&] {
-           paths = feeds->openPaths();
-           return feeds->close();
+    for (auto& stopped : queue_->sync([&] {
+           paths = feeds_->openPaths();
+           return feeds_->close();
          })) {
       stopped.wait();
     }
-    queue->sync([&] { feeds.reset(); });
+    queue_->sync([&] { feeds_.reset(); });
     for (const auto& path : paths) ::unlink(path.c_str());
   }
   Machine(const Machine&) = delete;
@@ -98,13 +98,13 @@ class Machine {
   /// should be.
   double reconcile() {
     double cost = 0;
-    queue
+    queue_
         ->sync([&] {
           cost = costOf(threadCpu, 1, [&] {
-            feeds->apply(wantedFeeds(situation));
+            feeds_->apply(wantedFeeds(situation));
             status();
           });
-          return feeds->settled();
+          return feeds_->settled();
         })
         .wait();
     return cost;
@@ -114,7 +114,7 @@ class Machine {
   double costOfAll(const QueueCpu& cpu) {
     const double before = cpu.now();
     reconcile();
-    queue->sync([] {});
+    queue_->sync([] {});
     return cpu.now() - before;
   }
 
@@ -123,19 +123,19 @@ class Machine {
 
  private:
   void status() {
-    if (feeds->isOpening()) return;
-    benchmark::DoNotOptimize(deviceStatuses(situation, feeds->openPaths()));
+    if (feeds_->isOpening()) return;
+    benchmark::DoNotOptimize(deviceStatuses(situation, feeds_->openPaths()));
   }
 
-  std::shared_ptr<SerialQueue> queue = std::make_shared<SerialQueue>("bench");
-  std::shared_ptr<FeedSet> feeds = std::make_shared<FeedSet>(
-      queue, FeedSet::Hooks{.makeSource =
-                                [this](const SourceDescription&) {
-                                  ++sources;
-                                  return std::make_unique<PictureSource>();
-                                },
-                            .onShow = [](const auto&) {},
-                            .owner = [this]() -> std::weak_ptr<void> { return feeds; }});
+  std::shared_ptr<SerialQueue> queue_ = std::make_shared<SerialQueue>("bench");
+  std::shared_ptr<FeedSet> feeds_ = std::make_shared<FeedSet>(
+      queue_, FeedSet::Hooks{.makeSource =
+                                 [this](const SourceDescription&) {
+                                   ++sources;
+                                   return std::make_unique<PictureSource>();
+                                 },
+                             .onShow = [](const auto&) {},
+                             .owner = [this]() -> std::weak_ptr<void> { return feeds_; }});
 };
 
 /// The median of what a reconcile after `change` costs, beside five milliseconds.
