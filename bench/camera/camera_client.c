@@ -1,7 +1,7 @@
 // camera_client.c - an application that takes frames of 1280x960 YU12 from /dev/video0:
 // `camera-client FRAMES`. Prints for each when the call came back, in nanoseconds of
-// CLOCK_MONOTONIC, and its middle luma value; then the CPU seconds and the elapsed seconds of the
-// whole stream.
+// CLOCK_MONOTONIC, its middle luma value and the CPU nanoseconds since the one before; then the CPU
+// seconds and the elapsed seconds of the whole stream.
 #include <fcntl.h>
 #include <linux/videodev2.h>
 #include <stdio.h>
@@ -53,16 +53,20 @@ int main(int count, char** arguments) {
   check(ioctl(camera, VIDIOC_STREAMON, &type), "VIDIOC_STREAMON");
   long long begin = 0;
   long long cpu = 0;
+  long long before = 0;
   for (int i = 0; i <= frames; ++i) {
     struct v4l2_buffer buffer = bufferWith(0);
     check(ioctl(camera, VIDIOC_DQBUF, &buffer), "VIDIOC_DQBUF");
     const long long now = nanoseconds(CLOCK_MONOTONIC);
+    const long long spent = nanoseconds(CLOCK_PROCESS_CPUTIME_ID);
     if (i == 0) {  // Only a stream that runs is measured.
       begin = now;
-      cpu = nanoseconds(CLOCK_PROCESS_CPUTIME_ID);
+      cpu = spent;
     } else {
-      printf("%lld %d\n", now, pictures[buffer.index][width * height / 2 + width / 2]);
+      printf("%lld %d %lld\n", now, pictures[buffer.index][width * height / 2 + width / 2],
+             spent - before);
     }
+    before = spent;
     check(ioctl(camera, VIDIOC_QBUF, &buffer), "VIDIOC_QBUF");
   }
   printf("%.6f %.6f\n", (double)(nanoseconds(CLOCK_PROCESS_CPUTIME_ID) - cpu) / 1e9,
