@@ -31,6 +31,17 @@ EVERYDAY = [
     ["env", "python3", "-c",
      "import subprocess; print(subprocess.run(['echo', 'x'], capture_output=True, close_fds=True))"],
     ["env", "python3", "-c", "import multiprocessing as m; print(m.Pool(2).map(abs, [-1, 2]))"],
+    ["gcc", "-xc", "-include", "stdio.h", "-S", "-o", "-", "/dev/null"],
+    ["make", "-j4", "-f", "/dev/null", "--eval", "all: a b\na b:; @echo made", "all"],
+    ["sh", "-c", "git init -q r && git -C r hash-object -w /etc/passwd && ls -A r; rm -r r"],
+    ["sh", "-c", "cp -a /usr/include/linux c && du --apparent-size -s c && rm -r c && ls -A"],
+    ["sh", "-c", "xz -c /etc/passwd | xz -dc | gzip | zcat | cmp - /etc/passwd && echo same"],
+    ["openssl", "dgst", "-sha256", "/usr/include/linux/videodev2.h"],
+    ["ffprobe", "-v", "error", "-show_format", "/missing.mp4"],
+    ["timeout", "0.1", "sleep", "9"],
+    ["bash", "-c", "while read x; do echo $x; done < <(seq 20); mapfile -t l </etc/passwd; wait"],
+    ["stat", "-c", "%F", "/dev/video", "/dev/video9", "/sys/class/nothing"],
+    ["find", "/sys/class", "-maxdepth", "1", "-name", "[a-u]*"],
     ["perl", "-e", "opendir(my $d, '/usr/include/linux'); print scalar(readdir($d) ? 1 : 0)"],
 ]
 
