@@ -283,8 +283,9 @@ static void* globOpen(const char* path) { return opendir(path); }
 static struct dirent* globRead(void* stream) { return readdir(stream); }
 static void globClose(void* stream) { closedir(stream); }
 
-static bool mayMatchOurs(const char* pattern, int flags) {
-  return (flags & GLOB_ALTDIRFUNC) == 0 &&
+// What the C library refuses it is left to refuse.
+static bool mayMatchOurs(const char* pattern, int flags, const void* into) {
+  return pattern && into && (flags & GLOB_ALTDIRFUNC) == 0 &&
          (strstr(pattern, "/dev/") || strstr(pattern, "video4linux"));
 }
 
@@ -300,12 +301,12 @@ static int globOurs(const char* pattern, int flags, int (*failed)(const char*, i
 
 LENSLARK_EXPORT int glob(const char* restrict pattern, int flags, int (*failed)(const char*, int),
                          glob_t* restrict into) {
-  return mayMatchOurs(pattern, flags) ? globOurs(pattern, flags, failed, into)
-                                      : NEXT(glob)(pattern, flags, failed, into);
+  return mayMatchOurs(pattern, flags, into) ? globOurs(pattern, flags, failed, into)
+                                            : NEXT(glob)(pattern, flags, failed, into);
 }
 
 LENSLARK_EXPORT int glob64(const char* restrict pattern, int flags, int (*failed)(const char*, int),
                            glob64_t* restrict into) {
-  return mayMatchOurs(pattern, flags) ? globOurs(pattern, flags, failed, (glob_t*)into)
-                                      : NEXT(glob64)(pattern, flags, failed, into);
+  return mayMatchOurs(pattern, flags, into) ? globOurs(pattern, flags, failed, (glob_t*)into)
+                                            : NEXT(glob64)(pattern, flags, failed, into);
 }

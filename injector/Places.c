@@ -142,9 +142,10 @@ Place placeFind(int directory, const char* path) {
   }
   const int saved = errno;
   char whole[PATH_MAX];
-  const bool known = absolute(directory, path, whole);
+  const Place place =
+      absolute(directory, path, whole) ? recognise(whole) : (Place){placeNone, NULL, NULL, false};
   errno = saved;
-  return known ? recognise(whole) : (Place){placeNone, NULL, NULL, false};
+  return place;
 }
 
 static int contents(const Place* place, char into[static 128]) {

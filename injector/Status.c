@@ -18,12 +18,20 @@
 // On 64-bit machines both structures are one; the older names still exist.
 _Static_assert(sizeof(struct stat) == sizeof(struct stat64), "stat64 is stat");
 
+// The camera that such a call was about through its descriptor alone, pinned. Later kernels take a
+// path of NULL for an empty one; the headers promise the compiler that there is none.
+static Handle* pinNamed(int directory, const char* path, int flags) {
+  if (!(flags & AT_EMPTY_PATH)) return NULL;
+  const char* const volatile given = path;
+  const char* const text = given;
+  return !text || *text == '\0' ? handlePin(directory) : NULL;
+}
+
 // What the next definition answered about `path`, put right if it is a camera or found nothing.
 static int answered(int outcome, int saved, int directory, const char* path, struct stat* into,
                     int flags) {
   if (outcome == 0) {
-    const bool isDescriptor = (flags & AT_EMPTY_PATH) != 0 && directory >= 0 && *path == '\0';
-    Handle* handle = isDescriptor ? handlePin(directory) : NULL;
+    Handle* handle = pinNamed(directory, path, flags);
     if (handle) {
       placeStatDevice(handle->device, into);
       handleUnpin(handle);
@@ -113,9 +121,7 @@ LENSLARK_EXPORT int statx(int directory, const char* restrict path, int flags, u
   const int outcome = NEXT(statx)(directory, path, flags, mask, into);
   struct stat status;
   if (outcome == 0) {
-    Handle* handle = (flags & AT_EMPTY_PATH) != 0 && directory >= 0 && *path == '\0'
-                         ? handlePin(directory)
-                         : NULL;
+    Handle* handle = pinNamed(directory, path, flags);
     if (handle) {
       placeStatDevice(handle->device, &status);
       toStatx(&status, into);

@@ -82,6 +82,7 @@ static void opening(void) {
   CHECK(open("/dev/video0/x", O_RDONLY) < 0 && (errno == ENOENT || errno == ENOTDIR));
   CHECK(open("/dev/video00", O_RDONLY) < 0 && errno == ENOENT);
   CHECK(open("/dev/video2", O_RDONLY) < 0 && errno == ENOENT);
+  CHECK(open("/dev/video99999999999999999999", O_RDONLY) < 0 && errno == ENOENT);
   CHECK(openat(directory, bad, O_RDONLY) < 0 && errno == EFAULT);
 }
 
@@ -112,6 +113,14 @@ static void status(void) {
   CHECK(statx(AT_FDCWD, path, 0, STATX_BASIC_STATS, &more) == 0 && S_ISCHR(more.stx_mode));
   CHECK(more.stx_rdev_major == 81 && more.stx_rdev_minor == 1);
   CHECK(statx(camera, "", AT_EMPTY_PATH, STATX_TYPE, &more) == 0 && S_ISCHR(more.stx_mode));
+  // Later kernels take this for an empty path.
+  const char* volatile none = NULL;
+  CHECK(fstatat(camera, none, &status, AT_EMPTY_PATH) == 0 ? S_ISCHR(status.st_mode)
+                                                           : errno == EFAULT);
+  CHECK(statx(camera, none, AT_EMPTY_PATH, STATX_TYPE, &more) == 0 ? S_ISCHR(more.stx_mode)
+                                                                   : errno == EFAULT);
+  CHECK(fstatat(directory, none, &status, AT_EMPTY_PATH) == 0 ? S_ISDIR(status.st_mode)
+                                                              : errno == EFAULT);
   CHECK(stat(path, bad) < 0 && errno == EFAULT);
   CHECK(fstatat(directory, "video1", bad, 0) < 0 && errno == EFAULT);
   CHECK(statx(AT_FDCWD, path, 0, STATX_TYPE, bad) < 0 && errno == EFAULT);
@@ -222,6 +231,9 @@ static void listing(void) {
   CHECK(glob("/sys/class/video4linux/*/name", 0, NULL, &found) == 0 && found.gl_pathc == 2);
   globfree(&found);
   CHECK(glob("/dev/nothing*", 0, NULL, &found) == GLOB_NOMATCH);
+  const char* volatile none = NULL;
+  CHECK(glob(none, 0, NULL, &found) == -1 && errno == EINVAL);
+  CHECK(glob("/dev/*", 0, NULL, NULL) == -1 && errno == EINVAL);
 }
 
 static void files(void) {
