@@ -60,6 +60,9 @@ class InertTest(CameraTest):
                 with self.subTest(command=command):
                     self.compare(command)
 
+    def test_strange_arguments_are_answered_the_same(self):
+        self.compare([os.path.join(BUILD, "tests", "injector-strange")])
+
     def test_own_unit_tests_pass_with_it(self):
         ran = 0
         for name in ("test-base", "test-config"):
