@@ -99,8 +99,7 @@ static void tellOfDescriptor(int descriptor) {
 }
 
 static void prepare(void) {
-  memset(tooLong, 'x', sizeof(tooLong) - 1);
-  memcpy(tooLong, "/dev/video", 10);
+  snprintf(tooLong, sizeof(tooLong), "/dev/video%0*d", 2 * PATH_MAX - 20, 9);
   dup2(open("/dev", O_RDONLY | O_DIRECTORY), directory);
   dup2(open("/etc/passwd", O_RDONLY), file);
   dup2(open("/", O_PATH), nothing);
