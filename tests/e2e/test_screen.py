@@ -196,6 +196,19 @@ class WindowTest(ScreenTest):
                 return self.has(0.5, 0.5, BLUE)
             eventually(painted)
 
+    def test_a_window_that_is_minimised_keeps_its_last_picture(self):
+        self.start_window_manager()
+        paper = self.painter.window((100, 100, 640, 360), GREEN, "Paper", managed=True)
+        with self.lenslark.serve("--window", "Paper"):
+            self.shows(0.5, 0.5, GREEN)
+            self.server.run("xdotool", "windowminimize", "--sync", paper)
+            self.painter.do("pointer", 300, 300)
+            self.painter.do("pointer", 400, 300)
+            time.sleep(0.3)
+            self.assertTrue(self.has(0.5, 0.5, GREEN))
+            self.server.run("xdotool", "windowmap", "--sync", paper)
+            self.shows(0.5, 0.5, GREEN)
+
     def test_a_window_that_comes_later_is_found(self):
         with self.lenslark.serve("--window", "Paper") as serving:
             eventually(lambda: 'No on-screen window matches "Paper".' in serving.errors())
@@ -357,6 +370,18 @@ class EmulatorTest(ScreenTest):
             self.shows(0.5, 0.5, BLUE, feed)
             emulator.do("move", window, 100, 200)
             self.shows(0.5, 0.5, GREEN, feed)
+
+    def test_a_window_off_every_display_is_filmed_as_soon_as_it_is_on_one(self):
+        emulator, window, feed = self.start_emulator(frame=(3000, 200, 240, 400))
+        with self.lenslark.serve() as serving:
+            eventually(feed.exists)
+            self.assertIsNone(framefile.latest(feed))
+            emulator.do("move", window, 100, 200)
+            self.shows(0.5, 0.5, GREEN, feed)
+            emulator.do("move", window, 3000, 200)
+            emulator.do("move", window, 840, 200)
+            self.shows(0.5, 0.5, BLUE, feed)
+            self.assertEqual(serving.errors(), "")
 
     def test_a_compositor_may_come_and_go(self):
         emulator, window, feed = self.start_emulator()
