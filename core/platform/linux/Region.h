@@ -61,6 +61,13 @@ class Region {
     return coarse;
   }
 
+  /// The smallest rectangle around it.
+  PixelRect extents() const noexcept {
+    const pixman_box32_t* box = pixman_region32_extents(raw());
+    return {box->x1, box->y1, box->x2 - box->x1, box->y2 - box->y1};
+  }
+
+  /// From the top to the bottom, and from the left to the right.
   std::span<const pixman_box32_t> boxes() const noexcept {
     int count = 0;
     const pixman_box32_t* first = pixman_region32_rectangles(raw(), &count);

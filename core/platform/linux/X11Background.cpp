@@ -8,6 +8,7 @@ namespace lenslark {
 
 X11Background::X11Background(const X11Connection& x)
     : x_(x),
+      copy_(x),
       rootPixmapAtom_(x.atom("_XROOTPMAP_ID")),
       holder_(xcb_generate_id(x.get())),
       window_(xcb_generate_id(x.get())),
@@ -70,34 +71,24 @@ bool X11Background::handle(const xcb_generic_event_t& event) {
 }
 
 void X11Background::paint(const X11Picture& target, const Region& region, const PixelRect& area) {
-  const auto originX = static_cast<std::int16_t>(-area.x);
-  const auto originY = static_cast<std::int16_t>(-area.y);
-  const std::uint32_t solid = XCB_FILL_STYLE_SOLID;
-  xcb_change_gc(x_.get(), gc_, XCB_GC_FILL_STYLE, &solid);
-  for (const auto& box : region.boxes()) {
-    const auto x = static_cast<std::int16_t>(box.x1 + originX);
-    const auto y = static_cast<std::int16_t>(box.y1 + originY);
-    const auto width = static_cast<std::uint16_t>(box.x2 - box.x1);
-    const auto height = static_cast<std::uint16_t>(box.y2 - box.y1);
-    const xcb_rectangle_t rect{x, y, width, height};
-    xcb_poly_fill_rectangle(x_.get(), target.pixmap(), gc_, 1, &rect);
-    // The root may have got another background since.
-    const auto left = static_cast<std::int16_t>(box.x1);
-    const auto top = static_cast<std::int16_t>(box.y1);
-    xcb_clear_area(x_.get(), 0, window_, left, top, width, height);
-    xcb_copy_area(x_.get(), window_, target.pixmap(), gc_, left, top, x, y, width, height);
-    if (rootPixmap_ != XCB_NONE) {
-      const std::uint32_t tiled[] = {XCB_FILL_STYLE_TILED, rootPixmap_,
-                                     static_cast<std::uint32_t>(originX),
-                                     static_cast<std::uint32_t>(originY)};
-      xcb_change_gc(x_.get(), gc_,
-                    XCB_GC_FILL_STYLE | XCB_GC_TILE | XCB_GC_TILE_STIPPLE_ORIGIN_X |
-                        XCB_GC_TILE_STIPPLE_ORIGIN_Y,
-                    tiled);
-      xcb_poly_fill_rectangle(x_.get(), target.pixmap(), gc_, 1, &rect);
-      xcb_change_gc(x_.get(), gc_, XCB_GC_FILL_STYLE, &solid);
-    }
+  if (region.empty()) return;
+  const Region wanted = Region(region).move(-area.x, -area.y);
+  // The root may have got another background since.
+  for (const auto& rect : rectanglesOf(region)) {
+    xcb_clear_area(x_.get(), 0, window_, rect.x, rect.y, rect.width, rect.height);
   }
+  copy_.copy(window_, target.pixmap(), wanted, area.x, area.y);
+  if (rootPixmap_ == XCB_NONE) return;
+  const std::uint32_t tiled[] = {XCB_FILL_STYLE_TILED, rootPixmap_,
+                                 static_cast<std::uint32_t>(-area.x),
+                                 static_cast<std::uint32_t>(-area.y)};
+  xcb_change_gc(
+      x_.get(), gc_,
+      XCB_GC_FILL_STYLE | XCB_GC_TILE | XCB_GC_TILE_STIPPLE_ORIGIN_X | XCB_GC_TILE_STIPPLE_ORIGIN_Y,
+      tiled);
+  const auto parts = rectanglesOf(wanted);
+  xcb_poly_fill_rectangle(x_.get(), target.pixmap(), gc_, static_cast<std::uint32_t>(parts.size()),
+                          parts.data());
 }
 
 }  // namespace lenslark

@@ -3,6 +3,7 @@
 #include "platform/linux/Region.h"
 #include "platform/linux/X11Connection.h"
 #include "platform/linux/X11Picture.h"
+#include "platform/linux/X11RegionCopy.h"
 
 namespace lenslark {
 
@@ -31,6 +32,7 @@ class X11Background {
   void makeWindow();
 
   const X11Connection& x_;
+  const X11RegionCopy copy_;
   const xcb_atom_t rootPixmapAtom_;
   xcb_pixmap_t rootPixmap_ = XCB_NONE;
   const xcb_window_t holder_;

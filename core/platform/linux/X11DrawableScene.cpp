@@ -7,6 +7,7 @@
 #include <cmath>
 #include <utility>
 
+#include "platform/linux/X11RegionCopy.h"
 #include "platform/linux/X11Scene.h"
 #include "platform/linux/XcbWindows.h"
 
@@ -23,19 +24,15 @@ class DrawableScene : public X11Scene {
       : x_(x),
         drawable_(drawable),
         source_(source),
-        gc_(xcb_generate_id(x.get())),
+        copy_(x),
         damage_(xcb_generate_id(x.get())),
         changed_(xcb_generate_id(x.get())) {
-    const std::uint32_t values[] = {XCB_SUBWINDOW_MODE_INCLUDE_INFERIORS, 0};
-    xcb_create_gc(x.get(), gc_, x.root(), XCB_GC_SUBWINDOW_MODE | XCB_GC_GRAPHICS_EXPOSURES,
-                  values);
     xcb_xfixes_create_region(x.get(), changed_, 0, nullptr);
     xcb_damage_create(x.get(), damage_, drawable, XCB_DAMAGE_REPORT_LEVEL_NON_EMPTY);
   }
   ~DrawableScene() override {
     xcb_damage_destroy(x_.get(), damage_);
     xcb_xfixes_destroy_region(x_.get(), changed_);
-    xcb_free_gc(x_.get(), gc_);
   }
 
   bool dirty() const override { return dirty_; }
@@ -49,14 +46,7 @@ class DrawableScene : public X11Scene {
     const Region whole({0, 0, source_.width, source_.height});
     const Region changed = takeChanged().move(-source_.x, -source_.y).intersect(whole);
     const Region& wanted = all ? whole : changed;
-    for (const auto& box : wanted.boxes()) {
-      const auto x = static_cast<std::int16_t>(box.x1);
-      const auto y = static_cast<std::int16_t>(box.y1);
-      xcb_copy_area(
-          x_.get(), drawable_, picture.pixmap(), gc_, static_cast<std::int16_t>(source_.x + box.x1),
-          static_cast<std::int16_t>(source_.y + box.y1), x, y,
-          static_cast<std::uint16_t>(box.x2 - box.x1), static_cast<std::uint16_t>(box.y2 - box.y1));
-    }
+    copy_.copy(drawable_, picture.pixmap(), wanted, source_.x, source_.y);
     return wanted;
   }
 
@@ -81,7 +71,7 @@ class DrawableScene : public X11Scene {
     return changed;
   }
 
-  const xcb_gcontext_t gc_;
+  const X11RegionCopy copy_;
   const xcb_damage_damage_t damage_;
   const xcb_xfixes_region_t changed_;
 };

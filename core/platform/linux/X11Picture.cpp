@@ -24,6 +24,7 @@ X11Picture::X11Picture(const X11Connection& x, Size size)
   } else {
     xcb_create_pixmap(x.get(), x.screen().root_depth, pixmap_, x.root(), u16(size.width),
                       u16(size.height));
+    makeBlack();
   }
 }
 
@@ -31,6 +32,16 @@ X11Picture::~X11Picture() {
   xcb_free_pixmap(x_.get(), pixmap_);
   if (segment_ != XCB_NONE) xcb_shm_detach(x_.get(), segment_);
   if (memory_ != nullptr) ::shmdt(memory_);
+}
+
+/// The server's memory may still hold anybody's pixels; shared memory begins empty.
+void X11Picture::makeBlack() const {
+  const xcb_gcontext_t gc = xcb_generate_id(x_.get());
+  const std::uint32_t black = 0;
+  xcb_create_gc(x_.get(), gc, pixmap_, XCB_GC_FOREGROUND, &black);
+  const xcb_rectangle_t all{0, 0, u16(size_.width), u16(size_.height)};
+  xcb_poly_fill_rectangle(x_.get(), pixmap_, gc, 1, &all);
+  xcb_free_gc(x_.get(), gc);
 }
 
 bool X11Picture::attachMemory() {

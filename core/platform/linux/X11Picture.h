@@ -12,7 +12,7 @@
 namespace lenslark {
 
 /// A pixmap of the display's depth that the server draws into and we read: in memory that both
-/// share where the server offers that, else fetched.
+/// share where the server offers that, else fetched. It begins black.
 class X11Picture {
  public:
   X11Picture(const X11Connection& x, Size size);
@@ -29,6 +29,7 @@ class X11Picture {
 
  private:
   bool attachMemory();
+  void makeBlack() const;
 
   const X11Connection& x_;
   const Size size_;

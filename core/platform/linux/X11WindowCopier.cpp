@@ -32,16 +32,16 @@ xcb_render_pictformat_t withoutAlpha(xcb_render_pictformat_t id, Formats formats
 
 }  // namespace
 
-X11WindowCopier::X11WindowCopier(const X11Connection& x) : x_(x), gc_(xcb_generate_id(x.get())) {
-  const std::uint32_t values[] = {0, XCB_SUBWINDOW_MODE_INCLUDE_INFERIORS, 0};
-  xcb_create_gc(x.get(), gc_, x.root(),
-                XCB_GC_FOREGROUND | XCB_GC_SUBWINDOW_MODE | XCB_GC_GRAPHICS_EXPOSURES, values);
+X11WindowCopier::X11WindowCopier(const X11Connection& x)
+    : x_(x), copy_(x), black_(xcb_generate_id(x.get())) {
+  const std::uint32_t colour = 0;
+  xcb_create_gc(x.get(), black_, x.root(), XCB_GC_FOREGROUND, &colour);
   readFormats();
 }
 
 X11WindowCopier::~X11WindowCopier() {
   forget();
-  xcb_free_gc(x_.get(), gc_);
+  xcb_free_gc(x_.get(), black_);
 }
 
 void X11WindowCopier::forget() {
@@ -105,6 +105,12 @@ void X11WindowCopier::copy(const X11TopLevel& window, const X11Picture& target,
   const auto format = formats_.find(window.visual);
   if (!alike && format == formats_.end()) return black(target, region, area);
   const Source source = sourceOf(window);
+  if (alike) {
+    return copy_.copy(source.drawable, target.pixmap(), Region(region).move(-area.x, -area.y),
+                      area.x - window.frame.x + source.border,
+                      area.y - window.frame.y + source.border);
+  }
+  const auto& [own, opaque] = format->second;
   for (const auto& box : region.boxes()) {
     const std::int16_t fromX = i16(box.x1 - window.frame.x + source.border);
     const std::int16_t fromY = i16(box.y1 - window.frame.y + source.border);
@@ -112,12 +118,6 @@ void X11WindowCopier::copy(const X11TopLevel& window, const X11Picture& target,
     const std::int16_t toY = i16(box.y1 - area.y);
     const std::uint16_t width = u16(box.x2 - box.x1);
     const std::uint16_t height = u16(box.y2 - box.y1);
-    if (alike) {
-      xcb_copy_area(x_.get(), source.drawable, target.pixmap(), gc_, fromX, fromY, toX, toY, width,
-                    height);
-      continue;
-    }
-    const auto& [own, opaque] = format->second;
     xcb_render_composite(x_.get(), translucent ? XCB_RENDER_PICT_OP_OVER : XCB_RENDER_PICT_OP_SRC,
                          pictureOf(source.drawable, translucent ? own : opaque),
                          XCB_RENDER_PICTURE_NONE,
@@ -127,11 +127,10 @@ void X11WindowCopier::copy(const X11TopLevel& window, const X11Picture& target,
 }
 
 void X11WindowCopier::black(const X11Picture& target, const Region& region, const PixelRect& area) {
-  for (const auto& box : region.boxes()) {
-    const xcb_rectangle_t rect{i16(box.x1 - area.x), i16(box.y1 - area.y), u16(box.x2 - box.x1),
-                               u16(box.y2 - box.y1)};
-    xcb_poly_fill_rectangle(x_.get(), target.pixmap(), gc_, 1, &rect);
-  }
+  if (region.empty()) return;
+  const auto parts = rectanglesOf(Region(region).move(-area.x, -area.y));
+  xcb_poly_fill_rectangle(x_.get(), target.pixmap(), black_,
+                          static_cast<std::uint32_t>(parts.size()), parts.data());
 }
 
 }  // namespace lenslark

@@ -6,6 +6,7 @@
 
 #include "platform/linux/X11Connection.h"
 #include "platform/linux/X11Picture.h"
+#include "platform/linux/X11RegionCopy.h"
 #include "platform/linux/X11WindowStack.h"
 
 namespace lenslark {
@@ -46,7 +47,8 @@ class X11WindowCopier {
   xcb_render_picture_t pictureOf(xcb_drawable_t drawable, xcb_render_pictformat_t format);
 
   const X11Connection& x_;
-  const xcb_gcontext_t gc_;
+  const X11RegionCopy copy_;
+  const xcb_gcontext_t black_;
   std::map<xcb_visualid_t, Format> formats_;
   std::map<xcb_drawable_t, xcb_render_picture_t> pictures_;
   std::map<xcb_window_t, xcb_pixmap_t> stores_;
