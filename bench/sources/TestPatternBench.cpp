@@ -1,9 +1,11 @@
 // What a frame of the test pattern costs, beside a plain copy of one, and beside a general media
 // tool that draws a test pattern of its own.
 
+#include <array>
 #include <cstdlib>
 #include <cstring>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "graphics/PixelBuffer.h"
@@ -34,12 +36,22 @@ class Film {
     pattern_.setLetters(std::vector(TestPattern::captionText.size(), letter()),
                         std::vector(TestPattern::captionDigits.size(), letter()));
   }
-  void draw() { pattern_.draw(frame_.span(), ++number_, "12:34:56.789"); }
-  PixelView view() const { return frame_.view(); }
+  /// In turns, as one buffer is drawn into while the cameras hold the other.
+  void draw() {
+    const auto target = frames_[++number_ % 2].span();
+    if (number_ <= 2) {
+      pattern_.draw(target, number_, time);
+    } else {
+      pattern_.redraw(target, number_ - 2, number_, time);
+    }
+  }
+  PixelView view() const { return frames_[number_ % 2].view(); }
 
  private:
+  static constexpr std::string_view time = "12:34:56.789";
+
   TestPattern pattern_{hd, "lenslark://test-pattern"};
-  PixelBuffer frame_{hd, true};
+  std::array<PixelBuffer, 2> frames_{PixelBuffer{hd, true}, PixelBuffer{hd, true}};
   std::uint64_t number_ = 0;
 };
 

@@ -63,8 +63,38 @@ std::vector<Light> restingRow(int width) {
 
 }  // namespace
 
+class TestPattern::Runs {
+ public:
+  struct Run {
+    int x;
+    int width;
+  };
+
+  /// The pixels from `first` to before `end`.
+  void add(int first, int end) noexcept {
+    if (first < end) runs_[count_++] = {first, end - first};
+  }
+  Runs without(int first, int end) const noexcept {
+    Runs rest;
+    for (const Run& run : *this) {
+      rest.add(run.x, std::min(run.x + run.width, first));
+      rest.add(std::max(run.x, end), run.x + run.width);
+    }
+    return rest;
+  }
+
+  const Run* begin() const noexcept { return runs_.data(); }
+  const Run* end() const noexcept { return runs_.data() + count_; }
+
+ private:
+  // Two may be cut by the end of the row, and then each by what is taken out.
+  std::array<Run, 2 * (mostEdges + 2)> runs_;
+  std::size_t count_ = 0;
+};
+
 TestPattern::TestPattern(Size size, const std::string& qrText) : size_(size) {
   makeRows();
+  findEdges();
   makeQr(qrText);
 }
 
@@ -85,6 +115,14 @@ void TestPattern::makeRows() {
   band_ = darkened(bandAlpha);
   bandTopEdge_ = darkened(bandAlpha * (bandTop_ + 1 - top));
   bandBottomEdge_ = darkened(bandAlpha * (bottom - (bandBottom_ - 1)));
+}
+
+void TestPattern::findEdges() {
+  for (int x = 0; x < size_.width; ++x) {
+    const auto here = static_cast<std::size_t>(x);
+    const auto before = static_cast<std::size_t>(x == 0 ? size_.width - 1 : x - 1);
+    if (bars_[here] != bars_[before]) edges_.push_back(x);
+  }
 }
 
 void TestPattern::makeQr(const std::string& text) {
@@ -129,6 +167,33 @@ void TestPattern::setLetters(const std::vector<GlyphMask>& text,
   for (const auto& mask : text) text_.push_back(letter(mask));
   const auto count = std::min(digits.size(), digits_.size());
   for (std::size_t i = 0; i < count; ++i) digits_[i] = letter(digits[i]);
+  measureCaption();
+}
+
+void TestPattern::measureCaption() {
+  captionTop_ = size_.height;
+  captionBottom_ = 0;
+  const auto include = [this](const Letter& letter) {
+    if (!letter.picture) return;
+    const int top = static_cast<int>(baseline()) - letter.top;
+    captionTop_ = std::min(captionTop_, top);
+    captionBottom_ = std::max(captionBottom_, top + letter.picture->size().height);
+  };
+  std::ranges::for_each(text_, include);
+  std::ranges::for_each(digits_, include);
+}
+
+long TestPattern::baseline() const noexcept {
+  return std::lround(size_.height - size_.height * captionBaseline);
+}
+
+PixelRect TestPattern::code() const noexcept {
+  return {qrX_, qrY_, qr_->size().width, qr_->size().height};
+}
+
+int TestPattern::offset(std::uint64_t number) const noexcept {
+  const auto width = static_cast<std::size_t>(size_.width);
+  return static_cast<int>(number % width * scrollPerFrame % width);
 }
 
 const TestPattern::Row& TestPattern::row(int y) const noexcept {
@@ -140,32 +205,81 @@ const TestPattern::Row& TestPattern::row(int y) const noexcept {
 double TestPattern::drawLetter(const PixelSpan& target, const Letter& letter,
                                double pen) const noexcept {
   if (letter.picture) {
-    const auto baseline = std::lround(size_.height - size_.height * captionBaseline);
     Compositor::blend(letter.picture->view(), target,
                       static_cast<int>(std::lround(pen)) + letter.left,
-                      static_cast<int>(baseline) - letter.top, true);
+                      static_cast<int>(baseline()) - letter.top, true);
   }
   return pen + letter.advance;
+}
+
+const std::uint32_t* TestPattern::row(int y, int offset) const noexcept {
+  return row(y).data() + (size_.width - offset);
 }
 
 void TestPattern::draw(const PixelSpan& target, std::uint64_t number,
                        std::string_view time) const noexcept {
   if (target.size != size_) return;
-  const auto width = static_cast<std::size_t>(size_.width);
-  const std::size_t offset = number % width * scrollPerFrame % width;
-  for (int y = 0; y < size_.height; ++y)
-    std::memcpy(target.row(y), row(y).data() + (width - offset), width * 4);
-
+  const auto rowBytes = static_cast<std::size_t>(size_.width) * 4;
+  const int moved = offset(number);
+  for (int y = 0; y < size_.height; ++y) std::memcpy(target.row(y), row(y, moved), rowBytes);
   // Whatever the picture's size, a code that does not fit is left out rather than cut.
-  const PixelRect code{qrX_, qrY_, qr_->size().width, qr_->size().height};
-  if (code.x >= 0 && code.y >= 0) Compositor::copy(qr_->view(), target.part(code));
+  if (hasCode()) Compositor::copy(qr_->view(), target.part(code()));
+  drawCaption(target, time);
+}
 
+void TestPattern::drawCaption(const PixelSpan& target, std::string_view time) const noexcept {
   double pen = size_.width * captionX;
   for (const auto& letter : text_) pen = drawLetter(target, letter, pen);
   for (const char character : time) {
     const auto index = captionDigits.find(character);
     if (index != std::string_view::npos) pen = drawLetter(target, digits_[index], pen);
   }
+}
+
+/// The pixels that get another colour when the bars have moved by `moved` and stand at `offset`
+/// now: between each edge's old place and its new one.
+TestPattern::Runs TestPattern::changedRuns(int offset, int moved) const noexcept {
+  Runs runs;
+  const int width = size_.width;
+  for (std::size_t i = 0; i < edges_.size();) {
+    const int first = edges_[i] - moved;
+    // Edges that are closer together than they moved have one run.
+    while (++i < edges_.size() && edges_[i] - moved <= edges_[i - 1]) {
+    }
+    const int length = edges_[i - 1] - first;
+    const int x = (first + offset + width) % width;
+    runs.add(x, std::min(x + length, width));
+    runs.add(0, x + length - width);
+  }
+  return runs;
+}
+
+void TestPattern::redraw(const PixelSpan& target, std::uint64_t before, std::uint64_t number,
+                         std::string_view time) const noexcept {
+  if (target.size != size_) return;
+  const int now = offset(number);
+  const int moved = (now - offset(before) + size_.width) % size_.width;
+  const PixelRect square = code();
+  const bool far = moved * static_cast<int>(mostEdges) > size_.width;
+  const bool captionOnCode =
+      hasCode() && captionTop_ < square.y + square.height && square.y < captionBottom_;
+  if (far || captionOnCode) return draw(target, number, time);
+
+  const Runs changed = changedRuns(now, moved);
+  const Runs besideCode = hasCode() ? changed.without(square.x, square.x + square.width) : changed;
+  for (int y = 0; y < size_.height; ++y) {
+    const auto* const source = row(y, now);
+    auto* const place = target.row(y);
+    if (y >= captionTop_ && y < captionBottom_) {
+      std::memcpy(place, source, static_cast<std::size_t>(size_.width) * 4);
+      continue;
+    }
+    const bool atCode = y >= square.y && y < square.y + square.height;
+    for (const auto& run : atCode ? besideCode : changed)
+      std::memcpy(place + std::ptrdiff_t{run.x} * 4, source + run.x,
+                  static_cast<std::size_t>(run.width) * 4);
+  }
+  drawCaption(target, time);
 }
 
 }  // namespace lenslark

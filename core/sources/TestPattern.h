@@ -14,7 +14,8 @@ namespace lenslark {
 
 /// Draws the test pattern: seven colour bars that wander to the right, a QR code in the middle, and
 /// a caption with the time on a dark band at the bottom. What stays the same from frame to frame is
-/// drawn once, so that a frame costs little more than copying it.
+/// drawn once, so that a whole frame costs less than copying it, and one over a frame that came
+/// shortly before a fraction of that.
 ///
 /// **Threads**: immutable.
 class TestPattern {
@@ -40,6 +41,11 @@ class TestPattern {
   /// the caption's second part; characters that are not among the digits are left out.
   void draw(const PixelSpan& target, std::uint64_t number, std::string_view time) const noexcept;
 
+  /// The same where `target` shows frame `before`, at whatever time: draws what differs, a small
+  /// part of it when the frames lie close together.
+  void redraw(const PixelSpan& target, std::uint64_t before, std::uint64_t number,
+              std::string_view time) const noexcept;
+
  private:
   /// A letter as a picture to blend, and where it lies from the pen's position on the base line.
   struct Letter {
@@ -51,10 +57,25 @@ class TestPattern {
   /// One row of bars twice over: any rotation of it is a run of its pixels.
   using Row = std::vector<std::uint32_t>;
 
+  /// Two for each bar, which may begin within a pixel, and for the row's end.
+  static constexpr std::size_t mostEdges = 16;
+  /// Parts of a row.
+  class Runs;
+
   static Letter letter(const GlyphMask& mask);
   void makeRows();
   void makeQr(const std::string& text);
+  void findEdges();
+  void measureCaption();
+  int offset(std::uint64_t number) const noexcept;
+  PixelRect code() const noexcept;
+  bool hasCode() const noexcept { return qrX_ >= 0 && qrY_ >= 0; }
+  long baseline() const noexcept;
   const Row& row(int y) const noexcept;
+  /// The pixels of a row at rest, moved to the right by `offset`.
+  const std::uint32_t* row(int y, int offset) const noexcept;
+  Runs changedRuns(int offset, int moved) const noexcept;
+  void drawCaption(const PixelSpan& target, std::string_view time) const noexcept;
   double drawLetter(const PixelSpan& target, const Letter& letter, double pen) const noexcept;
 
   const Size size_;
@@ -65,11 +86,14 @@ class TestPattern {
   Row bandTopEdge_;
   Row band_;
   Row bandBottomEdge_;
+  std::vector<int> edges_;  // where a row at rest has another colour than one pixel before
   std::unique_ptr<PixelBuffer> qr_;
   int qrX_ = 0;
   int qrY_ = 0;
   std::vector<Letter> text_;
   std::array<Letter, captionDigits.size()> digits_;
+  int captionTop_ = 0;
+  int captionBottom_ = 0;  // past the last row that has letters
 };
 
 }  // namespace lenslark

@@ -6,7 +6,9 @@
 #include <array>
 #include <chrono>
 #include <ctime>
+#include <map>
 #include <mutex>
+#include <utility>
 
 #include "base/Log.h"
 #include "codecs/Modules.h"
@@ -60,7 +62,14 @@ struct TestPatternSource::Rendering {
     if (!running) return;
     auto buffer = pool->take();
     TimeText text;
-    pattern->draw(buffer->span(), ++number, timeText(std::chrono::system_clock::now(), text));
+    const auto time = timeText(std::chrono::system_clock::now(), text);
+    ++number;
+    // Nobody but us draws into the pool's buffers: each still shows what it showed last.
+    auto [known, fresh] = shown.try_emplace(buffer.get(), number);
+    if (fresh)
+      pattern->draw(buffer->span(), number, time);
+    else
+      pattern->redraw(buffer->span(), std::exchange(known->second, number), number, time);
     onFrame(std::move(buffer));
   }
 
@@ -71,6 +80,7 @@ struct TestPatternSource::Rendering {
   // The queue's.
   std::optional<TestPattern> pattern;
   std::optional<PixelBufferPool> pool;
+  std::map<const PixelBuffer*, std::uint64_t> shown;  // the number of each buffer's frame
   std::uint64_t number = 0;
   bool running = false;
 

@@ -682,7 +682,7 @@ class FeedSetOverlayTest : public FeedSetTest {
   }
 
   /// Takes longer than it takes a file to open and a source to start.
-  static constexpr Size longToDecode{600, 400};
+  static constexpr Size longToDecode{160, 120};
 
   static constexpr std::chrono::seconds aLongTime{60};
 

@@ -2,11 +2,14 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <string>
+#include <vector>
 
 #include "base/Error.h"
+#include "graphics/Compositor.h"
 #include "sources/QrCode.h"
 
 namespace lenslark {
@@ -164,6 +167,61 @@ TEST_F(TestPatternTest, theTimeFollowsTheTextAndLeavesOutStrangeCharacters) {
   EXPECT_EQ(at(view, 151, 672), white);  // 51.2 + 100
   EXPECT_EQ(at(view, 156, 672), white);
   EXPECT_NE(at(view, 161, 672), white);
+}
+
+/// Frames that are drawn over earlier ones, beside those that are drawn whole.
+class TestPatternRedrawTest : public testing::TestWithParam<Size> {
+ protected:
+  /// With a caption as high as the real one is; letters stick out of the band when it is small.
+  TestPatternRedrawTest() {
+    const int side = std::max(1, static_cast<int>(pattern.captionSize()));
+    GlyphMask mask{side, side, 1, side, side + 1.5, {}};
+    for (int i = 0; i < side * side; ++i)
+      mask.coverage.push_back(static_cast<std::uint8_t>(i * 37));
+    pattern.setLetters(std::vector(3, mask), std::vector(TestPattern::captionDigits.size(), mask));
+  }
+
+  void expectWhole(std::uint64_t before, std::uint64_t number) {
+    pattern.draw(over.span(), before, "12:34");
+    pattern.redraw(over.span(), before, number, "5.6");
+    pattern.draw(whole.span(), number, "5.6");
+    for (int y = 0; y < GetParam().height; ++y) {
+      ASSERT_EQ(std::memcmp(over.view().row(y), whole.view().row(y),
+                            static_cast<std::size_t>(GetParam().width) * 4),
+                0)
+          << "row " << y << " of frame " << number << " over " << before;
+    }
+  }
+
+  TestPattern pattern{GetParam(), "x"};
+  PixelBuffer over{GetParam(), true};
+  PixelBuffer whole{GetParam(), true};
+};
+
+TEST_P(TestPatternRedrawTest, isThePictureThatWouldHaveBeenDrawnWhole) {
+  for (std::uint64_t number = 1; number <= 400; number += 13) {
+    expectWhole(number, number + 1);
+    expectWhole(number, number + 2);
+    expectWhole(number, number + 7);
+  }
+}
+
+TEST_P(TestPatternRedrawTest, takesTheSameFrameAnEarlierOneAndOneFarAway) {
+  expectWhole(5, 5);
+  expectWhole(9, 2);
+  expectWhole(1, 100);
+  expectWhole(3, std::uint64_t{1} << 63);
+}
+
+INSTANTIATE_TEST_SUITE_P(Sizes, TestPatternRedrawTest,
+                         testing::Values(hd, Size{640, 480}, Size{333, 201}, Size{97, 61},
+                                         Size{64, 640}, Size{16, 12}, Size{3, 2}));
+
+TEST_F(TestPatternTest, redrawingLeavesATargetOfAnotherSizeAlone) {
+  PixelBuffer other({64, 64}, true);
+  Compositor::fill(other.span(), {1, 2, 3, 255});
+  pattern.redraw(other.span(), 1, 2, "");
+  EXPECT_EQ(at(other.view(), 5, 5), 0xFF010203);
 }
 
 TEST_F(TestPatternTest, drawsIntoRowsThatAreFurtherApart) {
