@@ -149,7 +149,7 @@ class ClientTest(DeviceTest):
                     for ident, (method, given) in enumerate(asked)]
         lines = self.run_program(
             "mcp", input="".join(json.dumps(request) + "\n" for request in requests).encode(),
-        ).stdout.decode().splitlines()
+            timeout=200).stdout.decode().splitlines()
         self.assertEqual([json.loads(line)["id"] for line in lines], list(range(len(asked))))
         self.assertEqual(self.complaints(*((method, line) for (method, _), line
                                            in zip(asked, lines))), [])
