@@ -2,11 +2,13 @@
 
 #include <gtest/gtest.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <filesystem>
 #include <limits>
 #include <optional>
+#include <string>
 #include <utility>
 #include <vector>
 
@@ -73,6 +75,21 @@ TEST_F(SharedFrameWriterTest, aFreshFileHasAHeaderAndNoFrame) {
 TEST_F(SharedFrameWriterTest, theFileOfARealFeedHasItsFixedLength) {
   open(2048);
   EXPECT_EQ(std::filesystem::file_size(path), 4096U + 2U * 16'777'216U);
+}
+
+TEST_F(SharedFrameWriterTest, aFileTakesTheRoomOfUsualFramesAndThatOfALargerOneWhenItComes) {
+  open(2048);
+  const auto room = [this] {
+    struct stat status {};
+    EXPECT_EQ(::stat(path.c_str(), &status), 0);
+    return static_cast<std::size_t>(status.st_blocks) * 512;
+  };
+  const std::size_t usual = 2 * SharedFrameWriter::usualRoom;
+  EXPECT_GE(room(), usual);
+  EXPECT_LT(room(), 2 * usual);
+  ASSERT_TRUE(writer->write(*numberedPicture({2048, 2048}), ContentKind::live));
+  EXPECT_GE(room(), 2U * 16'777'216U) << "in both slots: the next frame is as large";
+  EXPECT_EQ(writer->missingRoom(), 0U);
 }
 
 TEST_F(SharedFrameWriterTest, framesGoToTheSlotsInTurn) {
@@ -235,6 +252,18 @@ TEST_F(SharedFrameWriterTest, theSceneModeLivesInTheFile) {
   writer->setSceneMode(LLSceneModeFill);
   EXPECT_EQ(file().header().sceneMode, 1U);
   EXPECT_EQ(writer->sceneMode(), LLSceneModeFill);
+}
+
+TEST_F(SharedFrameWriterTest, nothingIsWrittenOnceItIsClosed) {
+  open();
+  ASSERT_TRUE(writer->write(*numberedPicture({4, 4}), ContentKind::live));
+  writer->close();
+  const std::string before = readFile(path);
+  EXPECT_FALSE(writer->write(*numberedPicture({4, 4}), ContentKind::live));
+  writer->heartbeat();
+  writer->setSceneMode(LLSceneModeFill);
+  EXPECT_TRUE(readFile(path) == before);
+  EXPECT_EQ(file().header().writerPid, 0U);
 }
 
 TEST_F(SharedFrameWriterTest, aClosedFileStaysAndNamesNoWriter) {
