@@ -113,7 +113,6 @@ void FeedSet::take(Feeds::iterator entry, const Opened& result) {
 
 void FeedSet::begin(Feed& feed) {
   feed.stage = Stage::open;
-  noteOverlay(feed);
   restyle(feed);
   runningFor(feed.wanted.source);  // what both need time for, they do at the same time
   if (feed.attached || isReady(feed.wanted)) attach(feed);
