@@ -166,7 +166,8 @@ class SealedTest(EndToEndTest):
         return ("bwrap", "--unshare-net", "--unshare-ipc", "--die-with-parent", *self.processes,
                 "--ro-bind", "/usr", "/usr", "--dev", "/dev",
                 "--ro-bind-try", "/etc/alternatives", "/etc/alternatives", *arguments,
-                "--bind", str(self.room), str(self.room), "--")
+                # What may be preloaded into the tests is not there.
+                "--unsetenv", "LD_PRELOAD", "--bind", str(self.room), str(self.room), "--")
 
     def look(self, *command, files=()):
         return subprocess.run([*self.seal(*files), *command], stdout=subprocess.PIPE,
