@@ -25,8 +25,8 @@ class AreaScene final : public X11Scene {
 
   void handle(const xcb_generic_event_t& event) override {
     stack_.handle(event);
-    if (background_.handle(event) || compositing_.handle(event)) dirty_.add(Region(area_));
-    dirty_.add(stack_.takeChanges()).intersect(Region(area_));
+    if (background_.handle(event) || compositing_.handle(event)) dirty_ = Region(area_);
+    takeChanges();
   }
 
   bool dirty() const override { return !dirty_.empty(); }
@@ -40,7 +40,7 @@ class AreaScene final : public X11Scene {
 
   void work(Time now) override {
     stack_.settle(now);
-    dirty_.add(stack_.takeChanges()).intersect(Region(area_));
+    takeChanges();
   }
 
   Region draw(X11Picture& picture, bool all) override {
@@ -58,6 +58,11 @@ class AreaScene final : public X11Scene {
   bool spoiled() override { return stack_.takeUpheaval(); }
 
  private:
+  void takeChanges() {
+    Region changes = stack_.takeChanges();
+    if (!changes.empty()) dirty_.add(changes.intersect(Region(area_)));
+  }
+
   ExcludedApplications excludedWith(ExcludedApplications excluded) const {
     excluded.windows.push_back(background_.window());
     return excluded;
