@@ -269,7 +269,7 @@ def main():
     build, output = options.build.resolve(), options.output.resolve()
     output.mkdir(parents=True, exist_ok=True)
     if "LENSLARK_PRIVATE_TMP" not in os.environ:
-        prefix = run.private_tmp(build)
+        prefix = run.private_prefix(build)
         if not prefix:
             sys.exit("soak: bubblewrap does not work here, so that there is no /tmp to count in")
         if output.is_relative_to("/tmp"):
