@@ -1,7 +1,9 @@
 #include "codecs/video/FramePreparer.h"
 
+#include <cstring>
 #include <new>
 #include <optional>
+#include <type_traits>
 #include <utility>
 
 #include "graphics/Compositor.h"
@@ -46,6 +48,16 @@ std::optional<Layout> layoutOf(int format) noexcept {
   }
 }
 
+/// A tag as the film has it: some decoders pass on what no enumerator stands for, and such an
+/// enumeration must not even be looked at.
+template <typename Tag>
+Tag tagOf(const Tag& field, Tag unspecified, Tag end) noexcept {
+  std::underlying_type_t<Tag> value{};
+  static_assert(sizeof value == sizeof field);
+  std::memcpy(&value, &field, sizeof value);
+  return value < static_cast<decltype(value)>(end) ? static_cast<Tag>(value) : unspecified;
+}
+
 bool isFullRange(const AVFrame& frame) noexcept {
   switch (frame.format) {
     case AV_PIX_FMT_YUVJ420P:
@@ -53,12 +65,13 @@ bool isFullRange(const AVFrame& frame) noexcept {
     case AV_PIX_FMT_YUVJ444P:
       return true;
     default:
-      return frame.color_range == AVCOL_RANGE_JPEG;
+      return tagOf(frame.color_range, AVCOL_RANGE_UNSPECIFIED, AVCOL_RANGE_NB) == AVCOL_RANGE_JPEG;
   }
 }
 
 ColorTags tagsOf(const AVFrame& frame) noexcept {
-  return {frame.colorspace, isFullRange(frame), frame.color_trc};
+  return {tagOf(frame.colorspace, AVCOL_SPC_UNSPECIFIED, AVCOL_SPC_NB), isFullRange(frame),
+          tagOf(frame.color_trc, AVCOL_TRC_UNSPECIFIED, AVCOL_TRC_NB)};
 }
 
 Planes planesOf(const AVFrame& frame, Chroma chroma) noexcept {

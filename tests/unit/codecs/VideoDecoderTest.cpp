@@ -254,6 +254,19 @@ TEST_F(VideoDecoderTest, takesUntaggedLargeFilmsForBt709) {
   EXPECT_TRUE(showsQuarters(*picture));
 }
 
+TEST_F(VideoDecoderTest, takesTagsThatNoStandardKnowsForNone) {
+  const std::string path = clip("c.mov", quarters +
+                                             "-vf \"scale=out_color_matrix=bt601:out_range=tv,"
+                                             "format=yuv422p10le\" -c:v prores_ks -profile:v 2 ");
+  std::ifstream whole(path, std::ios::binary);
+  std::string film{std::istreambuf_iterator<char>(whole), {}};
+  constexpr std::size_t toTags = 18;  // of primaries, transfer and matrix, from a frame's name on
+  for (std::size_t at = film.find("icpf"); at != film.npos; at = film.find("icpf", at + 1))
+    film.replace(at + toTags, 3, 3, 't');
+  std::ofstream(path, std::ios::binary) << film;
+  EXPECT_TRUE(showsQuarters(*firstPicture(path)));
+}
+
 struct HdrGrey {
   const char* name;
   const char* transfer;
