@@ -79,12 +79,17 @@ void refuseDeepNesting(std::string_view text) {
 }  // namespace
 
 json parse(std::string_view text) {
+  refuseNul(text);
   refuseDeepNesting(text);
   try {
     return json::parse(text);
   } catch (const json::exception& error) {
     throw JsonError(error.what());
   }
+}
+
+void refuseNul(std::string_view text) {
+  if (text.contains('\0')) throw JsonError("JSON holds no NUL bytes");
 }
 
 std::string pretty(const json& value) {

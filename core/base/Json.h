@@ -25,6 +25,10 @@ inline constexpr int maxDepth = 64;
 /// **Fails** with JsonError on anything but one JSON value in UTF-8, nested at most `maxDepth`.
 nlohmann::json parse(std::string_view text);
 
+/// The library takes a NUL byte for the end of a text and passes over what follows, which may be
+/// anything: for those who call it themselves. **Fails** with JsonError when there is one.
+void refuseNul(std::string_view text);
+
 /// For people and files: indented by two, keys sorted, slashes unescaped. Text that is not UTF-8
 /// is repaired.
 std::string pretty(const nlohmann::json& value);

@@ -236,6 +236,7 @@ class Reader final : public nlohmann::json_sax<json> {
 }  // namespace
 
 Parsed parse(std::string_view text) {
+  Json::refuseNul(text);
   Reader reader;
   const bool complete = json::sax_parse(text.begin(), text.end(), &reader);
   return reader.finish(complete);

@@ -8,6 +8,7 @@ namespace lenslark {
 namespace {
 
 using nlohmann::json;
+using namespace std::string_view_literals;
 
 Date date(long seconds) { return Date(std::chrono::seconds(seconds)); }
 
@@ -19,6 +20,11 @@ TEST(JsonTest, refusesWhatIsNotOneValue) {
   for (const char* text : {"", "{", "{} {}", "nul", "{'a':1}", "[1,]", "\"\xFF\"", "1e999"}) {
     EXPECT_THROW(Json::parse(text), JsonError) << text;
   }
+}
+
+TEST(JsonTest, doesNotEndAtANulByte) {
+  for (const std::string_view text : {"{}\0"sv, "{}\0garbage"sv, "\0{}"sv, "{\"a\":\"\0\"}"sv})
+    EXPECT_THROW(Json::parse(text), JsonError) << text;
 }
 
 TEST(JsonTest, boundsTheNesting) {

@@ -91,6 +91,11 @@ TEST(JsonRpcTest, whatIsNoObjectIsRefused) {
   }
 }
 
+TEST(JsonRpcTest, whatFollowsANulByteIsNotPassedOver) {
+  using namespace std::string_view_literals;
+  EXPECT_THROW(JsonRpc::read("{\"method\":\"x\"}\0{\"id\":1,\"method\":\"ping\"}"sv), JsonError);
+}
+
 TEST(JsonRpcTest, nestingIsBounded) {
   const auto nested = [](int depth) {
     const auto levels = static_cast<std::size_t>(depth);

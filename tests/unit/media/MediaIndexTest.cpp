@@ -105,7 +105,7 @@ TEST(MediaIndexTest, failsForWhatIsNoList) {
   for (const std::string& text :
        {std::string("{}"), std::string("7"),
         std::string(R"({"a": [)" + entry(digestA, digestA) + "]}"), std::string("[] []"),
-        deep + std::string(100, ']'), std::string("[\"\xff\"]")}) {
+        deep + std::string(100, ']'), std::string("[\"\xff\"]"), std::string("[]\0[]", 5)}) {
     const auto index = directory.write("index.json", text);
     EXPECT_THROW(MediaIndex::read(index), JsonError) << text;
   }
