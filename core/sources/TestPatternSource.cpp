@@ -46,6 +46,7 @@ struct TestPatternSource::Rendering {
   void prepare() {
     pattern.emplace(size, qrText);
     pool.emplace(size, true);
+    shown.clear();
     try {
       auto& renderer = Modules::textRenderer();
       const double em = pattern->captionSize();
@@ -64,7 +65,8 @@ struct TestPatternSource::Rendering {
     TimeText text;
     const auto time = timeText(std::chrono::system_clock::now(), text);
     ++number;
-    // Nobody but us draws into the pool's buffers: each still shows what it showed last.
+    // Nobody but us draws into the pool's buffers, and it keeps them all while it lives: each still
+    // shows what it showed last.
     auto [known, fresh] = shown.try_emplace(buffer.get(), number);
     if (fresh)
       pattern->draw(buffer->span(), number, time);
