@@ -266,7 +266,10 @@ LENSLARK_EXPORT ssize_t __read_chk(int descriptor, void* into, size_t size, size
 LENSLARK_EXPORT void* mmap(void* address, size_t length, int protection, int flags, int descriptor,
                            off_t offset) {
   Handle* handle = (flags & MAP_ANONYMOUS) ? NULL : handlePin(descriptor);
-  if (!handle) return realMmap(address, length, protection, flags, descriptor, offset);
+  if (!handle) {
+    return CHAIN(mmap, realMmap(address, length, protection, flags, descriptor, offset), address,
+                 length, protection, flags, descriptor, offset);
+  }
   void* mapped = streamMap(handle, address, length, protection, flags, offset);
   handleUnpin(handle);
   return mapped;
@@ -283,5 +286,5 @@ LENSLARK_EXPORT void* mmap64(void* address, size_t length, int protection, int f
 
 LENSLARK_EXPORT int munmap(void* address, size_t length) {
   streamUnmapped(address, length);
-  return realMunmap(address, length);
+  return CHAIN(munmap, realMunmap(address, length), address, length);
 }

@@ -48,16 +48,12 @@ ssize_t realRead(int descriptor, void* into, size_t size) {
 
 void* realMmap(void* address, size_t size, int protection, int flags, int descriptor,
                off_t offset) {
-  if (real.mmap) return real.mmap(address, size, protection, flags, descriptor, offset);
   // syscall() answers with a number, -1 being MAP_FAILED.
   // NOLINTNEXTLINE(performance-no-int-to-ptr)
   return (void*)syscall(SYS_mmap, address, size, protection, flags, descriptor, offset);
 }
 
-int realMunmap(void* address, size_t size) {
-  if (real.munmap) return real.munmap(address, size);
-  return (int)syscall(SYS_munmap, address, size);
-}
+int realMunmap(void* address, size_t size) { return (int)syscall(SYS_munmap, address, size); }
 
 int realFstatat(int directory, const char* path, struct stat* into, int flags) {
   if (real.fstatat) return real.fstatat(directory, path, into, flags);

@@ -125,8 +125,11 @@ int realOpenat(int directory, const char* path, int flags, mode_t mode);
 int realClose(int descriptor);
 int realIoctl(int descriptor, unsigned long request, void* argument);
 ssize_t realRead(int descriptor, void* into, size_t size);
-void* realMmap(void* address, size_t size, int protection, int flags, int descriptor, off_t offset);
-int realMunmap(void* address, size_t size);
 int realFstatat(int directory, const char* path, struct stat* into, int flags);
 int realFaccessat(int directory, const char* path, int mode, int flags);
 ssize_t realReadlinkat(int directory, const char* path, char* into, size_t size);
+
+// Always the kernel's own. This library maps memory for itself under its locks, and a next
+// definition that knows cameras too may come back here.
+void* realMmap(void* address, size_t size, int protection, int flags, int descriptor, off_t offset);
+int realMunmap(void* address, size_t size);

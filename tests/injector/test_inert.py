@@ -157,6 +157,11 @@ class InertTest(CameraTest):
             "read": ("long", "int a, void* b, long c", "a, b, c", "0, room, 0L"),
             "ioctl": ("int", "int a, long b, void* c", "a, b, c", "0, 0x5413L, room"),
             "close": ("int", "int a", "a", "50"),
+            "mmap": ("void*", "void* a, long b, int c, int d, int e, long f", "a, b, c, d, e, f",
+                     "0, 4096L, 1, 0x22, -1, 0L"),
+            "mmap64": ("void*", "void* a, long b, int c, int d, int e, long f",
+                       "a, b, c, d, e, f", "0, 4096L, 1, 0x22, -1, 0L"),
+            "munmap": ("int", "void* a, long b", "a, b", "0x10000L, 4096L"),
         }
         other = ["extern void* dlsym(void*, const char*);",
                  "extern long write(int, const void*, long);"]
