@@ -12,6 +12,8 @@
 #define MADV_POPULATE_WRITE 23
 #endif
 
+enum { hugePage = 2 << 20 };
+
 // What tells an application's mmap() which buffer is meant: far enough apart for any buffer.
 static uint32_t offsetOf(uint32_t index) { return index * (uint32_t)buffersMaxLength; }
 
@@ -26,6 +28,8 @@ static size_t wholePages(size_t length) {
 bool buffersKnow(uint32_t memory) {
   return memory == V4L2_MEMORY_MMAP || memory == V4L2_MEMORY_USERPTR;
 }
+
+static size_t roomLength(void) { return wholePages(feedRoomBytes); }
 
 static uint8_t* sharedMemory(size_t length) {
   void* memory = realMmap(NULL, wholePages(length), PROT_READ | PROT_WRITE,
@@ -52,8 +56,6 @@ int buffersAdd(Device* device, uint32_t memory, uint32_t count, uint32_t length)
   return 0;
 }
 
-static size_t copyLength(void) { return wholePages(feedCopyBytes + feedPadding); }
-
 void buffersFree(Device* device) {
   for (uint32_t i = 0; i < device->bufferCount; ++i) {
     if (device->buffers[i].memory) {
@@ -61,8 +63,9 @@ void buffersFree(Device* device) {
     }
   }
   if (device->scratch) realMunmap(device->scratch, wholePages(2 * device->scratchSize));
-  if (device->painter.feed.copy) realMunmap(device->painter.feed.copy, copyLength());
-  device->painter.feed.copy = NULL;
+  if (device->painter.feed.room) realMunmap(device->painter.feed.room, roomLength());
+  device->painter.feed.room = NULL;
+  feedForget(&device->painter.feed);
   for (int i = 0; i < deviceMaxMappings; ++i) {
     if (device->mappings[i].address) atomic_fetch_sub(&mappingCount, 1);
     device->mappings[i] = (Mapping){0};
@@ -91,11 +94,18 @@ int buffersReserveScratch(Device* device, size_t size) {
   return 0;
 }
 
-void buffersReserveCopy(Device* device) {
-  if (device->painter.feed.copy) return;
-  void* memory = realMmap(NULL, copyLength(), PROT_READ | PROT_WRITE,
-                          MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
-  if (memory != MAP_FAILED) device->painter.feed.copy = memory;
+void buffersReserveRoom(Device* device) {
+  if (device->painter.feed.room) return;
+  const size_t length = roomLength();
+  uint8_t* memory = realMmap(NULL, length + hugePage, PROT_READ | PROT_WRITE,
+                             MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+  if (memory == MAP_FAILED) return;
+  const size_t before = (hugePage - (uintptr_t)memory % hugePage) % hugePage;
+  if (before > 0) realMunmap(memory, before);
+  if (before < hugePage) realMunmap(memory + before + length, hugePage - before);
+  // The kernel pins the pages that it copies to: one is sooner done than many.
+  madvise(memory + before, length, MADV_HUGEPAGE);
+  device->painter.feed.room = memory + before;
 }
 
 // The kernel pins a user pointer's pages when it is queued, and refuses those it cannot write.

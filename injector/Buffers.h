@@ -27,9 +27,9 @@ bool buffersAreMapped(const Device* device);
 /// Provides two pictures of `size` bytes to paint into.
 int buffersReserveScratch(Device* device, size_t size);
 
-/// Provides the painter with room for a whole frame, which is memory only once it is needed.
+/// Provides the painter with room for a whole frame, most of it memory only once it is needed.
 /// Without it a writer that publishes without a pause is followed less well.
-void buffersReserveCopy(Device* device);
+void buffersReserveRoom(Device* device);
 
 /// Takes over what a buffer handed in says about its memory.
 int buffersAdopt(Device* device, Buffer* buffer, const struct v4l2_buffer* request);

@@ -101,14 +101,16 @@ static enum Outcome tryFile(Feed* feed, const char* path) {
     feed->lastSign = header.heartbeat;
     feed->copied = false;
     feed->bandCount = 0;
+    feed->aheadAt = feed->aheadEnd = 0;
     const bool whole = takeGeometry(feed, &header, (uint64_t)status.st_size);
     outcome = whole && feed->counter % 2 == 0 ? ready : noFrame;
+    viewOpen(&feed->view, feed->descriptor, &status);
   }
   if (outcome != ready) feedClose(feed);
   return outcome;
 }
 
-bool feedOpen(Feed* feed, LLCamera camera) {
+static enum Outcome findFile(Feed* feed, LLCamera camera) {
   const char* suffix = camera == LLCameraFront ? "-front" : "-back";
   char own[64];
   snprintf(own, sizeof(own), "/tmp/lenslark-pid-%d", (int)getpid());
@@ -119,38 +121,64 @@ bool feedOpen(Feed* feed, LLCamera camera) {
       char path[PATH_MAX + 16];
       snprintf(path, sizeof(path), "%s%s.shm", stems[i], wide ? "" : suffix);
       const enum Outcome outcome = tryFile(feed, path);
-      if (outcome != nobody) return outcome == ready;
+      if (outcome != nobody) return outcome;
     }
   }
-  return globalFeed[0] != '\0' && tryFile(feed, globalFeed) == ready;
+  return globalFeed[0] == '\0' ? nobody : tryFile(feed, globalFeed);
+}
+
+bool feedOpen(Feed* feed, LLCamera camera) {
+  const enum Outcome outcome = findFile(feed, camera);
+  if (outcome == nobody) feedForget(feed);
+  return outcome == ready;
+}
+
+static bool readPixels(const Feed* feed, void* into, size_t size, uint64_t offset) {
+  const uint64_t at = feed->pixelsAt + offset;
+  return viewCopy(&feed->view, into, size, at) || readAt(feed->descriptor, into, size, at);
 }
 
 bool feedCopy(Feed* feed) {
   const size_t size = (size_t)feed->stride * feed->height;
-  if (!feed->copy || size > feedCopyBytes) return true;
-  feed->copied = readAt(feed->descriptor, feed->copy, size, feed->pixelsAt) && feedIsUntorn(feed);
+  if (!feed->room || size > feedCopyBytes) return true;
+  feed->copied = readPixels(feed, feed->room, size, 0) && feedIsUntorn(feed);
   return feed->copied;
+}
+
+// As many rows as stay in the processor's nearer cache until they are converted.
+static uint32_t bandRows(const Feed* feed, uint32_t first) {
+  uint32_t rows = feedBandTarget / feed->stride;
+  if (rows < feedLeastRows) rows = feedLeastRows;
+  return rows < feed->height - first ? rows : feed->height - first;
+}
+
+static bool readBand(Feed* feed, uint8_t* band, uint32_t first) {
+  const uint32_t rows = bandRows(feed, first);
+  feed->bandFirst = first;
+  feed->bandCount = rows;
+  feed->aheadAt = (uint64_t)(first + rows) * feed->stride;
+  feed->aheadEnd = feed->aheadAt + (uint64_t)bandRows(feed, first + rows) * feed->stride;
+  if (readPixels(feed, band, (size_t)rows * feed->stride, (uint64_t)first * feed->stride))
+    return true;
+  feed->bandCount = 0;
+  return false;
 }
 
 const uint8_t* feedRows(Feed* feed, uint32_t first, uint32_t count) {
   if (first > feed->height || count > feed->height - first) return NULL;
-  if (feed->copied) return feed->copy + (size_t)first * feed->stride;
+  if (feed->copied) return feed->room + (size_t)first * feed->stride;
   const bool held = first >= feed->bandFirst && count <= feed->bandCount &&
                     first - feed->bandFirst <= feed->bandCount - count;
-  if (!held) {
-    // As much as stays in the processor's nearer cache until it is converted.
-    uint32_t rows = feedBandTarget / feed->stride;
-    if (rows < feedLeastRows) rows = feedLeastRows;
-    if (rows > feed->height - first) rows = feed->height - first;
-    feed->bandCount = 0;
-    if (!readAt(feed->descriptor, feed->band, (size_t)rows * feed->stride,
-                feed->pixelsAt + (uint64_t)first * feed->stride)) {
-      return NULL;
-    }
-    feed->bandFirst = first;
-    feed->bandCount = rows;
-  }
-  return feed->band + (size_t)(first - feed->bandFirst) * feed->stride;
+  uint8_t* band = feed->room ? feed->room : feed->band;
+  if (!held && !readBand(feed, band, first)) return NULL;
+  return band + (size_t)(first - feed->bandFirst) * feed->stride;
+}
+
+void feedPrefetch(Feed* feed, size_t size) {
+  const uint64_t rest = feed->aheadEnd - feed->aheadAt;
+  if (size > rest) size = (size_t)rest;
+  viewPrefetch(&feed->view, size, feed->pixelsAt + feed->aheadAt);
+  feed->aheadAt += size;
 }
 
 bool feedIsUntorn(const Feed* feed) {
@@ -165,3 +193,5 @@ void feedClose(Feed* feed) {
   realClose(feed->descriptor);
   feed->descriptor = -1;
 }
+
+void feedForget(Feed* feed) { viewClose(&feed->view); }

@@ -5,6 +5,9 @@
 
 #include "Placeholder.h"
 
+// Pixels of two rows that are converted in one go.
+enum { pieceWidth = 128 };
+
 size_t pictureStride(const PictureFormat* format) {
   const size_t width = (size_t)format->width;
   switch (format->fourcc) {
@@ -49,16 +52,21 @@ static void paintPlanar(Painter* painter, const PictureFormat* format, uint8_t* 
   const ColourMatrix* matrix = format->bt709 ? &matrixBt709 : &matrixBt601;
   const size_t width = (size_t)format->width;
   const size_t plane = width * (size_t)format->height;
-  const size_t half = width / 2;
-  const size_t pair = (size_t)y / 2;
-  with->luma(upper, out + (size_t)y * width, format->width, matrix);
-  with->luma(lower, out + (size_t)(y + 1) * width, format->width, matrix);
-  if (format->fourcc == V4L2_PIX_FMT_NV12) {
-    with->chroma(upper, lower, painter->cb, painter->cr, format->width, matrix);
-    interleave(painter->cb, painter->cr, out + plane + pair * width, format->width / 2);
-  } else {
-    with->chroma(upper, lower, out + plane + pair * half, out + plane + plane / 4 + pair * half,
-                 format->width, matrix);
+  uint8_t* const y0 = out + (size_t)y * width;
+  uint8_t* const cb = out + plane + (size_t)y / 2 * (width / 2);
+  uint8_t* const cr = cb + plane / 4;
+  const bool interleaved = format->fourcc == V4L2_PIX_FMT_NV12;
+  for (int x = 0; x < format->width; x += pieceWidth) {
+    const int count = format->width - x < pieceWidth ? format->width - x : pieceWidth;
+    const size_t at = (size_t)x * 4;
+    feedPrefetch(&painter->feed, (size_t)count * 4 * 2);
+    with->luma(upper + at, y0 + x, count, matrix);
+    with->luma(lower + at, y0 + width + x, count, matrix);
+    with->chroma(upper + at, lower + at, interleaved ? painter->cb + x / 2 : cb + x / 2,
+                 interleaved ? painter->cr + x / 2 : cr + x / 2, count, matrix);
+  }
+  if (interleaved) {
+    interleave(painter->cb, painter->cr, out + plane + (size_t)y / 2 * width, format->width / 2);
   }
 }
 

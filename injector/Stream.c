@@ -34,7 +34,7 @@ static void arm(const Device* device, int descriptor) {
 }
 
 static void start(Device* device) {
-  buffersReserveCopy(device);
+  buffersReserveRoom(device);
   device->streaming = true;
   ++device->generation;
   device->sequence = 0;

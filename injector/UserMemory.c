@@ -21,15 +21,19 @@ bool copyFromUser(void* into, const void* from, size_t size) {
   return false;
 }
 
-bool copyToUser(void* into, const void* from, size_t size) {
+// Of the two directions this is the one that pins the pages copied to: here they are few and known.
+bool copyGuarded(void* into, const void* from, size_t size) {
   const struct iovec local = {(void*)(size_t)from, size};
   const struct iovec remote = {into, size};
   const ssize_t copied = process_vm_writev(getpid(), &local, 1, &remote, 1, 0);
   if (copied == (ssize_t)size) return true;
-  if (copied < 0 && isForbidden(errno)) {
-    memcpy(into, from, size);
-    return true;
-  }
-  errno = EFAULT;
+  if (copied >= 0 || !isForbidden(errno)) errno = EFAULT;
   return false;
+}
+
+bool copyToUser(void* into, const void* from, size_t size) {
+  if (copyGuarded(into, from, size)) return true;
+  if (!isForbidden(errno)) return false;
+  memcpy(into, from, size);
+  return true;
 }

@@ -1,4 +1,4 @@
-// UserMemory.h - copies between this library and pointers that the host program handed in.
+// UserMemory.h - copies by the kernel, where a pointer cannot be trusted.
 //
 // A kernel answers a bad pointer with EFAULT; so does this, by letting the kernel do the copy.
 // Threads: any. Owns: nothing. Fails: false with errno EFAULT.
@@ -12,3 +12,7 @@ bool copyFromUser(void* into, const void* from, size_t size);
 
 /// Copies `size` bytes to the host's `into`.
 bool copyToUser(void* into, const void* from, size_t size);
+
+/// Copies `size` bytes out of memory that may raise a signal when it is touched. Fails also with
+/// ENOSYS or EPERM, where a sandbox forbids it.
+bool copyGuarded(void* into, const void* from, size_t size);

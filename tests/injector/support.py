@@ -80,6 +80,11 @@ class Watcher:
                 return made
         raise AssertionError(f"no such frame, the last was {seen}")
 
+    def links(self):
+        """What the client's descriptors refer to."""
+        folder = f"/proc/{self.process.pid}/fd"
+        return [os.readlink(os.path.join(folder, name)) for name in os.listdir(folder)]
+
     def end(self):
         self.process.kill()
         self.process.communicate()

@@ -30,6 +30,29 @@ class FeedsTest(CameraTest):
         os.unlink(self.feed_path)
         client.await_colours(*PLACEHOLDER)
 
+    def test_nothing_of_a_feed_that_went_is_held(self):
+        feed = self.feed()
+        feed.write(640, 480, solid(640, 480, RED))
+        client = self.watch()
+        client.await_colours(RED, RED)
+        os.unlink(self.feed_path)
+        client.await_colours(*PLACEHOLDER)
+        with open(f"/proc/{client.process.pid}/maps", encoding="ascii") as maps:
+            self.assertNotIn(self.feed_path, maps.read())
+        self.assertEqual([link for link in client.links() if self.feed_path in link], [])
+
+    def test_feed_cut_short_while_it_is_read_does_not_harm_the_client(self):
+        feed = self.feed()
+        feed.write(1280, 960, solid(1280, 960, RED))
+        client = self.watch()
+        client.await_colours(RED, RED)
+        picture = solid(1280, 960, GREEN)
+        for round in range(300):
+            os.truncate(self.feed_path, OFFSET + 4096 * (round * 37 % 1200))
+            os.truncate(self.feed_path, feed.size)
+        feed.write(1280, 960, picture)
+        client.await_colours(GREEN, GREEN)
+
     def test_silent_writer_is_waited_for_three_seconds(self):
         feed = self.feed(beat=False)
         feed.write(640, 480, solid(640, 480, GREEN))

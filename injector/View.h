@@ -1,0 +1,36 @@
+// View.h - a feed's file seen through a mapping, without trusting what is behind it.
+//
+// Whoever touches a page of a mapping whose file was cut short gets SIGBUS. Nothing here touches
+// one: the kernel copies out of the mapping, and fails where it would have raised the signal. That
+// costs about half of what pread() does, which looks up and pins each page of the file.
+//
+// A mapping keeps a file's space until it is gone, so a view is closed as soon as its file is no
+// longer the feed.
+//
+// Threads: a View belongs to one thread at a time. Owns: the mapping, from viewOpen() to
+// viewClose(). Fails: a file that cannot be mapped is not in view, and viewCopy() says false.
+#pragma once
+
+#include <stdbool.h>
+#include <stddef.h>
+#include <stdint.h>
+#include <sys/stat.h>
+
+typedef struct View {
+  uint8_t* address;  // NULL while no file is in view.
+  size_t length;
+  dev_t device;
+  ino_t inode;
+} View;
+
+/// Brings a file into view, whose descriptor and status these are. Free if it already is.
+void viewOpen(View* view, int descriptor, const struct stat* file);
+
+/// Copies `size` bytes at `offset` of the file. False if the file ends before, or the kernel will
+/// not copy for this process.
+bool viewCopy(const View* view, void* into, size_t size, uint64_t offset);
+
+/// Asks the processor for bytes that will be copied soon.
+void viewPrefetch(const View* view, size_t size, uint64_t offset);
+
+void viewClose(View* view);
