@@ -4,6 +4,7 @@
 #include <string.h>
 
 #include "KernelsAvx2.h"
+#include "KernelsAvx512.h"
 
 // Rows add up to 220/256 (luma) and 0 (chroma), so that grey stays grey.
 const ColourMatrix matrixBt601 = {25, 129, 66, 112, -74, -38, -18, -94, 112};
@@ -82,6 +83,7 @@ const RowKernels* kernels(void) { return selected; }
 void kernelsSelect(void) {
   const char* wanted = getenv("LENSLARK_KERNELS");
   if (wanted && strcmp(wanted, "portable") == 0) return;
-  const RowKernels* best = kernelsAvx2();
+  const RowKernels* best = wanted && strcmp(wanted, "avx2") == 0 ? NULL : kernelsAvx512();
+  if (!best) best = kernelsAvx2();
   if (best) selected = best;
 }

@@ -45,7 +45,8 @@ typedef struct RowKernels {
 /// The portable versions.
 extern const RowKernels kernelsPortable;
 
-/// The best versions for this processor, or what LENSLARK_KERNELS=portable asks for.
+/// The best versions for this processor, or the best that LENSLARK_KERNELS=portable or =avx2
+/// allows.
 const RowKernels* kernels(void);
 
 /// Looks at the processor once. Called by the constructor.
