@@ -3,6 +3,7 @@
 #include <clocale>
 #include <cwctype>
 
+#include <algorithm>
 #include <array>
 #include <charconv>
 #include <cmath>
@@ -79,6 +80,12 @@ bool isControl(char32_t codePoint) noexcept {
   return codePoint < 0x20 || (codePoint >= 0x7F && codePoint < 0xA0);
 }
 
+/// How many bytes at the front are ASCII that is shown as it stands: most of any text.
+std::size_t plainFront(std::string_view text) noexcept {
+  const auto isPlain = [](char c) { return c >= ' ' && c <= '~'; };
+  return static_cast<std::size_t>(std::ranges::find_if_not(text, isPlain) - text.begin());
+}
+
 /// glibc's own Unicode tables, independent of the user's locale settings.
 locale_t unicodeLocale() {
   static const locale_t locale = ::newlocale(LC_CTYPE_MASK, "C.UTF-8", nullptr);
@@ -146,14 +153,17 @@ std::string repairUtf8(std::string_view bytes) {
 std::string printable(std::string_view bytes, std::string_view kept) {
   std::string text;
   text.reserve(bytes.size());
-  while (!bytes.empty()) {
+  for (;;) {
+    const std::size_t plain = plainFront(bytes);
+    text += bytes.substr(0, plain);
+    bytes.remove_prefix(plain);
+    if (bytes.empty()) return text;
     const Decoded front = decodeFront(bytes);
     const bool shown = front.codePoint && (!isControl(*front.codePoint) ||
                                            kept.find(bytes.front()) != std::string_view::npos);
     text += shown ? bytes.substr(0, front.length) : front.codePoint ? "?" : replacement;
     bytes.remove_prefix(front.length);
   }
-  return text;
 }
 
 std::string lowercase(std::string_view text) {

@@ -38,6 +38,8 @@ TEST(TextTest, showsNoControlCharacters) {
   EXPECT_EQ(Text::printable("a\n\t\x1b[2J\x7f"), "a???[2J?");
   EXPECT_EQ(Text::printable("\xC2\x9Bz"), "?z");  // U+009B begins an escape sequence by itself
   EXPECT_EQ(Text::printable("a\nb\r", "\n"), "a\nb?");
+  EXPECT_EQ(Text::printable(" plain ~"), " plain ~");
+  EXPECT_EQ(Text::printable(""), "");
   EXPECT_EQ(Text::printable("\xFF…\xC2\xA0"), "\xEF\xBF\xBD…\xC2\xA0");
 }
 
