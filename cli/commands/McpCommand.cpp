@@ -3,6 +3,7 @@
 #include <fmt/core.h>
 
 #include <cstdio>
+#include <utility>
 
 #include "commands/SharedControl.h"
 #include "config/Lenslark.h"
@@ -22,7 +23,7 @@ void run(const Arguments&) {
   JsonRpc::LineReader input(channel.takeInput());
   const MCPServer server(sharedControl());
   log(fmt::format("lenslark mcp {} ready on stdio", Lenslark::version));
-  server.run(input, [&](std::string_view line) { return channel.send(line); });
+  server.run(input, [&](std::string line) { return channel.send(std::move(line)); });
 }
 
 }  // namespace lenslark::McpCommand

@@ -1,6 +1,7 @@
 #include "mcp/MCPServer.h"
 
 #include <nlohmann/json.hpp>
+#include <utility>
 
 #include "base/Json.h"
 #include "base/Text.h"
@@ -27,8 +28,8 @@ json initializeResult() {
 
 void MCPServer::run(JsonRpc::LineReader& input, const Send& send) const {
   while (const auto line = input.next()) {
-    const auto reply = line->tooLong ? parseError() : answer(line->text);
-    if (reply && !send(*reply)) return;
+    auto reply = line->tooLong ? parseError() : answer(line->text);
+    if (reply && !send(std::move(*reply))) return;
   }
 }
 

@@ -19,7 +19,7 @@ namespace lenslark {
 class MCPServer {
  public:
   /// Sends one line. Returns whether anyone still listens.
-  using Send = std::function<bool(std::string_view line)>;
+  using Send = std::function<bool(std::string line)>;
 
   explicit MCPServer(CameraControl control) : tools_(std::move(control)) {}
 

@@ -20,12 +20,17 @@ FileDescriptor keep(int standard, const char* name) {
   return copy;
 }
 
+/// What a pipe may hold of an unprivileged user's (/proc/sys/fs/pipe-max-size as it is shipped).
+constexpr int largestPipe = 1 << 20;
+
 /// Fails at once for one that was closed when the program was started, and leads nowhere now.
 FileDescriptor keepOutput() {
   FileDescriptor copy = keep(STDOUT_FILENO, "standard output");
   if ((fcntl(copy.get(), F_GETFL) & O_ACCMODE) == O_RDONLY) {
     throw posixError(EBADF, "standard output");
   }
+  // A picture is some megabytes: in a larger pipe, the host and we wait for each other less often.
+  fcntl(copy.get(), F_SETPIPE_SZ, largestPipe);
   return copy;
 }
 
@@ -41,11 +46,10 @@ ProtocolChannel::ProtocolChannel()
   dup2(STDERR_FILENO, STDOUT_FILENO);
 }
 
-bool ProtocolChannel::send(std::string_view line) const {
-  std::string bytes(line);
-  bytes += '\n';
+bool ProtocolChannel::send(std::string line) const {
+  line += '\n';
   try {
-    writeAll(output_, std::as_bytes(std::span(bytes)), "standard output");
+    writeAll(output_, std::as_bytes(std::span(line)), "standard output");
   } catch (const std::system_error& error) {
     if (error.code() == std::errc::broken_pipe) return false;
     throw;

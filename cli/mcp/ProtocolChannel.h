@@ -1,6 +1,6 @@
 #pragma once
 
-#include <string_view>
+#include <string>
 
 #include "base/FileDescriptor.h"
 
@@ -20,7 +20,7 @@ class ProtocolChannel {
 
   /// Sends a line at once. Returns false when nobody reads it any more.
   /// **Fails** with std::system_error on any other trouble.
-  bool send(std::string_view line) const;
+  bool send(std::string line) const;
 
  private:
   FileDescriptor input_;
