@@ -96,6 +96,11 @@ static void awaitPainter(Device* device) {
   }
 }
 
+// True if another open file has the device, or this one reads where buffers are meant.
+static bool isTaken(const Device* device, const Handle* handle) {
+  return device->owner && (device->owner != handle || device->reading);
+}
+
 static void stop(Device* device) {
   device->streaming = false;
   ++device->generation;
@@ -121,11 +126,15 @@ int streamRequest(Handle* handle, int descriptor, struct v4l2_requestbuffers* re
   if (request->type != V4L2_BUF_TYPE_VIDEO_CAPTURE || !buffersKnow(memory)) return EINVAL;
   pthread_mutex_lock(&device->lock);
   int error = 0;
-  if ((device->owner && device->owner != handle) || device->reading) {
+  if (!isTaken(device, handle)) {
+    stop(device);
+    awaitPainter(device);
+  }
+  // Whatever another thread did meanwhile.
+  if (isTaken(device, handle)) {
     error = EBUSY;
   } else {
     stop(device);
-    awaitPainter(device);
     buffersFree(device);
     if (count > 0) {
       error = buffersAdd(device, memory, count, (uint32_t)pictureSize(&device->format));
@@ -155,7 +164,7 @@ int streamCreate(Handle* handle, int descriptor, struct v4l2_create_buffers* cre
   create->index = before;
   if (create->count == 0) {
     // Only asks what there is.
-  } else if ((device->owner && device->owner != handle) || device->reading) {
+  } else if (isTaken(device, handle)) {
     error = EBUSY;
   } else if (pix->sizeimage < pictureSize(&device->format) || pix->sizeimage > buffersMaxLength ||
              (before > 0 && device->memory != create->memory)) {
@@ -191,7 +200,7 @@ int streamQuery(Handle* handle, struct v4l2_buffer* request) {
 
 static int accept(Device* device, Handle* handle, const struct v4l2_buffer* request,
                   Buffer** found) {
-  if (device->owner && (device->owner != handle || device->reading)) return EBUSY;
+  if (isTaken(device, handle)) return EBUSY;
   const int error = find(device, request, found);
   if (error) return error;
   if (request->memory != device->memory || (*found)->state != bufferIdle) return EINVAL;
@@ -234,8 +243,10 @@ int streamOn(Handle* handle, int descriptor, uint32_t type) {
   Device* device = handle->device;
   if (type != V4L2_BUF_TYPE_VIDEO_CAPTURE) return EINVAL;
   pthread_mutex_lock(&device->lock);
+  // Another thread's picture may be left of a stream that ended: there is one painter.
+  if (!device->streaming) awaitPainter(device);
   int error = 0;
-  if (device->owner && (device->owner != handle || device->reading)) {
+  if (isTaken(device, handle)) {
     error = EBUSY;
   } else if (device->bufferCount == 0) {
     error = EINVAL;
@@ -252,7 +263,7 @@ int streamOff(Handle* handle, int descriptor, uint32_t type) {
   if (type != V4L2_BUF_TYPE_VIDEO_CAPTURE) return EINVAL;
   pthread_mutex_lock(&device->lock);
   int error = 0;
-  if (device->owner && (device->owner != handle || device->reading)) {
+  if (isTaken(device, handle)) {
     error = EBUSY;
   } else if (device->owner) {
     stop(device);
@@ -281,12 +292,19 @@ static int awaitFrame(Device* device, int descriptor) {
     const int error = errno;
     pthread_mutex_lock(&device->lock);
     --device->waiters;
+    const bool painting = atomic_load(&device->painting);
     if (!device->streaming || device->generation != generation) {
-      if (device->waiters > 0) fire(descriptor);
+      // The expiration was meant for others who wait, or for a stream that was started since.
+      if (device->waiters > 0) {
+        fire(descriptor);
+      } else if (device->streaming && !painting) {
+        arm(device, descriptor);
+      }
       return EINVAL;
     }
     if (got < 0) return error;
-    if (device->reading || device->queued > 0) return 0;
+    // Whoever paints arms the timer when that is done.
+    if (!painting && (device->reading || device->queued > 0)) return 0;
   }
 }
 
@@ -319,7 +337,7 @@ int streamDequeue(Handle* handle, int descriptor, struct v4l2_buffer* request) {
   if (request->type != V4L2_BUF_TYPE_VIDEO_CAPTURE) return EINVAL;
   pthread_mutex_lock(&device->lock);
   int error = 0;
-  if (device->owner && (device->owner != handle || device->reading)) {
+  if (isTaken(device, handle)) {
     error = EBUSY;
   } else if (!device->streaming || request->memory != device->memory) {
     error = EINVAL;

@@ -12,6 +12,7 @@ LIBRARY = os.path.join(BUILD, "LenslarkEmuInject.so")
 RUN = os.path.join(BUILD, "lenslark-run")
 PROBE = os.path.join(BUILD, "tests", "injector-probe")
 CALLS = os.path.join(BUILD, "tests", "injector-calls")
+CROWD = os.path.join(BUILD, "tests", "injector-crowd")
 RED, GREEN, BLUE = (0, 0, 255), (0, 255, 0), (255, 0, 0)
 
 

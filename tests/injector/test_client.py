@@ -3,7 +3,7 @@ import subprocess
 import unittest
 
 from feed import Feed, halves, solid
-from support import BLUE, CALLS, CameraTest, PROBE, RED
+from support import BLUE, CALLS, CROWD, CameraTest, PROBE, RED
 
 
 class ClientTest(CameraTest):
@@ -89,6 +89,8 @@ add(PROBE, "storm", "forks_and_spawns_leave_the_stream_alone")
 add(PROBE, "child", "a_child_has_its_own_cameras")
 add(PROBE, "threads", "threads_open_and_close_at_once")
 add(PROBE, "userPointers", "user_pointers_are_filled_and_checked")
+add(CROWD, "everyCall", "threads_that_call_anything_at_once_leave_the_camera_usable")
+add(CROWD, "restarted", "a_waiter_of_a_stopped_stream_takes_nothing_from_the_next")
 add(CALLS, "opening", "every_way_of_opening_opens_the_camera")
 add(CALLS, "status", "every_way_of_asking_tells_a_character_device")
 add(CALLS, "rights", "every_way_of_asking_for_access_is_answered")
