@@ -117,7 +117,10 @@ static bool isWritable(uint64_t address, size_t length) {
   const int saved = errno;
   const int outcome =
       madvise((void*)(uintptr_t)first, wholePages((size_t)span), MADV_POPULATE_WRITE);
-  const bool refused = outcome != 0 && (errno == EFAULT || errno == ENOMEM);
+  // What may not be written is invalid, but so is the advice itself to older kernels.
+  const bool refused =
+      outcome != 0 && (errno == EFAULT || errno == ENOMEM ||
+                       (errno == EINVAL && madvise(NULL, 0, MADV_POPULATE_WRITE) == 0));
   errno = saved;
   return !refused;
 }
@@ -190,8 +193,8 @@ void* streamMap(Handle* handle, void* address, size_t length, int protection, in
   const off_t index = offset / buffersMaxLength;
   const bool shared = (flags & MAP_SHARED) != 0;
   if (device->memory == V4L2_MEMORY_MMAP && shared && offset >= 0 &&
-      offset % buffersMaxLength == 0 && index < (off_t)device->bufferCount &&
-      wholePages(length) == wholePages(device->buffers[index].length)) {
+      offset % buffersMaxLength == 0 && index < (off_t)device->bufferCount && length > 0 &&
+      length <= wholePages(device->buffers[index].length)) {
     mapped = duplicate(&device->buffers[index], address, wholePages(length), protection, flags);
     error = errno;
     if (mapped != MAP_FAILED) noteMapping(device, mapped, length, (uint32_t)index);

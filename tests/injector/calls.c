@@ -286,6 +286,13 @@ static void buffers(void) {
   CHECK(ioctl(camera, VIDIOC_QBUF, &buffer) != 0 && errno == EINVAL);
   buffer.index = 3;
   CHECK(ioctl(camera, VIDIOC_QUERYBUF, &buffer) != 0 && errno == EINVAL);
+  // A mapping may be shorter than the buffer, but not longer.
+  const size_t size = buffer.length;
+  void* start = mmap(NULL, 1, PROT_READ, MAP_SHARED, camera, 0);
+  CHECK(start != MAP_FAILED && munmap(start, 1) == 0);
+  CHECK(mmap(NULL, size + 65536, PROT_READ, MAP_SHARED, camera, 0) == MAP_FAILED);
+  CHECK(mmap(NULL, SIZE_MAX, PROT_READ, MAP_SHARED, camera, 0) == MAP_FAILED);
+  CHECK(mmap(NULL, 0, PROT_READ, MAP_SHARED, camera, 0) == MAP_FAILED && errno == EINVAL);
   struct v4l2_format format = {.type = V4L2_BUF_TYPE_VIDEO_CAPTURE};
   CHECK(ioctl(camera, VIDIOC_G_FMT, &format) == 0);
   CHECK(ioctl(camera, VIDIOC_S_FMT, &format) != 0 && errno == EBUSY);

@@ -372,6 +372,9 @@ static void userPointers(void) {
       .type = V4L2_BUF_TYPE_VIDEO_CAPTURE, .memory = V4L2_MEMORY_USERPTR, .length = camera.size};
   CHECK(ioctl(camera.descriptor, VIDIOC_QBUF, &buffer) != 0 && errno == EFAULT);
   buffer.m.userptr = (unsigned long)picture;
+  CHECK(mprotect(picture, camera.size, PROT_READ) == 0);
+  CHECK(ioctl(camera.descriptor, VIDIOC_QBUF, &buffer) != 0 && errno == EFAULT);
+  CHECK(mprotect(picture, camera.size, PROT_READ | PROT_WRITE) == 0);
   buffer.length = camera.size;
   CHECK(ioctl(camera.descriptor, VIDIOC_QBUF, &buffer) == 0);
   turn(&camera, true);
