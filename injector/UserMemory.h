@@ -13,6 +13,6 @@ bool copyFromUser(void* into, const void* from, size_t size);
 /// Copies `size` bytes to the host's `into`.
 bool copyToUser(void* into, const void* from, size_t size);
 
-/// Copies `size` bytes out of memory that may raise a signal when it is touched. Fails also with
-/// ENOSYS or EPERM, where a sandbox forbids it.
+/// Copies `size` bytes out of memory that may raise a signal when it is touched. Fails also where a
+/// sandbox forbids it, with the sandbox's errno.
 bool copyGuarded(void* into, const void* from, size_t size);

@@ -414,7 +414,7 @@ static void closedBehindItsBack(void) {
 }
 
 // In a sandbox that forbids all that is not usual.
-static void sandboxed(void) {
+static void sandboxedWith(int error) {
   struct sock_filter filter[] = {
       BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(struct seccomp_data, nr)),
       BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_process_vm_readv, 4, 0),
@@ -422,7 +422,7 @@ static void sandboxed(void) {
       BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_fcntl, 0, 3),
       BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(struct seccomp_data, args[1])),
       BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, F_SETSIG, 0, 1),
-      BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | EPERM),
+      BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | (uint32_t)error),
       BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
   };
   const struct sock_fprog program = {sizeof(filter) / sizeof(filter[0]), filter};
@@ -435,6 +435,9 @@ static void sandboxed(void) {
     CHECK(take(camera) == 0 && close(camera) == 0);
   }
 }
+
+static void sandboxed(void) { sandboxedWith(EPERM); }
+static void sandboxedStrangely(void) { sandboxedWith(EACCES); }
 
 // A child streams on from a descriptor that it was born with, after the parent has gone.
 static void inheritedByFork(void) {
@@ -549,6 +552,7 @@ int main(int count, char** arguments) {
       {"polling", polling},
       {"closedBehindItsBack", closedBehindItsBack},
       {"sandboxed", sandboxed},
+      {"sandboxedStrangely", sandboxedStrangely},
       {"inheritedByFork", inheritedByFork},
       {"inheritedByExec", inheritedByExec},
       {"readInherited", readInherited},
