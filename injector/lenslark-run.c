@@ -194,15 +194,27 @@ static void refusePrivileged(const char* path) {
   }
 }
 
+// The program that a script's first line names, or NULL if this is the start of none.
+static const char* interpreterOf(char* start) {
+  if (strncmp(start, "#!", 2) != 0) return NULL;
+  char* name = start + 2 + strspn(start + 2, " \t");
+  name[strcspn(name, " \t\n")] = '\0';
+  return *name ? name : NULL;
+}
+
 // Only a dynamically linked program of this machine's kind has a loader that preloads.
-static void refuseUnloadable(const char* path) {
-  unsigned char start[sizeof(Elf64_Ehdr)] = {0};
+static void refuseUnloadable(const char* path, bool isInterpreter) {
+  char start[256] = {0};  // What the kernel looks at.
   const int file = open(path, O_RDONLY | O_CLOEXEC);
   if (file < 0) return;  // What may be executed but not read is taken on trust.
-  const bool read = pread(file, start, sizeof(start), 0) == (ssize_t)sizeof(start);
-  if (!read || memcmp(start, ELFMAG, SELFMAG) != 0) {
+  const bool isProgram = pread(file, start, sizeof(start) - 1, 0) >= (ssize_t)sizeof(Elf64_Ehdr) &&
+                         memcmp(start, ELFMAG, SELFMAG) == 0;
+  if (!isProgram) {
     close(file);
-    return;  // A script, which the interpreter that it names will run.
+    // A script is what its interpreter is.
+    const char* interpreter = interpreterOf(start);
+    if (interpreter && !isInterpreter) refuseUnloadable(interpreter, true);
+    return;
   }
   Elf64_Ehdr header;
   memcpy(&header, start, sizeof(header));
@@ -257,7 +269,8 @@ int main(int count, char** arguments) {
     if (!isFeed && strcmp(option, "--device") != 0) {
       fail(notStarted, "unknown option %s\n%s", option, usage);
     }
-    if (++next >= count) fail(notStarted, "%s needs a value\n%s", option, usage);
+    if (++next >= count || !*arguments[next])
+      fail(notStarted, "%s needs a value\n%s", option, usage);
     *(isFeed ? &feed : &device) = arguments[next];
   }
   if (next >= count) fail(notStarted, "no command given\n%s", usage);
@@ -268,7 +281,7 @@ int main(int count, char** arguments) {
   findLibrary(library);
   findCommand(arguments[next], command);
   refusePrivileged(command);
-  refuseUnloadable(command);
+  refuseUnloadable(command, false);
   if (feed) chooseFeed(feed);
   if (device) chooseDevice(device);
   preload(library);

@@ -67,9 +67,14 @@ class RunTest(CameraTest):
         built = subprocess.run(["gcc", "-static", "-o", program, source], capture_output=True)
         if built.returncode:
             self.skipTest("no static C library")
-        result = self.run_plain(program)
-        self.assertEqual(result.returncode, 125)
-        self.assertIn("statically linked", result.stderr)
+        script = os.path.join(self.directory, "script")
+        with open(script, "w", encoding="ascii") as file:
+            file.write(f"#! {program} -x\n")
+        os.chmod(script, 0o700)
+        for command in (program, script):
+            result = self.run_plain(command)
+            self.assertEqual(result.returncode, 125)
+            self.assertIn(f"{program} is statically linked", result.stderr)
 
     def test_setuid_programs_are_refused_with_advice(self):
         program = os.path.join(self.directory, "p")
@@ -88,7 +93,8 @@ class RunTest(CameraTest):
         self.assertIn("command not found", result.stderr)
 
     def test_misuse_shows_the_usage(self):
-        for arguments in ([], ["--what"], ["--feed"], ["--feed", "a", "--device", "ios:b", "true"]):
+        for arguments in ([], ["--what"], ["--feed"], ["--feed", "", "true"],
+                          ["--feed", "a", "--device", "ios:b", "true"]):
             result = self.run_plain(*arguments)
             self.assertEqual(result.returncode, 125)
             self.assertIn("Usage: lenslark-run", result.stderr)
