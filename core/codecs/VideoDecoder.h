@@ -47,7 +47,8 @@ class VideoCodec {
  public:
   virtual ~VideoCodec() = default;
 
-  /// Pictures come no larger than `maxSide` on the longer side. Only the file itself is read.
+  /// Pictures come no larger than `maxSide` on the longer side; those that are shrunk to it have
+  /// even sides. Only the file itself is read.
   /// **Fails** with Error when it is no film that can be shown.
   virtual std::unique_ptr<VideoDecoder> open(const std::string& path, int maxSide) = 0;
 };

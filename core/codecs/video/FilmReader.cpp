@@ -74,6 +74,19 @@ int findStreams(AVFormatContext& format) {
 
 double seconds(AVRational rate) noexcept { return rate.den == 0 ? 0 : av_q2d(rate); }
 
+/// A side of a picture whose longer side is held to `maxSide`: even, rounded down, as the feed cuts
+/// what it shrinks itself. A picture shrunk here must not come out a row larger than one there.
+int shrunkSide(int side, int longer, int maxSide) noexcept {
+  const auto whole = static_cast<int>(std::int64_t{side} * maxSide / longer);
+  return std::max(whole / 2 * 2, 1);
+}
+
+Size shownSize(Size size, int maxSide) noexcept {
+  const int longer = size.longerSide();
+  if (longer <= maxSide) return size;
+  return {shrunkSide(size.width, longer, maxSide), shrunkSide(size.height, longer, maxSide)};
+}
+
 }  // namespace
 
 FilmReader::FilmReader(const std::string& path, int maxSide)
@@ -166,7 +179,7 @@ void FilmReader::describe(int maxSide) {
       format_->duration > 0 ? static_cast<double>(format_->duration) / AV_TIME_BASE : 0;
   info_.nominalFps = seconds(stream_->avg_frame_rate);
   if (info_.nominalFps <= 0) info_.nominalFps = seconds(stream_->r_frame_rate);
-  preparer_ = std::make_unique<FramePreparer>(orientation, boundedBy(info_.size, maxSide));
+  preparer_ = std::make_unique<FramePreparer>(orientation, shownSize(info_.size, maxSide));
 }
 
 std::optional<VideoFrame> FilmReader::next() {

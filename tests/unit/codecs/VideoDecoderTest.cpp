@@ -355,6 +355,18 @@ TEST_F(VideoDecoderTest, boundsPicturesByTheLongerSide) {
   EXPECT_TRUE(showsQuarters(*picture, 6));
 }
 
+TEST_F(VideoDecoderTest, shrinksToEvenSides) {
+  const std::string path = clip("odd.mp4", quarters + "-vf scale=1282:728,setsar=1 " + Clips::h264);
+  EXPECT_EQ(firstPicture(path, 640)->size(), (Size{640, 362}));
+  EXPECT_EQ(firstPicture(path, 320)->size(), (Size{320, 180}));
+  EXPECT_EQ(firstPicture(path, 100)->size(), (Size{100, 56}));
+}
+
+TEST_F(VideoDecoderTest, keepsARowOfAVeryWideFilm) {
+  const std::string path = clip("wide.mp4", quarters + "-vf scale=1280:8,setsar=1 " + Clips::h264);
+  EXPECT_EQ(firstPicture(path, 128)->size(), (Size{128, 1}));
+}
+
 /// ffmpeg's own player rotates as it should be: both must agree.
 class RecordingOrientation : public VideoDecoderTest, public testing::WithParamInterface<int> {
  protected:
