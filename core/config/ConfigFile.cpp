@@ -39,6 +39,9 @@ std::set<std::string> ConfigFile::referencedMedia() const {
 }
 
 void ConfigFile::remember(const DeviceKey& key, const std::string& name, Date now) {
+  // Such a key has no text that can be read back: the file would be refused, and no other device
+  // remembered.
+  if (key.id.empty()) return;
   constexpr std::chrono::seconds rewriteAfter = std::chrono::days(1);
   const auto known = std::ranges::find(knownDevices, key, &KnownDevice::key);
   if (known == knownDevices.end()) {

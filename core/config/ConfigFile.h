@@ -51,6 +51,7 @@ struct ConfigFile {
   std::set<std::string> referencedMedia() const;
 
   /// Notes that a device was seen; changes the value at most once a day unless its name changed.
+  /// A device without an id is not noted.
   void remember(const DeviceKey& key, const std::string& name, Date now);
   /// Forgets devices not seen for longer than this, with their settings.
   void prune(double olderThanSeconds, Date now);

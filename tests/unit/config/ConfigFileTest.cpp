@@ -115,6 +115,12 @@ TEST(ConfigFileTest, remembersANewDevice) {
   EXPECT_EQ(config.knownDevices, (std::vector{KnownDevice{phone, "iPhone", noon}}));
 }
 
+TEST(ConfigFileTest, remembersNoDeviceWithoutAnId) {
+  ConfigFile config;
+  config.remember(DeviceKey::ios(""), "iPhone", noon);
+  EXPECT_TRUE(config.knownDevices.empty());
+}
+
 TEST(ConfigFileTest, remembersTheSameDeviceOnceADay) {
   ConfigFile config;
   config.remember(phone, "iPhone", noon);
