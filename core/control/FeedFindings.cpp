@@ -110,10 +110,14 @@ void addFindings(std::vector<Check>& checks, const Found& file, bool removeStale
 
 std::optional<Check> hint(const Found& file) {
   if (!S_ISREG(file.status.st_mode)) {
-    return Check{Level::info,
-                 fmt::format("{} is {}, no feed", file.path, kind(file.status.st_mode)),
-                 {"A camera whose feed has this name cannot be fed until it is removed."},
-                 {}};
+    // Whoever feeds the camera unlinks what it may: all of its own but a directory.
+    const bool replaceable = isOwn(file.status) && !S_ISDIR(file.status.st_mode);
+    return Check{
+        Level::info,
+        fmt::format("{} is {}, no feed", file.path, kind(file.status.st_mode)),
+        {replaceable ? "A camera whose feed has this name puts a file in its place."
+                     : "A camera whose feed has this name cannot be fed until it is removed."},
+        {}};
   }
   if (!isOwn(file.status)) {
     return Check{Level::info,

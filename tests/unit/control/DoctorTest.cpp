@@ -344,6 +344,19 @@ TEST_F(DoctorTest, looksOnlyAtFilesNamedAsFeeds) {
   EXPECT_TRUE(std::filesystem::exists(backup));
 }
 
+TEST_F(DoctorTest, saysWhatAFeedReplacesAndWhatItCannot) {
+  const std::string at = (feeds / "lenslark-").string();
+  std::filesystem::create_directory(at + "directory.shm");
+  std::filesystem::create_symlink("/nowhere", at + "link.shm");
+  const std::vector<Check> found = fileFindings(false);
+  ASSERT_EQ(found.size(), 2U);
+  EXPECT_EQ(found[0].details,
+            std::vector<std::string>{
+                "A camera whose feed has this name cannot be fed until it is removed."});
+  EXPECT_EQ(found[1].details, std::vector<std::string>{
+                                  "A camera whose feed has this name puts a file in its place."});
+}
+
 TEST_F(DoctorTest, touchesNothingThatIsNoRegularFile) {
   const std::string stale = folder.write("elsewhere.shm", frameFile(gonePid, 1));
   const std::string at = (feeds / "lenslark-").string();
