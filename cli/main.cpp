@@ -13,7 +13,7 @@ namespace {
 
 int run(int argc, char** argv) noexcept {
   Output::holdStandardDescriptors();
-  Output::surviveClosedPipes();
+  Output::surviveFailedWrites();
   Log::mirrorToStandardError();
   try {
     Dispatcher::run(Arguments(argc, argv));

@@ -23,12 +23,13 @@ void holdStandardDescriptors() noexcept {
   if (fd > STDERR_FILENO) ::close(fd);
 }
 
-void surviveClosedPipes() {
+void surviveFailedWrites() {
   // A handler and not SIG_IGN: exec gives children the default action back.
   struct sigaction action = {};
   action.sa_handler = [](int) {};
   action.sa_flags = SA_RESTART;
   sigaction(SIGPIPE, &action, nullptr);
+  sigaction(SIGXFSZ, &action, nullptr);
 }
 
 void print(std::string_view text) {

@@ -18,9 +18,9 @@ class Closed final : public std::exception {
 /// next file that is opened would take their place, and what is printed would end up in it.
 void holdStandardDescriptors() noexcept;
 
-/// From now on a write to a pipe without a reader fails instead of ending the process. Child
-/// processes are not affected.
-void surviveClosedPipes();
+/// From now on a write to a pipe without a reader, and one beyond the size that files may have here
+/// (`ulimit -f`), fails instead of ending the process. Child processes are not affected.
+void surviveFailedWrites();
 
 /// **Fails** with Closed, or with std::system_error when the text cannot be written, for instance
 /// to a full disk.

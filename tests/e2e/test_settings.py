@@ -159,6 +159,39 @@ class BrokenConfigTest(EndToEndTest):
         self.assertIn("test pattern", self.lenslark.run("source", "get").stdout.decode())
 
 
+class FileSizeLimitTest(EndToEndTest):
+    """A shell that limits the size of files (`ulimit -f`) ends who goes beyond it, unless asked."""
+
+    @staticmethod
+    def at_most(blocks):
+        return ("bash", "-c", f'ulimit -f {blocks}; exec "$0" "$@"')
+
+    def files(self):
+        return sorted(str(path) for path in self.lenslark.support.rglob("*") if path.is_file())
+
+    def test_a_setting_that_finds_no_room_is_an_error_and_changes_nothing(self):
+        self.lenslark.run("source", "set", "pattern")
+        before = self.files()
+        saved = self.lenslark.config_file.read_text()
+        result = self.lenslark.run("source", "set", "display", "2", prefix=self.at_most(0))
+        self.assertRegex(result.stderr.decode(), r"^error: .*File too large\n$")
+        self.assertEqual(result.returncode, 1)
+        self.assertEqual(self.lenslark.config_file.read_text(), saved)
+        self.assertEqual(self.files(), before)
+
+    def test_an_import_that_finds_no_room_is_an_error_and_leaves_nothing(self):
+        result = self.lenslark.run("media", "add", self.picture(), prefix=self.at_most(0))
+        self.assertRegex(result.stderr.decode(), r"^error: .*File too large\n$")
+        self.assertEqual(result.returncode, 1)
+        self.assertEqual([path for path in self.files() if not path.endswith(".lock")], [])
+
+    def test_serve_says_which_feed_finds_no_room_and_goes_on(self):
+        with self.lenslark.serve("--test-pattern", prefix=self.at_most(100)) as serving:
+            eventually(lambda: f"cannot open {self.lenslark.feed}" in serving.errors())
+            self.assertIn("File too large", serving.errors())
+            self.assertTrue(serving.running())
+
+
 @unittest.skipUnless(os.environ.get("LENSLARK_PRIVATE_TMP"), "needs bubblewrap")
 class UnwritableSupportDirectoryTest(EndToEndTest):
     def setUp(self):

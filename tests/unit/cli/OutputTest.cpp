@@ -2,6 +2,8 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/mman.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <nlohmann/json.hpp>
@@ -32,7 +34,7 @@ TEST(OutputTest, repairsTextThatIsNoUtf8InJson) {
 }
 
 TEST(OutputTest, tellsThatNobodyReads) {
-  Output::surviveClosedPipes();
+  Output::surviveFailedWrites();
   int ends[2];
   ASSERT_EQ(pipe(ends), 0);
   close(ends[0]);
@@ -43,6 +45,17 @@ TEST(OutputTest, tellsThatNobodyReads) {
 TEST(OutputTest, aFullDiskIsAnError) {
   const RedirectedOutput redirected(FileDescriptor::open("/dev/full", O_WRONLY));
   EXPECT_THROW(Output::printLine("one"), std::system_error);
+}
+
+TEST(OutputTest, aFileThatMayNotGrowIsAnError) {
+  Output::surviveFailedWrites();
+  const RedirectedOutput redirected(FileDescriptor{memfd_create("output", MFD_CLOEXEC)});
+  rlimit before{};
+  ::getrlimit(RLIMIT_FSIZE, &before);
+  const rlimit none{0, before.rlim_max};
+  ::setrlimit(RLIMIT_FSIZE, &none);
+  EXPECT_THROW(Output::printLine("one"), std::system_error);
+  ::setrlimit(RLIMIT_FSIZE, &before);
 }
 
 }  // namespace
