@@ -72,7 +72,8 @@ std::vector<fs::path> expand(const std::vector<fs::path>& paths) {
   std::vector<fs::path> files;
   for (const fs::path& path : paths) {
     std::error_code missing;  // What is not there stands for itself; its import says so.
-    if (fs::is_directory(path, missing)) {
+    // A path with a NUL byte names nothing, whatever stands before that byte.
+    if (!path.native().contains('\0') && fs::is_directory(path, missing)) {
       std::ranges::move(picturesIn(path), std::back_inserter(files));
     } else {
       files.push_back(path);

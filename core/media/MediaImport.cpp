@@ -104,6 +104,8 @@ std::string Original::name() const { return Text::repairUtf8(path.filename().str
 
 Original open(const fs::path& path) {
   constexpr std::uint64_t largestFile = std::uint64_t{1} << 31;
+  // The system would read such a path up to its NUL byte and open another file than was named.
+  if (path.native().contains('\0')) throw MediaError::notAFile(path.string());
   std::error_code unresolved;
   Original original;
   original.path = fs::canonical(path, unresolved);

@@ -436,6 +436,18 @@ class ToolTest(MCPTest):
             self.assertRegex(session.failure("set_source", kind="pattern"), r"^internal: .+config")
             self.assertEqual(session.ask("ping")["result"], {})
 
+    def test_a_path_is_no_path_up_to_a_nul_byte(self):
+        picture = str(self.picture("a.png"))
+        with self.server() as session:
+            for path in (picture + "\0", picture + "\0b.png", f"{self.folder}\0b.png", "\0"):
+                shown = path.replace("\0", "\ufffd")
+                refusal = f"bad_args: {shown} is not a readable file"
+                with self.subTest(path):
+                    self.assertEqual(session.failure("add_media", paths=[path]), refusal)
+                    self.assertEqual(session.failure("set_source", kind="slideshow", path=path),
+                                     refusal)
+        self.assertFalse((self.lenslark.support / "Media" / "index.json").exists())
+
     def test_add_media(self):
         a, b = self.picture("a.png"), self.picture("b.png", colours=(RED,) * 4)
         entries = [{"height": 48, "id": "sha256:" + hashlib.sha256(path.read_bytes()).hexdigest(),

@@ -39,6 +39,14 @@ TEST(ErrorTest, carriesCodeAndExitStatus) {
   EXPECT_EQ(special.exitStatus(), 2);
 }
 
+TEST(ErrorTest, saysTooWhatStandsBehindANulByte) {
+  const Error error(std::string("a\0b\0", 4));
+  EXPECT_STREQ(error.what(),
+               "a\xEF\xBF\xBD"
+               "b"
+               "\xEF\xBF\xBD");
+}
+
 TEST(UuidTest, hasTheFormOfARandomOne) {
   const std::string uuid = Uuid::make();
   ASSERT_EQ(uuid.size(), 36U);

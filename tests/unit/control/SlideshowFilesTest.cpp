@@ -53,6 +53,13 @@ TEST(NaturalOrderTest, differentZerosStillHaveAnOrder) {
   EXPECT_NE(naturallyBefore("a01", "a1"), naturallyBefore("a1", "a01"));
 }
 
+TEST(SlideshowFilesTest, noFolderIsNamedUpToANulByte) {
+  const TemporaryDirectory folder;
+  folder.write("1.png", "");
+  const std::filesystem::path path = folder.path().string() + std::string("\0x", 2);
+  EXPECT_THAT(expand({path}), ElementsAre(path));
+}
+
 TEST(SlideshowFilesTest, aFolderStandsForItsPicturesInNaturalOrder) {
   const TemporaryDirectory folder;
   for (const char* name : {"10.png", "2.png", "1.jpg"}) folder.write(name, "");

@@ -211,6 +211,15 @@ TEST_F(MediaLibraryTest, refusesWhatIsNoRegularFile) {
   EXPECT_TRUE(files().empty());
 }
 
+TEST_F(MediaLibraryTest, takesNoPathUpToANulByte) {
+  const std::string path = sample_.path("sample.png") + std::string("\0b.png", 6);
+  EXPECT_EQ(failureOf(path), MediaError::Kind::notAFile);
+  EXPECT_EQ(message_, sample_.path("sample.png") +
+                          "\xEF\xBF\xBD"
+                          "b.png is not a readable file");
+  EXPECT_TRUE(files().empty());
+}
+
 TEST_F(MediaLibraryTest, takesTwoGigabytesButNotAByteMore) {
   sample_.run("truncate -s 2147483648 exact.txt && truncate -s 2147483649 more.txt");
   // The size is looked at before the type.
