@@ -31,10 +31,11 @@ std::size_t tightBytes(Size size) noexcept {
 }
 
 /// Whether the library's scaling darkens: the weights of its filter between columns add up to 127
-/// of 128. It uses none where the width stays, and averages exactly where both sides are halved.
+/// of 128. It uses none where the width stays or is a single column, and averages exactly where
+/// both sides are halved.
 bool darkens(Size from, Size to) noexcept {
   const bool halves = from.width == 2 * to.width && from.height == 2 * to.height;
-  return from.width != to.width && !halves;
+  return from.width != to.width && from.width > 1 && !halves;
 }
 
 /// Makes v * 127 / 128, rounded down, v again: white is white. (1 and 129 become 0 and 128.)

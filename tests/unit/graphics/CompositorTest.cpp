@@ -83,8 +83,10 @@ TEST(CompositorTest, everyRatioKeepsThePictureUpright) {
 }
 
 TEST(CompositorTest, aPlainColourStaysWhatItIsAtEveryRatio) {
-  for (const Size from : {Size{64, 48}, Size{50, 37}, Size{100, 48}, Size{31, 7}}) {
-    for (const Size to : {Size{64, 48}, Size{32, 24}, Size{50, 48}, Size{64, 30}, Size{97, 71}}) {
+  for (const Size from : {Size{64, 48}, Size{50, 37}, Size{100, 48}, Size{31, 7}, Size{1, 1},
+                          Size{1, 48}, Size{64, 1}, Size{2, 2}}) {
+    for (const Size to : {Size{64, 48}, Size{32, 24}, Size{50, 48}, Size{64, 30}, Size{97, 71},
+                          Size{1, 48}, Size{2, 1}}) {
       for (const int value : {0, 1, 63, 64, 127, 128, 191, 192, 254, 255}) {
         const auto shade = static_cast<std::uint8_t>(value);
         const Pixel color{shade, 0, shade, 255};
