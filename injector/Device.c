@@ -2,6 +2,7 @@
 
 #include <errno.h>
 #include <fcntl.h>
+#include <poll.h>
 #include <stdio.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
@@ -148,14 +149,14 @@ static bool isMarked(int descriptor, const Device* device) {
 }
 
 // Makes a timer the descriptor of a camera.
-static bool enlist(int descriptor, Device* device) {
+static bool enlist(int descriptor, Device* device, bool idle) {
   handleClosed(descriptor);
   if (descriptor >= maxDescriptors) return false;
   Handle* handle = takeHandle(device);
   if (!handle && handlesSweep()) handle = takeHandle(device);
   if (!handle) return false;
   give(descriptor, handle);
-  streamOpened(handle, descriptor);
+  if (idle) streamOpened(handle, descriptor);
   return true;
 }
 
@@ -169,19 +170,25 @@ int handleOpen(Device* device, int flags) {
                                           ((flags & O_CLOEXEC) ? TFD_CLOEXEC : 0));
   if (descriptor < 0) return -1;
   mark(descriptor, device);
-  if (enlist(descriptor, device)) return descriptor;
+  if (enlist(descriptor, device, true)) return descriptor;
   realClose(descriptor);
   errno = EMFILE;
   return -1;
 }
 
+// True if nothing is due. Another process may be streaming, which then waits for what is.
+static bool isIdle(int descriptor, const struct itimerspec* left) {
+  struct pollfd wanted = {.fd = descriptor, .events = POLLIN};
+  return left->it_value.tv_sec == 0 && left->it_value.tv_nsec == 0 && poll(&wanted, 1, 0) == 0;
+}
+
 Handle* handleAdopt(int descriptor) {
   const int saved = errno;
   const long found = syscall(SYS_fcntl, descriptor, F_GETSIG);
-  struct itimerspec ignored;
+  struct itimerspec left;
   const bool known = found >= firstMark && found < firstMark + deviceCount &&
-                     timerfd_gettime(descriptor, &ignored) == 0 && claimMemory() &&
-                     handlesAreOurs() && enlist(descriptor, &devices[found - firstMark]);
+                     timerfd_gettime(descriptor, &left) == 0 && claimMemory() && handlesAreOurs() &&
+                     enlist(descriptor, &devices[found - firstMark], isIdle(descriptor, &left));
   errno = saved;
   return known ? handlePin(descriptor) : NULL;
 }

@@ -6,6 +6,8 @@
 #include <stdbool.h>
 #include <stdint.h>
 #include <sys/ioctl.h>
+#include <sys/timerfd.h>
+#include <time.h>
 #include <unistd.h>
 
 #include "probe.h"
@@ -121,12 +123,55 @@ static void restarted(void) {
   }
 }
 
+typedef struct Due {
+  uint64_t earliest, latest;
+} Due;
+
+static uint64_t clockNow(void) {
+  struct timespec now;
+  CHECK(clock_gettime(CLOCK_MONOTONIC, &now) == 0);
+  return (uint64_t)now.tv_sec * 1000000000U + (uint64_t)now.tv_nsec;
+}
+
+// When the next frame is due. Both 0 if it was due already.
+static Due nextDue(void) {
+  struct itimerspec left;
+  const uint64_t before = clockNow();
+  CHECK(timerfd_gettime(camera, &left) == 0);
+  const uint64_t wait =
+      (uint64_t)left.it_value.tv_sec * 1000000000U + (uint64_t)left.it_value.tv_nsec;
+  return wait ? (Due){before + wait, clockNow() + wait} : (Due){0, 0};
+}
+
+// A program that inherits the camera and has no use for it leaves the frames where they are.
+static void spawning(void) {
+  camera = open("/dev/video0", O_RDWR);
+  struct v4l2_streamparm slow = {.type = V4L2_BUF_TYPE_VIDEO_CAPTURE};
+  slow.parm.capture.timeperframe = (struct v4l2_fract){1, 5};
+  CHECK(ioctl(camera, VIDIOC_S_PARM, &slow) == 0);
+  CHECK(request(1) == 0 && queue(0) == 0 && turn(true) == 0);
+  for (int i = 0; i < 10; ++i) {
+    CHECK(dequeue() == 0 && queue(0) == 0);
+    const Due before = nextDue();
+    CHECK(system("exec true") == 0);
+    const Due after = nextDue();
+    if (before.latest == 0) continue;
+    if (after.latest == 0) {
+      CHECK(clockNow() >= before.earliest);
+    } else {
+      CHECK(after.earliest <= before.latest && before.earliest <= after.latest);
+    }
+  }
+}
+
 int main(int count, char** arguments) {
   const char* command = count > 1 ? arguments[1] : "";
   if (strcmp(command, "everyCall") == 0) {
     everyCall();
   } else if (strcmp(command, "restarted") == 0) {
     restarted();
+  } else if (strcmp(command, "spawning") == 0) {
+    spawning();
   } else {
     fprintf(stderr, "crowd: unknown command\n");
     return 2;
