@@ -28,9 +28,7 @@ void check(const PixelBuffer* picture) {
 /// libdav1d keeps 40 bytes of each AVIF whose picture holds no data. A thread of libvips that is
 /// just ending when leaks are looked for holds GLib's record of it where nobody looks; no more of
 /// its call stack than this is known.
-extern "C" const char* __lsan_default_suppressions() {
-  return "leak:libdav1d\nleak:g_malloc0\n";
-}
+extern "C" const char* __lsan_default_suppressions() { return "leak:libdav1d\nleak:g_malloc0\n"; }
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   static PlantedFile file;
