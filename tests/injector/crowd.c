@@ -12,7 +12,7 @@
 
 #include "probe.h"
 
-enum { threadCount = 6, callCount = 2000, roundCount = 100 };
+enum { threadCount = 6, callCount = 1000, roundCount = 100 };
 
 static int camera;
 
