@@ -1,8 +1,9 @@
 // View.h - a feed's file seen through a mapping, without trusting what is behind it.
 //
 // Whoever touches a page of a mapping whose file was cut short gets SIGBUS. Nothing here touches
-// one: the kernel copies out of the mapping, and fails where it would have raised the signal. That
-// costs about half of what pread() does, which looks up and pins each page of the file.
+// one: the kernel copies out of the mapping, and fails where it would have raised the signal. With
+// what is prefetched a frame costs about half of what it does with pread(), which looks up and pins
+// each page of the file.
 //
 // A mapping keeps a file's space until it is gone, so a view is closed as soon as its file is no
 // longer the feed.
