@@ -95,12 +95,20 @@ void printNotes(const LenslarkHost& host) {
 
 /// The host, and what is printed of it.
 ///
+/// What lives as long as the process needs no owner.
+template <typename T>
+std::shared_ptr<T> neverDestroyed(T& object) {
+  return {std::shared_ptr<void>(), &object};
+}
+
 /// Never destroyed: a terminal that takes no more text may hold up whoever prints for longer than
 /// the end may last.
 class Service {
  public:
   explicit Service(const CameraControl& control)
-      : control_(control), host_(control.store(), control.media(), &screenOfTheProcess()) {
+      : control_(control),
+        host_(neverDestroyed(control.store()), neverDestroyed(control.media()),
+              &screenOfTheProcess()) {
     host_.onStatusChange([this] { printStatus(); });
   }
 

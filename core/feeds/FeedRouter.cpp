@@ -63,8 +63,8 @@ void waitForAll(std::vector<std::future<void>>& results, milliseconds atMost) {
 }  // namespace
 
 FeedRouter::FeedRouter(Dependencies dependencies, Overrides overrides)
-    : store_(dependencies.store),
-      media_(dependencies.media),
+    : store_(std::move(dependencies.store)),
+      media_(std::move(dependencies.media)),
       overrides_(std::move(overrides)),
       devices_(std::move(dependencies.devices)),
       queue_(std::make_shared<SerialQueue>("lenslark.router")),
@@ -114,7 +114,7 @@ void FeedRouter::start() {
 
 void FeedRouter::prepare() {
   if (stopped_) return;
-  observer_ = store_.observe([weak = weak_from_this()](const ConfigFile&) {
+  observer_ = store_->observe([weak = weak_from_this()](const ConfigFile&) {
     if (const auto router = weak.lock())
       router->lookups_.post(router->weakly(&FeedRouter::loadConfig));
   });
@@ -146,8 +146,8 @@ void FeedRouter::findDevices() {
 /// several changes in a row need not be taken one by one.
 void FeedRouter::loadConfig() {
   if (stopped_) return;
-  auto config = store_.config();
-  auto media = lookUp(media_, neededMedia(config, overrides_));
+  auto config = store_->config();
+  auto media = lookUp(*media_, neededMedia(config, overrides_));
   queue_->post(
       [weak = weak_from_this(), config = std::move(config), media = std::move(media)]() mutable {
         if (const auto router = weak.lock()) router->take(std::move(config), std::move(media));
@@ -262,7 +262,7 @@ void FeedRouter::stop() {
 }
 
 std::vector<std::future<void>> FeedRouter::close() {
-  if (observer_) store_.removeObserver(*std::exchange(observer_, std::nullopt));
+  if (observer_) store_->removeObserver(*std::exchange(observer_, std::nullopt));
   heartbeatTimer_.reset();
   trackTimer_.reset();
   statuses_.clear();

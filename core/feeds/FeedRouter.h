@@ -36,8 +36,8 @@ class FeedRouter : public std::enable_shared_from_this<FeedRouter> {
   using Overrides = FeedOverrides;
 
   struct Dependencies {
-    ConfigStore& store;
-    MediaLibrary& media;
+    std::shared_ptr<ConfigStore> store;
+    std::shared_ptr<MediaLibrary> media;
     std::unique_ptr<DeviceFeed> devices;
     SourceFactory makeSource;
   };
@@ -87,8 +87,8 @@ class FeedRouter : public std::enable_shared_from_this<FeedRouter> {
   std::vector<std::future<void>> close();
 
   // Constant after construction.
-  ConfigStore& store_;
-  MediaLibrary& media_;
+  const std::shared_ptr<ConfigStore> store_;
+  const std::shared_ptr<MediaLibrary> media_;
   const FeedOverrides overrides_;
   const std::shared_ptr<DeviceFeed> devices_;
   const std::shared_ptr<SerialQueue> queue_;

@@ -18,9 +18,10 @@ constexpr std::chrono::milliseconds longestFarewell(500);
 }  // namespace
 
 struct LenslarkHost::State : std::enable_shared_from_this<State> {
-  State(ConfigStore& configStore, MediaLibrary& library, Screen* system)
-      : store(configStore),
-        media(library),
+  State(std::shared_ptr<ConfigStore> configStore, std::shared_ptr<MediaLibrary> library,
+        Screen* system)
+      : store(std::move(configStore)),
+        media(std::move(library)),
         screen(system),
         notices("lenslark.host", SerialQueue::Lane::blocking) {}
 
@@ -43,8 +44,8 @@ struct LenslarkHost::State : std::enable_shared_from_this<State> {
     });
   }
 
-  ConfigStore& store;
-  MediaLibrary& media;
+  const std::shared_ptr<ConfigStore> store;
+  const std::shared_ptr<MediaLibrary> media;
   Screen* const screen;
   SerialQueue notices;
 
@@ -53,8 +54,9 @@ struct LenslarkHost::State : std::enable_shared_from_this<State> {
   StatusHandler handler;
 };
 
-LenslarkHost::LenslarkHost(ConfigStore& store, MediaLibrary& media, Screen* screen)
-    : state_(std::make_shared<State>(store, media, screen)) {}
+LenslarkHost::LenslarkHost(std::shared_ptr<ConfigStore> store, std::shared_ptr<MediaLibrary> media,
+                           Screen* screen)
+    : state_(std::make_shared<State>(std::move(store), std::move(media), screen)) {}
 
 LenslarkHost::~LenslarkHost() {
   stop();

@@ -18,14 +18,16 @@ namespace lenslark {
 /// Runs the cameras: owns the router that keeps every feed going, and answers for its status.
 ///
 /// **Threads**: any, but not from inside a source or a sink.
-/// **Owns** the router while it runs; the store, the library and the screen must outlive it.
+/// **Owns** the router while it runs, and a share of the store and the library; the screen must
+/// outlive it.
 class LenslarkHost {
  public:
   using Overrides = FeedOverrides;
   using StatusHandler = std::function<void()>;
 
   /// Not running. `screen` may be null where there is none.
-  LenslarkHost(ConfigStore& store, MediaLibrary& media, Screen* screen);
+  LenslarkHost(std::shared_ptr<ConfigStore> store, std::shared_ptr<MediaLibrary> media,
+               Screen* screen);
   /// Stops. The status handler is not called any more.
   ~LenslarkHost();
   LenslarkHost(const LenslarkHost&) = delete;

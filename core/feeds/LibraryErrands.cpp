@@ -14,16 +14,18 @@ constexpr double forgottenAfterSeconds = 90.0 * 24 * 60 * 60;
 }  // namespace
 
 struct LibraryErrands::State {
-  State(ConfigStore& configStore, MediaLibrary& library) : store(configStore), media(library) {}
+  State(std::shared_ptr<ConfigStore> configStore, std::shared_ptr<MediaLibrary> library)
+      : store(std::move(configStore)), media(std::move(library)) {}
 
-  ConfigStore& store;
-  MediaLibrary& media;
+  const std::shared_ptr<ConfigStore> store;
+  const std::shared_ptr<MediaLibrary> media;
   std::atomic<bool> finished = false;
   std::set<std::string> loggedFailures;  // the queue's
 };
 
-LibraryErrands::LibraryErrands(ConfigStore& store, MediaLibrary& media)
-    : state_(std::make_shared<State>(store, media)),
+LibraryErrands::LibraryErrands(std::shared_ptr<ConfigStore> store,
+                               std::shared_ptr<MediaLibrary> media)
+    : state_(std::make_shared<State>(std::move(store), std::move(media))),
       queue_("lenslark.router.errands", SerialQueue::Lane::blocking) {}
 
 LibraryErrands::~LibraryErrands() { state_->finished = true; }
@@ -47,25 +49,25 @@ void LibraryErrands::remember(std::vector<ConnectedDevice> devices) {
       config.prune(forgottenAfterSeconds, now);
     };
     // Mostly there is nothing new, and then no lock to wait for.
-    const ConfigFile known = state.store.config();
+    const ConfigFile known = state.store->config();
     ConfigFile noted = known;
     note(noted);
-    if (noted != known) state.store.update(note);
+    if (noted != known) state.store->update(note);
   });
 }
 
 void LibraryErrands::touch(std::set<std::string> mediaIDs) {
   if (mediaIDs.empty()) return;
-  post([ids = std::move(mediaIDs)](State& state) { state.media.touch(ids, Clock::now()); });
+  post([ids = std::move(mediaIDs)](State& state) { state.media->touch(ids, Clock::now()); });
 }
 
 void LibraryErrands::collectGarbage(std::set<std::string> shown) {
   post([referenced = std::move(shown)](State& state) mutable {
     // Unlike a plain reading this fails when the file is there but cannot be read: then nobody
     // knows what is referenced, and nothing may be taken away.
-    state.store.update(
+    state.store->update(
         [&](const ConfigFile& config) { referenced.merge(config.referencedMedia()); });
-    state.media.collectGarbage(referenced, Clock::now());
+    state.media->collectGarbage(referenced, Clock::now());
   });
 }
 

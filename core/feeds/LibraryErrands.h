@@ -17,10 +17,11 @@ namespace lenslark {
 /// that was shown, garbage that is taken away. Done later, one after the other, where it may wait
 /// for a disk or a lock. None of it matters enough to stop a camera: a failure is logged, once.
 ///
-/// **Threads**: any. The store and the library must outlive the last errand.
+/// **Threads**: any.
+/// **Owns** a share of the store and the library: an errand that hangs outlives everybody else.
 class LibraryErrands {
  public:
-  LibraryErrands(ConfigStore& store, MediaLibrary& media);
+  LibraryErrands(std::shared_ptr<ConfigStore> store, std::shared_ptr<MediaLibrary> media);
   ~LibraryErrands();
 
   /// Notes that these devices are connected, and forgets those not seen for 90 days.

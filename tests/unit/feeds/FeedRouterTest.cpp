@@ -104,7 +104,7 @@ class FeedRouterTest : public testing::Test {
   }
 
   void set(Scope scope, SourceSpec source) {
-    store.set({std::move(scope), std::move(source), {}, {}});
+    store->set({std::move(scope), std::move(source), {}, {}});
   }
 
   /// An image of the library, of one colour.
@@ -112,7 +112,7 @@ class FeedRouterTest : public testing::Test {
     const auto png = Modules::imageCodec().encodePng(plainPicture({16, 8}, color)->view());
     const auto file =
         directory.write("new.png", {reinterpret_cast<const char*>(png.data()), png.size()});
-    return {SourceSpec::Image{media.importItem(file, false).id}};
+    return {SourceSpec::Image{media->importItem(file, false).id}};
   }
 
   static std::string color(const std::string& path) {
@@ -128,8 +128,8 @@ class FeedRouterTest : public testing::Test {
   TemporaryDirectory directory;
   const std::string globalPath = (directory / "global.shm").string();
   ScopedVariable global{"LENSLARK_SHM", globalPath};
-  ConfigStore store{directory / "config"};
-  MediaLibrary media{directory / "media"};
+  const std::shared_ptr<ConfigStore> store = std::make_shared<ConfigStore>(directory / "config");
+  const std::shared_ptr<MediaLibrary> media = std::make_shared<MediaLibrary>(directory / "media");
 
   const std::string udid = Uuid::make();
   const ConnectedDevice simulator{DeviceKey::ios(udid),
@@ -181,7 +181,7 @@ TEST_F(FeedRouterTest, followsTheConfigurationAndBack) {
   EXPECT_TRUE(shows(frontFile, "red"));
   EXPECT_TRUE(shows(backFile, "green"));
   EXPECT_TRUE(eventually([&] { return !std::filesystem::exists(deviceFile); }));
-  store.reset(front);
+  store->reset(front);
   EXPECT_TRUE(shows(deviceFile, "green"));
   EXPECT_TRUE(eventually(
       [&] { return !std::filesystem::exists(frontFile) && !std::filesystem::exists(backFile); }));
@@ -330,27 +330,27 @@ TEST_F(FeedRouterTest, aFileThatCannotBeOpenedComesOnceItCan) {
 }
 
 TEST_F(FeedRouterTest, forgetsOldDevicesAlsoWhenNoneIsConnected) {
-  store.update([&](ConfigFile& config) {
+  store->update([&](ConfigFile& config) {
     config.remember(DeviceKey::ios("OLD"), "Old", Clock::now() - std::chrono::days(91));
   });
   start();
-  EXPECT_TRUE(eventually([&] { return store.config().knownDevices.empty(); }));
+  EXPECT_TRUE(eventually([&] { return store->config().knownDevices.empty(); }));
 }
 
 TEST_F(FeedRouterTest, remembersDevicesAndForgetsOldOnes) {
   const auto old = DeviceKey::ios("OLD");
   const auto now = Clock::now();
-  store.update([&](ConfigFile& config) {
+  store->update([&](ConfigFile& config) {
     config.remember(old, "Old", now - std::chrono::days(91));
     config.set({Scope::device(old), {SourceSpec::Pattern{}}, {}, {}});
   });
   devices->first = {simulator};
   start();
   EXPECT_TRUE(eventually([&] {
-    const auto known = store.config().knownDevices;
+    const auto known = store->config().knownDevices;
     return known.size() == 1 && known[0].key == simulator.key && known[0].name == "iPhone";
   }));
-  EXPECT_EQ(store.config().assignment(Scope::device(old)), nullptr);
+  EXPECT_EQ(store->config().assignment(Scope::device(old)), nullptr);
 }
 
 TEST_F(FeedRouterTest, aConfigurationThatCannotBeWrittenDoesNotStopTheCameras) {
@@ -366,11 +366,11 @@ TEST_F(FeedRouterTest, aConfigurationThatCannotBeWrittenDoesNotStopTheCameras) {
 TEST_F(FeedRouterTest, mediaThatIsShownCountsAsUsed) {
   const auto shown = image(red);
   const auto id = shown.mediaIDs().at(0);
-  media.touch({id}, Clock::now() - std::chrono::days(20));
+  media->touch({id}, Clock::now() - std::chrono::days(20));
   set(Scope::global(), shown);
   start();
   EXPECT_TRUE(eventually(
-      [&] { return media.item(id)->lastUsedAt > Clock::now() - std::chrono::minutes(1); }));
+      [&] { return media->item(id)->lastUsedAt > Clock::now() - std::chrono::minutes(1); }));
 }
 
 TEST_F(FeedRouterTest, takesGarbageAwayButNothingThatIsShown) {
@@ -380,41 +380,41 @@ TEST_F(FeedRouterTest, takesGarbageAwayButNothingThatIsShown) {
   set(Scope::global(), configured);
   const auto longAgo = Clock::now() - std::chrono::days(31);
   for (const auto& source : {overridden, configured, unused})
-    media.touch({source.mediaIDs().at(0)}, longAgo);
+    media->touch({source.mediaIDs().at(0)}, longAgo);
   start({.source = overridden});
-  EXPECT_TRUE(eventually([&] { return !media.item(unused.mediaIDs().at(0)); }));
-  EXPECT_TRUE(media.item(overridden.mediaIDs().at(0)));
-  EXPECT_TRUE(media.item(configured.mediaIDs().at(0)));
+  EXPECT_TRUE(eventually([&] { return !media->item(unused.mediaIDs().at(0)); }));
+  EXPECT_TRUE(media->item(overridden.mediaIDs().at(0)));
+  EXPECT_TRUE(media->item(configured.mediaIDs().at(0)));
 }
 
 TEST_F(FeedRouterTest, keepsTheLibraryWhenTheConfigurationCannotBeRead) {
   if (::getuid() == 0) GTEST_SKIP() << "root reads everything";
   const auto shown = image(red);
   set(Scope::global(), shown);
-  media.touch({shown.mediaIDs().at(0)}, Clock::now() - std::chrono::days(31));
-  std::filesystem::permissions(store.fileURL(), std::filesystem::perms::none);
+  media->touch({shown.mediaIDs().at(0)}, Clock::now() - std::chrono::days(31));
+  std::filesystem::permissions(store->fileURL(), std::filesystem::perms::none);
   start();
   router->stop();
-  EXPECT_TRUE(media.item(shown.mediaIDs().at(0)));
+  EXPECT_TRUE(media->item(shown.mediaIDs().at(0)));
 }
 
 TEST_F(FeedRouterTest, mediaThatIsMissingIsAnErrorUntilItComes) {
   const auto source = image(red);
   const auto file = (directory / "new.png").string();
-  media.remove(source.mediaIDs().at(0));
+  media->remove(source.mediaIDs().at(0));
   set(Scope::global(), source);
   start();
   ASSERT_TRUE(eventually([&] { return !router->sourceErrors().empty(); }));
   EXPECT_NE(router->sourceErrors()[0].find(source.mediaIDs().at(0)), std::string::npos);
-  media.importItem(file, false);
+  media->importItem(file, false);
   EXPECT_TRUE(shows(globalPath, "red"));
   EXPECT_TRUE(router->sourceErrors().empty());
 }
 
 TEST_F(FeedRouterTest, anIndexCannotLeadOutOfTheLibrary) {
   const auto source = image(red);
-  const auto item = *media.item(source.mediaIDs().at(0));
-  std::filesystem::copy_file(media.url(item), directory / "outside.png");
+  const auto item = *media->item(source.mediaIDs().at(0));
+  std::filesystem::copy_file(media->url(item), directory / "outside.png");
   auto index = readFile((directory / "media/index.json").string());
   index.replace(index.find(item.file), item.file.size(), "../../outside.png");
   directory.write("media/index.json", index);
@@ -426,7 +426,7 @@ TEST_F(FeedRouterTest, anIndexCannotLeadOutOfTheLibrary) {
 
 TEST_F(FeedRouterTest, aStoredItemThatIsALinkIsNotFollowed) {
   const auto source = image(red);
-  const auto file = media.url(*media.item(source.mediaIDs().at(0)));
+  const auto file = media->url(*media->item(source.mediaIDs().at(0)));
   std::filesystem::rename(file, directory / "outside.png");
   std::filesystem::create_symlink(directory / "outside.png", file);
   set(Scope::global(), source);

@@ -20,8 +20,8 @@ class LenslarkHostTest : public testing::Test {
   TemporaryDirectory directory;
   const std::string globalPath = (directory / "global.shm").string();
   ScopedVariable global{"LENSLARK_SHM", globalPath};
-  ConfigStore store{directory / "config"};
-  MediaLibrary media{directory / "media"};
+  const std::shared_ptr<ConfigStore> store = std::make_shared<ConfigStore>(directory / "config");
+  const std::shared_ptr<MediaLibrary> media = std::make_shared<MediaLibrary>(directory / "media");
   const LenslarkHost::Overrides pattern{.source = SourceSpec{SourceSpec::Pattern{}}};
 };
 
