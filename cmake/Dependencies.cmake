@@ -6,6 +6,7 @@ find_package(OpenSSL REQUIRED COMPONENTS Crypto)
 find_package(fmt REQUIRED)
 find_package(nlohmann_json 3.11 REQUIRED)
 
+pkg_check_modules(RAPIDJSON REQUIRED IMPORTED_TARGET RapidJSON)
 pkg_check_modules(DEFLATE REQUIRED IMPORTED_TARGET libdeflate)
 pkg_check_modules(TURBOJPEG REQUIRED IMPORTED_TARGET libturbojpeg)
 pkg_check_modules(VIPS REQUIRED IMPORTED_TARGET vips)

@@ -1,11 +1,13 @@
 #include "media/MediaIndexParser.h"
 
+#include <fmt/core.h>
+#include <rapidjson/error/en.h>
+#include <rapidjson/reader.h>
+
 #include <array>
 #include <cmath>
 #include <limits>
-#include <nlohmann/json.hpp>
 #include <optional>
-#include <string>
 #include <utility>
 
 #include "base/Json.h"
@@ -13,8 +15,6 @@
 
 namespace lenslark::MediaIndex {
 namespace {
-
-using nlohmann::json;
 
 /// Whether the name is the digest with an extension: then it cannot lead out of its directory.
 bool isStoredName(std::string_view name, std::string_view digest) {
@@ -70,16 +70,16 @@ constexpr unsigned everyField = bit(Field::unknown) - 1;
 /// One entry while its members come in. Of members with one name the last counts.
 class Entry {
  public:
-  void text(Field field, std::string& value) {
+  void text(Field field, std::string_view value) {
     switch (field) {
       case Field::id:
-        item_.id = std::move(value);
+        item_.id = value;
         return set(field, true);
       case Field::name:
-        item_.name = std::move(value);
+        item_.name = value;
         return set(field, true);
       case Field::file:
-        item_.file = std::move(value);
+        item_.file = value;
         return set(field, true);
       case Field::kind:
         return take(field, item_.kind, kindOf(value));
@@ -143,33 +143,49 @@ class Entry {
   unsigned good_ = bit(Field::duration);  // pictures have none
 };
 
+/// Whether the text holds what UTF-8 has no place for: the parser lets the second half of a pair
+/// through where it is escaped and stands alone.
+bool holdsSurrogate(std::string_view text) noexcept {
+  constexpr char lead = '\xED';
+  for (auto at = text.find(lead); at != text.npos; at = text.find(lead, at + 1)) {
+    if (at + 1 < text.size() && static_cast<unsigned char>(text[at + 1]) >= 0xA0) return true;
+  }
+  return false;
+}
+
+// NOLINTBEGIN(readability-identifier-naming): the library calls these by its own names.
+
 /// What the library's parser tells of the text, piece by piece.
-class Reader final : public nlohmann::json_sax<json> {
+class Reader final : public rapidjson::BaseReaderHandler<rapidjson::UTF8<>, Reader> {
  public:
-  bool null() override {
+  bool Null() {
     return value([](Entry& entry, Field field) { entry.null(field); });
   }
-  bool boolean(bool val) override {
-    return value([val](Entry& entry, Field field) { entry.boolean(field, val); });
+  bool Bool(bool truth) {
+    return value([truth](Entry& entry, Field field) { entry.boolean(field, truth); });
   }
-  bool number_integer(number_integer_t val) override { return number(static_cast<double>(val)); }
-  bool number_unsigned(number_unsigned_t val) override { return number(static_cast<double>(val)); }
-  bool number_float(number_float_t val, const string_t&) override { return number(val); }
-  bool string(string_t& val) override {
-    return value([&val](Entry& entry, Field field) { entry.text(field, val); });
+  bool Int(int number) { return Double(number); }
+  bool Uint(unsigned number) { return Double(number); }
+  bool Int64(std::int64_t number) { return Double(static_cast<double>(number)); }
+  bool Uint64(std::uint64_t number) { return Double(static_cast<double>(number)); }
+  bool Double(double number) {
+    return value([number](Entry& entry, Field field) { entry.number(field, number); });
   }
-  bool binary(binary_t&) override { return false; }
+  bool String(const char* text, rapidjson::SizeType length, bool) {
+    if (holdsSurrogate({text, length})) return refuse("half a surrogate pair");
+    return value([text, length](Entry& entry, Field field) { entry.text(field, {text, length}); });
+  }
 
-  bool start_array(std::size_t) override {
+  bool StartArray() {
     if (depth_ == 0) isList_ = true;
     return open();
   }
-  bool end_array() override {
+  bool EndArray(rapidjson::SizeType) {
     --depth_;
     return true;
   }
 
-  bool start_object(std::size_t) override {
+  bool StartObject() {
     if (depth_ == 1 && isList_) {
       entry_.emplace();
       ++depth_;
@@ -177,11 +193,12 @@ class Reader final : public nlohmann::json_sax<json> {
     }
     return open();
   }
-  bool key(string_t& val) override {
-    if (depth_ == 2) field_ = fieldNamed(val);
+  bool Key(const char* name, rapidjson::SizeType length, bool) {
+    if (holdsSurrogate({name, length})) return refuse("half a surrogate pair");
+    if (depth_ == 2) field_ = fieldNamed({name, length});
     return true;
   }
-  bool end_object() override {
+  bool EndObject(rapidjson::SizeType) {
     --depth_;
     if (depth_ != 1 || !entry_) return true;
     if (auto item = entry_->finish()) {
@@ -193,22 +210,14 @@ class Reader final : public nlohmann::json_sax<json> {
     return true;
   }
 
-  bool parse_error(std::size_t, const std::string&, const json::exception& error) override {
-    problem_ = error.what();
-    return false;
-  }
+  const std::string& problem() const noexcept { return problem_; }
 
-  Parsed finish(bool complete) {
-    if (!complete) throw JsonError(problem_);
+  Parsed finish() {
     if (!isList_) throw JsonError("the media index is no list");
     return std::move(parsed_);
   }
 
  private:
-  bool number(double number) {
-    return value([number](Entry& entry, Field field) { entry.number(field, number); });
-  }
-
   /// A value that holds no others. What lies deeper than an entry's members tells nothing.
   template <typename Take>
   bool value(Take&& take) {
@@ -220,8 +229,11 @@ class Reader final : public nlohmann::json_sax<json> {
   /// A list or an object that is no entry.
   bool open() {
     value([](Entry& entry, Field field) { entry.nested(field); });
-    if (++depth_ <= Json::maxDepth) return true;
-    problem_ = "JSON is nested too deeply";
+    return ++depth_ <= Json::maxDepth || refuse("JSON is nested too deeply");
+  }
+
+  bool refuse(const char* problem) {
+    problem_ = problem;
     return false;
   }
 
@@ -230,16 +242,41 @@ class Reader final : public nlohmann::json_sax<json> {
   Field field_ = Field::unknown;
   int depth_ = 0;
   bool isList_ = false;
-  std::string problem_;
+  std::string problem_;  // with what the parser has not seen itself
 };
+
+// NOLINTEND(readability-identifier-naming)
+
+bool isAscii(std::string_view text) noexcept {
+  unsigned char all = 0;
+  for (const char character : text) all |= static_cast<unsigned char>(character);
+  return all < 0x80;
+}
+
+/// How many bytes of a byte order mark come first.
+std::size_t markLength(std::string_view text) noexcept {
+  constexpr std::string_view mark = "\xEF\xBB\xBF";
+  return text.starts_with(mark) ? mark.size() : 0;
+}
 
 }  // namespace
 
-Parsed parse(std::string_view text) {
+Parsed parse(const std::string& text) {
+  constexpr unsigned exact = rapidjson::kParseFullPrecisionFlag;
+  constexpr unsigned validating = exact | rapidjson::kParseValidateEncodingFlag;
   Json::refuseNul(text);
+  rapidjson::StringStream stream(text.c_str() + markLength(text));
   Reader reader;
-  const bool complete = json::sax_parse(text.begin(), text.end(), &reader);
-  return reader.finish(complete);
+  rapidjson::Reader parser;
+  // Most names are ASCII, and validating takes as long as all the rest.
+  const auto result = isAscii(text) ? parser.Parse<exact>(stream, reader)
+                                    : parser.Parse<validating>(stream, reader);
+  if (result.Code() == rapidjson::kParseErrorTermination) throw JsonError(reader.problem());
+  if (result.IsError()) {
+    throw JsonError(fmt::format("{} (at byte {})", rapidjson::GetParseError_En(result.Code()),
+                                result.Offset()));
+  }
+  return reader.finish();
 }
 
 }  // namespace lenslark::MediaIndex

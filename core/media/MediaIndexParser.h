@@ -1,6 +1,6 @@
 #pragma once
 
-#include <string_view>
+#include <string>
 #include <vector>
 
 #include "media/MediaLibrary.h"
@@ -17,6 +17,6 @@ struct Parsed {
 /// thousands of entries, and every command that touches it reads them all. An entry that is
 /// malformed, or whose stored file would lie outside the library, is left out.
 /// **Fails** with JsonError when it is no list.
-Parsed parse(std::string_view text);
+Parsed parse(const std::string& text);
 
 }  // namespace lenslark::MediaIndex

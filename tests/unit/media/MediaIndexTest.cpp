@@ -105,10 +105,28 @@ TEST(MediaIndexTest, failsForWhatIsNoList) {
   for (const std::string& text :
        {std::string("{}"), std::string("7"),
         std::string(R"({"a": [)" + entry(digestA, digestA) + "]}"), std::string("[] []"),
-        deep + std::string(100, ']'), std::string("[\"\xff\"]"), std::string("[]\0[]", 5)}) {
+        deep + std::string(100, ']'), std::string("[\"\xff\"]"), std::string("[\"\xed\xa0\x80\"]"),
+        std::string(R"(["\ud800"])"), std::string(R"(["\udc00"])"), std::string("[1e999]"),
+        std::string("[01]"), std::string("[\"\n\"]"), std::string("[1,]"), std::string("[NaN]"),
+        std::string("[]\0[]", 5)}) {
     const auto index = directory.write("index.json", text);
     EXPECT_THROW(MediaIndex::read(index), JsonError) << text;
   }
+}
+
+TEST(MediaIndexTest, readsBehindAByteOrderMark) {
+  const TemporaryDirectory directory;
+  const auto index = directory.write("index.json", "\xEF\xBB\xBF[" + entry(digestA, digestA) + "]");
+  EXPECT_EQ(MediaIndex::read(index).size(), 1U);
+}
+
+TEST(MediaIndexTest, readsNamesBeyondAscii) {
+  const TemporaryDirectory directory;
+  const auto index = directory.write(
+      "index.json", "[" + entry(digestA, digestA, R"(,"name":"h\u00e9 \ud83d\ude00 – ü")") + "]");
+  const auto items = MediaIndex::read(index);
+  ASSERT_EQ(items.size(), 1U);
+  EXPECT_EQ(items[0].name, "hé 😀 – ü");
 }
 
 TEST(MediaIndexTest, isEmptyWithoutAFile) {
