@@ -38,9 +38,10 @@ INITIALIZE = request(0, "initialize", protocolVersion="2025-06-18", capabilities
 
 @contextlib.contextmanager
 def server(program, prefix=()):
+    # Pictures are read in large pieces, as any client does that expects them.
     process = subprocess.Popen([*prefix, program.program, "mcp"], stdin=subprocess.PIPE,
                                stdout=subprocess.PIPE, stderr=subprocess.DEVNULL,
-                               env=program.environment)
+                               env=program.environment, bufsize=1 << 20)
     try:
         yield process
     finally:
@@ -49,12 +50,20 @@ def server(program, prefix=()):
         process.stdout.close()
 
 
-def ask(process, line):
+def exchange(process, line):
     process.stdin.write(line)
     process.stdin.flush()
-    answer = json.loads(process.stdout.readline())
+    return process.stdout.readline()
+
+
+def result_of(answer):
+    answer = json.loads(answer)
     assert "result" in answer and not answer["result"].get("isError"), answer
     return answer["result"]
+
+
+def ask(process, line):
+    return result_of(exchange(process, line))
 
 
 def start(program):
@@ -72,24 +81,24 @@ def start(program):
 
 
 def pipelined(program, prefix):
-    """Seconds between two answers, all calls being sent at once, and CPU of a call."""
+    """Seconds and CPU of a call, all calls being sent at once."""
     with server(program, prefix) as process:
         ask(process, INITIALIZE)
         ask(process, call(1, "get_source"))
         busy = cpu_of_process(process.pid)
         lines = b"".join(call(number, "get_source") for number in range(CALLS))
+        begin = time.perf_counter()
         if os.fork() == 0:  # both pipes would fill up otherwise
             process.stdin.write(lines)
             process.stdin.flush()
             os._exit(0)
-        answered = [time.perf_counter()]
-        for number in range(CALLS):
-            answer = json.loads(process.stdout.readline())
-            answered.append(time.perf_counter())
-            assert answer["id"] == number and not answer["result"].get("isError"), answer
+        answers = [process.stdout.readline() for _ in range(CALLS)]
+        elapsed = time.perf_counter() - begin
         busy = cpu_of_process(process.pid) - busy
         os.wait()
-    return statistics.median(b - a for a, b in zip(answered, answered[1:])), busy / CALLS
+    for number, answer in enumerate(map(json.loads, answers)):
+        assert answer["id"] == number and not answer["result"].get("isError"), answer
+    return elapsed / CALLS, busy / CALLS
 
 
 class StillFeed:
@@ -142,10 +151,10 @@ def snapshot(program, prefix, udid, feed):
         for number in range(SNAPSHOTS + 1):
             feed.beat()
             begin, busy = time.perf_counter(), cpu_of_process(process.pid)
-            result = ask(process, call(number, "snapshot_feed", device=udid))
+            answer = exchange(process, call(number, "snapshot_feed", device=udid))
             elapsed.append(time.perf_counter() - begin)
             cpu.append(cpu_of_process(process.pid) - busy)
-            assert result["content"][0]["mimeType"] == "image/png"
+            assert result_of(answer)["content"][0]["mimeType"] == "image/png"
     # The first maps the codecs.
     return statistics.median(elapsed[1:]), statistics.median(cpu[1:])
 
