@@ -7,6 +7,7 @@
 #include <asio/strand.hpp>
 #include <asio/thread_pool.hpp>
 #include <thread>
+#include <utility>
 
 #include "base/Log.h"
 
@@ -22,14 +23,31 @@ asio::thread_pool& timelyPool() {
   return pool;
 }
 
+/// So many threads that some are left when a few hang in a disk or a device.
+std::size_t manyThreads() {
+  return std::max<std::size_t>(8, 4 * std::size_t{std::thread::hardware_concurrency()});
+}
+
 asio::thread_pool& blockingPool() {
-  static auto& pool =
-      *new asio::thread_pool(std::max<std::size_t>(8, 4 * std::thread::hardware_concurrency()));
+  static auto& pool = *new asio::thread_pool(manyThreads());
+  return pool;
+}
+
+asio::thread_pool& waitingPool() {
+  static auto& pool = *new asio::thread_pool(manyThreads());
   return pool;
 }
 
 asio::thread_pool& pool(SerialQueue::Lane lane) {
-  return lane == SerialQueue::Lane::timely ? timelyPool() : blockingPool();
+  switch (lane) {
+    case SerialQueue::Lane::timely:
+      return timelyPool();
+    case SerialQueue::Lane::blocking:
+      return blockingPool();
+    case SerialQueue::Lane::waiting:
+      return waitingPool();
+  }
+  std::unreachable();
 }
 
 void runLogged(const std::string& label, std::move_only_function<void()>& work) {

@@ -22,9 +22,11 @@ class SerialQueue {
   using Work = std::move_only_function<void()>;
 
   /// Which pool carries the work. Timely items are short and never wait for anything (the router,
-  /// heartbeats, timers); blocking ones may wait for child processes, disks and decoders. A timely
-  /// item never waits behind a blocking one.
-  enum class Lane { timely, blocking };
+  /// heartbeats, timers); blocking ones may wait for child processes, disks and decoders; waiting
+  /// ones for items of the other two as well (the start and stop of a source). An item never waits
+  /// for one of its own lane, whose threads may all be waiting like it, and no timely item waits
+  /// behind another lane's.
+  enum class Lane { timely, blocking, waiting };
 
   explicit SerialQueue(std::string label, Lane lane = Lane::timely);
   ~SerialQueue();
@@ -37,7 +39,7 @@ class SerialQueue {
   void post(Work work);
 
   /// Runs `body` on the queue, waits for it and returns (or throws) what it does. Must not be
-  /// called from the queue itself.
+  /// called from an item of the same lane.
   template <typename Body>
   auto sync(Body&& body) -> std::invoke_result_t<Body&> {
     std::packaged_task<std::invoke_result_t<Body&>()> task(std::forward<Body>(body));

@@ -59,14 +59,14 @@ SourceHub::SourceHub(std::string key, std::unique_ptr<FrameSource> source)
     : key_(std::move(key)),
       source_(std::move(source)),
       kind_(source_->kind()),
-      queue_("lenslark.source", SerialQueue::Lane::blocking),
+      queue_("lenslark.source", SerialQueue::Lane::waiting),
       seats_(std::make_shared<const Seats>()) {}
 
 SourceHub::~SourceHub() {
   if (!started_ || stopped_) return;
   // This may be the source's own thread, letting go of the last reference after a frame: a source
   // that waited for itself would wait for ever.
-  runInBackground([source = std::move(source_)] { source->stop(); });
+  queue_.post([source = std::move(source_)] { source->stop(); });
 }
 
 void SourceHub::start(std::optional<std::string> knownError) {

@@ -28,6 +28,25 @@ class PlanarFrame final : public Frame {
   bool drawable = true;
 };
 
+/// Starts and stops on a queue of its own, as sources do whose pictures wait for disks.
+class QueuedSource final : public FrameSource {
+ public:
+  explicit QueuedSource(std::latch& everybody) : everybody_(everybody) {}
+
+  ContentKind kind() const noexcept override { return ContentKind::still; }
+  void start(Emit) override {
+    everybody_.arrive_and_wait();
+    queue_.sync([] {});
+  }
+  void stop() override {
+    queue_.sync([] {});
+  }
+
+ private:
+  std::latch& everybody_;
+  SerialQueue queue_{"source", SerialQueue::Lane::blocking};
+};
+
 class SourceHubTest : public testing::Test {
  protected:
   void startAndWait() {
@@ -39,6 +58,22 @@ class SourceHubTest : public testing::Test {
   std::shared_ptr<SourceHub> hub =
       std::make_shared<SourceHub>("key", std::make_unique<ManualSource>(controls));
 };
+
+TEST_F(SourceHubTest, asManyAsThereAreThreadsStartAndStopAtOnce) {
+  const auto count = std::max(8U, 4 * std::thread::hardware_concurrency());
+  std::latch everybody(count);
+  std::vector<std::shared_ptr<SourceHub>> hubs;
+  std::vector<std::future<void>> stopped;
+  for (unsigned i = 0; i < count; ++i) {
+    hubs.push_back(std::make_shared<SourceHub>("key", std::make_unique<QueuedSource>(everybody)));
+    hubs.back()->start();
+  }
+  everybody.wait();
+  for (const auto& each : hubs) stopped.push_back(each->stop());
+  for (const auto& result : stopped) {
+    EXPECT_EQ(result.wait_for(std::chrono::seconds(30)), std::future_status::ready);
+  }
+}
 
 TEST_F(SourceHubTest, startsNothingBeforeStart) {
   hub->add(std::make_shared<RecordingSink>());
