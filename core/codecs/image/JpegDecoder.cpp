@@ -1,13 +1,12 @@
 #include "codecs/image/JpegDecoder.h"
 
-#include <libyuv/planar_functions.h>
-#include <libyuv/rotate_argb.h>
 #include <turbojpeg.h>
 
 #include <algorithm>
 #include <span>
 #include <vector>
 
+#include "codecs/image/Orientation.h"
 #include "graphics/Compositor.h"
 
 namespace lenslark::JpegDecoder {
@@ -61,50 +60,6 @@ Picture scaled(Picture picture, Size size) {
   return Compositor::scale(picture->view(), result->span()) ? result : nullptr;
 }
 
-Picture turned(const Picture& picture, libyuv::RotationMode mode) {
-  if (mode == libyuv::kRotate0) return picture;
-  const bool upended = mode != libyuv::kRotate180;
-  const Size size = picture->size();
-  auto result = make(upended ? Size{size.height, size.width} : size);
-  const PixelView from = picture->view();
-  const PixelSpan to = result->span();
-  const int status = libyuv::ARGBRotate(from.data, static_cast<int>(from.stride), to.data,
-                                        static_cast<int>(to.stride), size.width, size.height, mode);
-  return status == 0 ? result : nullptr;
-}
-
-Picture mirrored(const Picture& picture) {
-  auto result = make(picture->size());
-  const PixelView from = picture->view();
-  const PixelSpan to = result->span();
-  const int status =
-      libyuv::ARGBMirror(from.data, static_cast<int>(from.stride), to.data,
-                         static_cast<int>(to.stride), from.size.width, from.size.height);
-  return status == 0 ? result : nullptr;
-}
-
-/// A stored picture as its orientation wants it: turned clockwise, then half of them mirrored.
-Picture upright(const Picture& picture, int orientation) {
-  const auto mode = [orientation] {
-    switch (orientation) {
-      case 3:
-      case 4:
-        return libyuv::kRotate180;
-      case 5:
-      case 6:
-        return libyuv::kRotate90;
-      case 7:
-      case 8:
-        return libyuv::kRotate270;
-      default:
-        return libyuv::kRotate0;
-    }
-  }();
-  const bool mirror = orientation == 2 || orientation == 4 || orientation == 5 || orientation == 7;
-  const Picture result = turned(picture, mode);
-  return result && mirror ? mirrored(result) : result;
-}
-
 }  // namespace
 
 std::shared_ptr<PixelBuffer> decode(const PictureSource& source, Size stored, int orientation,
@@ -115,7 +70,7 @@ std::shared_ptr<PixelBuffer> decode(const PictureSource& source, Size stored, in
   const Size wanted = boundedBy(stored, maxSide);
   Picture picture = decodeAt(file, stored, wanted);
   if (picture) picture = scaled(std::move(picture), wanted);
-  return picture ? upright(picture, orientation) : nullptr;
+  return picture ? upright(std::move(picture), orientation) : nullptr;
 }
 
 }  // namespace lenslark::JpegDecoder

@@ -5,15 +5,19 @@
 #include <algorithm>
 #include <array>
 #include <cstring>
+#include <new>
 #include <string_view>
 
 #include "base/Error.h"
 #include "codecs/image/BmpDecoder.h"
 #include "codecs/image/JpegDecoder.h"
+#include "codecs/image/JpegEncoder.h"
+#include "codecs/image/Orientation.h"
 #include "codecs/image/PictureSource.h"
 #include "codecs/image/PngEncoder.h"
 #include "codecs/image/RgbaPixels.h"
 #include "codecs/image/VipsLibrary.h"
+#include "codecs/image/WebpDecoder.h"
 #include "graphics/Compositor.h"
 
 namespace lenslark {
@@ -27,6 +31,7 @@ struct Header {
   bool hasProfile = false;
   bool plainJpeg = false;  ///< A JPEG of three colours that says no more about them.
   bool vector = false;
+  bool webp = false;
 };
 
 constexpr bool withinLimits(Size size) noexcept {
@@ -66,11 +71,38 @@ std::optional<Header> readHeader(const PictureSource& source) {
   header.orientation = vips_image_get_orientation(image.get());
   header.hasProfile = vips_image_get_typeof(image.get(), VIPS_META_ICC_NAME) != 0;
   header.vector = std::string_view(loader).find("Svg") != std::string_view::npos;
+  header.webp = std::string_view(loader).find("Webp") != std::string_view::npos;
   header.plainJpeg = std::string_view(loader).find("Jpeg") != std::string_view::npos &&
                      vips_image_get_interpretation(image.get()) == VIPS_INTERPRETATION_sRGB &&
                      vips_image_get_bands(image.get()) == 3 && !header.hasProfile;
   if (!withinLimits(header.stored)) return std::nullopt;
   return header;
+}
+
+/// The pixels of an image, tightly packed; null when some cannot be read. They are made on this
+/// thread, a few rows at a time and from the top down, as loaders that read a file once want it:
+/// libvips's own threads end after 15 seconds without work, and version 8.14 may hand one that is
+/// just ending more of it. Then the picture never comes, or memory that is freed is written to.
+std::unique_ptr<std::uint8_t[]> evaluate(VipsImage* image) {
+  const int width = vips_image_get_width(image);
+  const int height = vips_image_get_height(image);
+  const std::size_t rowBytes = VIPS_IMAGE_SIZEOF_LINE(image);
+  auto pixels =
+      std::make_unique_for_overwrite<std::uint8_t[]>(rowBytes * static_cast<std::size_t>(height));
+  const VipsRegionPtr region(vips_region_new(image));
+  constexpr int strip = 64;
+  std::uint8_t* to = pixels.get();
+  for (int top = 0; top < height; top += strip) {
+    const VipsRect rows{0, top, width, std::min(strip, height - top)};
+    if (!region || vips_region_prepare(region.get(), &rows) != 0) {
+      vips_error_clear();
+      return nullptr;
+    }
+    for (int y = top; y < top + rows.height; ++y, to += rowBytes) {
+      std::memcpy(to, VIPS_REGION_ADDR(region.get(), 0, y), rowBytes);
+    }
+  }
+  return pixels;
 }
 
 /// sRGB bytes, three bands or four with straight alpha, into a picture.
@@ -97,18 +129,41 @@ std::shared_ptr<PixelBuffer> render(VipsImagePtr image) {
       })) {
     return nullptr;
   }
-  std::size_t bytes = 0;
-  const std::unique_ptr<void, decltype(&g_free)> pixels(
-      vips_image_write_to_memory(image.get(), &bytes), g_free);
-  if (!pixels) {
-    vips_error_clear();
-    return nullptr;
-  }
   const int bands = vips_image_get_bands(image.get());
   const Size size{vips_image_get_width(image.get()), vips_image_get_height(image.get())};
   if (bands < 3) return nullptr;
-  return RgbaPixels::toPremultiplied(static_cast<const std::uint8_t*>(pixels.get()), size, bands,
+  const auto pixels = evaluate(image.get());
+  if (!pixels) return nullptr;
+  return RgbaPixels::toPremultiplied(pixels.get(), size, bands,
                                      static_cast<std::ptrdiff_t>(size.width) * bands);
+}
+
+// In what follows, colours are only converted where the picture says what they are: asking for sRGB
+// regardless would change those that are sRGB already.
+
+std::shared_ptr<PixelBuffer> loadWebp(const PictureSource& source, const Header& header,
+                                      int maxSide) {
+  const auto decoded = WebpDecoder::decode(source.contents(), header.stored);
+  if (!decoded) return nullptr;
+  const auto& [size, bands, pixels, profile] = *decoded;
+  const auto bytes = static_cast<std::size_t>(size.width) * static_cast<std::size_t>(size.height) *
+                     static_cast<std::size_t>(bands);
+  const VipsImagePtr whole(vips_image_new_from_memory(pixels.get(), bytes, size.width, size.height,
+                                                      bands, VIPS_FORMAT_UCHAR));
+  if (!whole) throw std::bad_alloc();
+  whole->Type = VIPS_INTERPRETATION_sRGB;
+  VipsImage* out = nullptr;
+  int status = 0;
+  if (profile.empty()) {
+    status = vips_thumbnail_image(whole.get(), &out, maxSide, "height", maxSide, "size",
+                                  VIPS_SIZE_DOWN, nullptr);
+  } else {
+    vips_image_set_blob_copy(whole.get(), VIPS_META_ICC_NAME, profile.data(), profile.size());
+    status = vips_thumbnail_image(whole.get(), &out, maxSide, "height", maxSide, "size",
+                                  VIPS_SIZE_DOWN, "export_profile", "srgb", nullptr);
+  }
+  VipsImagePtr image = VipsLibrary::adopt(status, out);
+  return image ? upright(render(std::move(image)), header.orientation) : nullptr;
 }
 
 std::shared_ptr<PixelBuffer> loadVips(const PictureSource& source, int maxSide) {
@@ -119,21 +174,21 @@ std::shared_ptr<PixelBuffer> loadVips(const PictureSource& source, int maxSide) 
       return picture;
     }
   }
+  if (header->webp) return loadWebp(source, *header, maxSide);
   const VipsSourcePtr reader = source.makeReader();
   // Half a picture is none. The thumbnailer hands its own "fail_on" to loaders of files alone.
   constexpr const char* options = "[fail_on=truncated]";
   VipsImage* out = nullptr;
-  // Colours are only converted where the picture says what they are: asking for sRGB regardless
-  // would change those that are sRGB already.
   const int status =
       header->hasProfile
           ? vips_thumbnail_source(reader.get(), &out, maxSide, "height", maxSide, "size",
-                                  VIPS_SIZE_DOWN, "option_string", options, "export_profile",
-                                  "srgb", nullptr)
+                                  VIPS_SIZE_DOWN, "no_rotate", TRUE, "option_string", options,
+                                  "export_profile", "srgb", nullptr)
           : vips_thumbnail_source(reader.get(), &out, maxSide, "height", maxSide, "size",
-                                  VIPS_SIZE_DOWN, "option_string", options, nullptr);
+                                  VIPS_SIZE_DOWN, "no_rotate", TRUE, "option_string", options,
+                                  nullptr);
   VipsImagePtr image = VipsLibrary::adopt(status, out);
-  return image ? render(std::move(image)) : nullptr;
+  return image ? upright(render(std::move(image)), header->orientation) : nullptr;
 }
 
 std::shared_ptr<PixelBuffer> loadBmp(const FileDescriptor& file, int maxSide) {
@@ -148,25 +203,6 @@ std::shared_ptr<PixelBuffer> loadBmp(const FileDescriptor& file, int maxSide) {
   if (bounded == *size) return picture;
   auto scaled = std::make_shared<PixelBuffer>(bounded, picture->opaque());
   return Compositor::scale(picture->view(), scaled->span()) ? scaled : nullptr;
-}
-
-VipsImagePtr wrap(const std::vector<std::uint8_t>& pixels, Size size, int bands) {
-  VipsImage* image = vips_image_new_from_memory(pixels.data(), pixels.size(), size.width,
-                                                size.height, bands, VIPS_FORMAT_UCHAR);
-  if (image == nullptr) throw Error("out of memory");
-  image->Type = VIPS_INTERPRETATION_sRGB;
-  return VipsImagePtr(image);
-}
-
-std::vector<std::byte> takeBuffer(int status, void* data, std::size_t size, const char* format) {
-  if (status != 0) {
-    const std::string reason = vips_error_buffer();
-    vips_error_clear();
-    throw Error(fmt::format("the picture cannot be written as {}: {}", format, reason));
-  }
-  const std::unique_ptr<void, decltype(&g_free)> owner(data, g_free);
-  const auto* bytes = static_cast<const std::byte*>(data);
-  return {bytes, bytes + size};
 }
 
 }  // namespace
@@ -199,13 +235,7 @@ std::vector<std::byte> VipsImageCodec::encodePng(const PixelView& picture) {
 }
 
 std::vector<std::byte> VipsImageCodec::encodeJpeg(const PixelView& picture, int quality) {
-  const auto pixels = RgbaPixels::overBlack(picture);
-  const VipsImagePtr image = wrap(pixels, picture.size, 3);
-  void* data = nullptr;
-  std::size_t size = 0;
-  const int status = vips_jpegsave_buffer(image.get(), &data, &size, "Q",
-                                          std::clamp(quality, 1, 100), "strip", TRUE, nullptr);
-  return takeBuffer(status, data, size, "JPEG");
+  return JpegEncoder::encode(picture, quality);
 }
 
 }  // namespace lenslark

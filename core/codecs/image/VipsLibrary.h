@@ -8,9 +8,11 @@ namespace lenslark {
 
 struct VipsUnref {
   void operator()(VipsImage* image) const noexcept { g_object_unref(image); }
+  void operator()(VipsRegion* region) const noexcept { g_object_unref(region); }
   void operator()(VipsSource* source) const noexcept { g_object_unref(source); }
 };
 using VipsImagePtr = std::unique_ptr<VipsImage, VipsUnref>;
+using VipsRegionPtr = std::unique_ptr<VipsRegion, VipsUnref>;
 using VipsSourcePtr = std::unique_ptr<VipsSource, VipsUnref>;
 
 namespace VipsLibrary {

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 
@@ -14,9 +16,22 @@ namespace {
 
 constexpr int anySize = 4096;
 
+/// How many threads of its own libvips has started: they stay for 15 seconds.
+std::ptrdiff_t workersOfVips() {
+  const std::filesystem::directory_iterator threads("/proc/self/task");
+  return std::ranges::count_if(threads, [](const auto& thread) {
+    std::string name;
+    std::getline(std::ifstream(thread.path() / "comm"), name);
+    return name == "libvips worker";
+  });
+}
+
 /// The sample in a directory of its own, converted by other programs.
 class ImageCodecTest : public testing::Test {
  protected:
+  /// Work that libvips hands to a thread of its own may get lost, or be done in freed memory.
+  void TearDown() override { EXPECT_EQ(workersOfVips(), 0); }
+
   std::shared_ptr<PixelBuffer> load(const std::string& name, int maxSide = anySize) {
     auto picture = Modules::imageCodec().load(sample_.path(name), maxSide);
     EXPECT_TRUE(picture) << name;
