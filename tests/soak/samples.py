@@ -5,11 +5,15 @@ import pathlib
 import struct
 import time
 
+import framefile
+
 FIELDS = ("second", "load", "cpu", "descriptors", "threads", "resident", "own", "shared", "children",
-          "devices", "display", "feeds", "temporary", "leftovers", "frames", "late", "blind")
+          "devices", "display", "feeds", "temporary", "leftovers", "frames", "late", "blind",
+          "standing")
 
 HEARTBEAT = struct.Struct("<Q")
-HEARTBEAT_AT, WRITER_AT, SLOTS_AT, SLOT_SIZE = 40, 48, 80, 32
+HEARTBEAT_AT, WRITER_AT, CONTENT_AT, SLOTS_AT, SLOT_SIZE = 40, 48, 64, 80, 32
+MOVING = (framefile.VIDEO, framefile.PATTERN)
 BEAT = 0.5  # a feed's heartbeat comes at least this often
 LOOK = 0.02
 TICKS = os.sysconf("SC_CLK_TCK")
@@ -52,18 +56,20 @@ class HeartbeatWatch:
     """Looks at every feed's heartbeat many times a second.
 
     The time is taken before the look: where the watcher itself is held up in between, an age comes
-    out smaller, never larger. `blind` tells the longest time between two looks.
+    out smaller, never larger. `blind` tells the longest time between two looks, `standing` the
+    longest for which a feed that says it shows a film or a pattern has had no new frame.
     """
 
     def __init__(self, watched):
         self.watched = watched
         self.born = {}
         self.frames = {}
+        self.moved = {}
         self.last_look = time.monotonic()
         self.clear()
 
     def clear(self):
-        self.age = self.blind = 0.0
+        self.age = self.blind = self.stood = 0.0
         self.published = 0
 
     def watch_until(self, end):
@@ -100,10 +106,15 @@ class HeartbeatWatch:
         before = self.frames.get((path, inode))
         if before is not None and counters > before:
             self.published += counters - before
+        kind = int.from_bytes(header[CONTENT_AT:CONTENT_AT + 4], "little")
+        if counters != before or kind not in MOVING:
+            self.moved[path] = now
+        self.stood = max(self.stood, now - self.moved[path])
         self.frames[path, inode] = counters
 
     def sample(self):
         result = {"feeds": len(self.born), "frames": self.published,
-                  "late": round(max(0.0, self.age - BEAT) * 1000), "blind": round(self.blind * 1000)}
+                  "late": round(max(0.0, self.age - BEAT) * 1000), "blind": round(self.blind * 1000),
+                  "standing": round(self.stood * 1000)}
         self.clear()
         return result
