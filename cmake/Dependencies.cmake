@@ -16,7 +16,7 @@ pkg_check_modules(GDKPIXBUF REQUIRED IMPORTED_TARGET gdk-pixbuf-2.0)
 pkg_check_modules(QRENCODE REQUIRED IMPORTED_TARGET libqrencode)
 pkg_check_modules(FFMPEG REQUIRED IMPORTED_TARGET libavformat libavcodec libavutil libswscale)
 pkg_check_modules(XCB REQUIRED IMPORTED_TARGET
-  xcb xcb-composite xcb-damage xcb-ewmh xcb-icccm xcb-randr xcb-render xcb-res xcb-shape xcb-shm
+  xau xcb xcb-composite xcb-damage xcb-ewmh xcb-icccm xcb-randr xcb-render xcb-res xcb-shape xcb-shm
   xcb-xfixes)
 pkg_check_modules(PIXMAN REQUIRED IMPORTED_TARGET pixman-1)
 pkg_check_modules(SDBUSCPP REQUIRED IMPORTED_TARGET sdbus-c++)

@@ -5,6 +5,7 @@
 #include <pango/pangocairo.h>
 
 #include <memory>
+#include <mutex>
 
 #include "base/Error.h"
 
@@ -82,6 +83,9 @@ std::vector<GlyphMask> PangoTextRenderer::render(const std::string& font, double
                                                  std::string_view characters) {
   constexpr double largestSize = 4096;
   if (!(size > 0 && size <= largestSize)) throw Error("letters cannot be drawn at that size");
+  // Cairo 1.16 changes what the font maps of all threads share without a lock.
+  static std::mutex oneAtATime;
+  const std::lock_guard lock(oneAtATime);
   // A font map belongs to one thread at a time, and callers come from any.
   const Owned<PangoFontMap> fonts(pango_cairo_font_map_new());
   const Owned<PangoContext> context = makeContext(fonts.get());

@@ -1,5 +1,7 @@
 #include "platform/linux/XcbConnection.h"
 
+#include <X11/Xauth.h>
+
 #include <cstring>
 
 #include "platform/Screen.h"
@@ -13,6 +15,12 @@ const xcb_screen_t* screenNumber(xcb_connection_t* connection, int number) {
   return screen.rem > 0 ? screen.data : nullptr;
 }
 
+/// The first call allocates the name that all calls share, and is not safe beside others: two
+/// streams that connected at once might write it into memory that is free.
+void allocateAuthorityFileName() {
+  [[maybe_unused]] static const char* const name = ::XauFileName();
+}
+
 }  // namespace
 
 XcbConnection::XcbConnection() {
@@ -24,6 +32,7 @@ XcbConnection::XcbConnection() {
               "an X11 session for it."
             : "there is no X display ($DISPLAY is not set).");
   }
+  allocateAuthorityFileName();
   int number = 0;
   connection_.reset(::xcb_connect(nullptr, &number));
   if (!broken()) screen_ = screenNumber(get(), number);
