@@ -143,7 +143,8 @@ std::shared_ptr<PixelBuffer> render(VipsImagePtr image) {
 
 std::shared_ptr<PixelBuffer> loadWebp(const PictureSource& source, const Header& header,
                                       int maxSide) {
-  const auto decoded = WebpDecoder::decode(source.contents(), header.stored);
+  const auto decoded =
+      WebpDecoder::decode(source.contents(), header.stored, boundedBy(header.stored, maxSide));
   if (!decoded) return nullptr;
   const auto& [size, bands, pixels, profile] = *decoded;
   const auto bytes = static_cast<std::size_t>(size.width) * static_cast<std::size_t>(size.height) *

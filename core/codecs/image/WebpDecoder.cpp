@@ -29,50 +29,57 @@ std::vector<std::byte> profileOf(const Demuxer& demuxer) {
   return profile;
 }
 
-PixelRect placeOf(const WebPIterator& frame) {
-  return {frame.x_offset, frame.y_offset, frame.width, frame.height};
+/// Draws the frame into that part of the picture, which has the frame's shape.
+bool draw(const WebPIterator& frame, const PixelRect& part, const Picture& picture) {
+  WebPDecoderConfig config;
+  if (WebPInitDecoderConfig(&config) == 0) return false;
+  config.options.use_scaling = part.size() == Size{frame.width, frame.height} ? 0 : 1;
+  config.options.scaled_width = part.width;
+  config.options.scaled_height = part.height;
+  const int stride = picture.size.width * picture.bands;
+  const auto all = static_cast<std::size_t>(stride) * static_cast<std::size_t>(picture.size.height);
+  const auto before = static_cast<std::size_t>(stride) * static_cast<std::size_t>(part.y) +
+                      static_cast<std::size_t>(part.x) * static_cast<std::size_t>(picture.bands);
+  config.output.colorspace = picture.bands == 3 ? MODE_RGB : MODE_RGBA;
+  config.output.is_external_memory = 1;
+  config.output.u.RGBA = {picture.pixels.get() + before, stride, all - before};
+  return WebPDecode(frame.fragment.bytes, frame.fragment.size, &config) == VP8_STATUS_OK;
 }
 
-/// Draws the frame into the picture, which is as large as its canvas.
-bool draw(const WebPIterator& frame, const Picture& picture) {
-  const auto [x, y, width, height] = placeOf(frame);
-  const auto& [size, bands, pixels, profile] = picture;
-  if (x < 0 || y < 0 || width > size.width - x || height > size.height - y) return false;
-  const int stride = size.width * bands;
-  const auto all = static_cast<std::size_t>(stride) * static_cast<std::size_t>(size.height);
-  const auto before = static_cast<std::size_t>(stride) * static_cast<std::size_t>(y) +
-                      static_cast<std::size_t>(x) * static_cast<std::size_t>(bands);
-  const auto decodeInto = bands == 3 ? WebPDecodeRGBInto : WebPDecodeRGBAInto;
-  return decodeInto(frame.fragment.bytes, frame.fragment.size, pixels.get() + before, all - before,
-                    stride) != nullptr;
-}
-
-std::optional<Picture> firstPicture(const Demuxer& demuxer, const WebPIterator& frame) {
-  const Size size = canvas(demuxer);
-  const bool covers = placeOf(frame) == PixelRect{0, 0, size.width, size.height};
-  Picture picture{.size = size,
-                  .bands = covers && frame.has_alpha == 0 ? 3 : 4,
+std::optional<Picture> firstPicture(const Demuxer& demuxer, const WebPIterator& frame,
+                                    Size wanted) {
+  const Size stored = canvas(demuxer);
+  const PixelRect place{frame.x_offset, frame.y_offset, frame.width, frame.height};
+  if (place.x < 0 || place.y < 0 || place.width > stored.width - place.x ||
+      place.height > stored.height - place.y) {
+    return std::nullopt;
+  }
+  const bool fills = place.size() == stored;
+  Picture picture{.size = fills ? wanted : stored,
+                  .bands = fills && frame.has_alpha == 0 ? 3 : 4,
                   .pixels = {},
                   .profile = profileOf(demuxer)};
-  const auto bytes = static_cast<std::size_t>(size.width) * static_cast<std::size_t>(size.height) *
+  const auto bytes = static_cast<std::size_t>(picture.size.width) *
+                     static_cast<std::size_t>(picture.size.height) *
                      static_cast<std::size_t>(picture.bands);
   // What the frame leaves of its canvas is transparent.
-  picture.pixels = covers ? std::make_unique_for_overwrite<std::uint8_t[]>(bytes)
-                          : std::make_unique<std::uint8_t[]>(bytes);
-  if (!draw(frame, picture)) return std::nullopt;
+  picture.pixels = fills ? std::make_unique_for_overwrite<std::uint8_t[]>(bytes)
+                         : std::make_unique<std::uint8_t[]>(bytes);
+  const PixelRect part = fills ? PixelRect{0, 0, wanted.width, wanted.height} : place;
+  if (!draw(frame, part, picture)) return std::nullopt;
   return picture;
 }
 
 }  // namespace
 
-std::optional<Picture> decode(std::span<const std::byte> file, Size size) {
+std::optional<Picture> decode(std::span<const std::byte> file, Size stored, Size wanted) {
   const WebPData data{reinterpret_cast<const std::uint8_t*>(file.data()), file.size()};
   const Demuxer demuxer(WebPDemux(&data), WebPDemuxDelete);
-  if (!demuxer || canvas(demuxer) != size) return std::nullopt;
+  if (!demuxer || canvas(demuxer) != stored) return std::nullopt;
   WebPIterator frame{};
   std::optional<Picture> picture;
   if (WebPDemuxGetFrame(demuxer.get(), 1, &frame) != 0 && frame.complete != 0) {
-    picture = firstPicture(demuxer, frame);
+    picture = firstPicture(demuxer, frame, wanted);
   }
   WebPDemuxReleaseIterator(&frame);
   return picture;
