@@ -15,31 +15,26 @@ class SourceHub::Seat {
   bool belongsTo(const FrameSink& sink) const noexcept { return identity_ == &sink; }
   bool abandoned() const noexcept { return sink_.expired(); }
 
-  /// `number` counts the hub's frames: one that was overtaken by a later one is left out. While the
-  /// sink is busy the frame is left with the thread that keeps it busy.
-  void deliver(FramePtr frame, std::uint64_t number, ContentKind kind) noexcept {
+  /// `number` counts the hub's frames: one that was overtaken by a later one is left out. Waits
+  /// while another thread delivers: whoever adds a sink must not be left with the frames of a
+  /// source that is quicker than the sink, for as long as it runs.
+  void deliver(const FramePtr& frame, std::uint64_t number, ContentKind kind) noexcept {
     std::unique_lock lock(mutex_);
-    if (closed_ || number < newest_) return;
+    const auto late = [&] { return closed_ || number < newest_; };
+    idle_.wait(lock, [&] { return !busy_ || late(); });
+    if (late()) return;
     newest_ = number;
-    if (busy_) {
-      waiting_ = std::move(frame);
-      return;
-    }
     busy_ = true;
-    while (frame && !closed_) {
-      lock.unlock();
-      if (const auto sink = sink_.lock()) sink->deliver(frame, kind);
-      lock.lock();
-      frame = std::exchange(waiting_, nullptr);
-    }
+    lock.unlock();
+    if (const auto sink = sink_.lock()) sink->deliver(frame, kind);
+    lock.lock();
     busy_ = false;
-    if (closed_) idle_.notify_all();
+    idle_.notify_all();
   }
 
   void close() {
     std::unique_lock lock(mutex_);
     closed_ = true;
-    waiting_ = nullptr;
     idle_.wait(lock, [this] { return !busy_; });
   }
 
@@ -52,7 +47,6 @@ class SourceHub::Seat {
   bool closed_ = false;
   bool busy_ = false;
   std::uint64_t newest_ = 0;
-  FramePtr waiting_;
 };
 
 SourceHub::SourceHub(std::string key, std::unique_ptr<FrameSource> source)
@@ -126,7 +120,7 @@ void SourceHub::add(const std::shared_ptr<FrameSink>& sink) {
     latest = last_;
     number = frames_;
   }
-  if (latest) seat->deliver(std::move(latest), number, kind_);
+  if (latest) seat->deliver(latest, number, kind_);
 }
 
 void SourceHub::remove(const FrameSink& sink) {

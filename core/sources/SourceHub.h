@@ -39,8 +39,8 @@ class SourceHub : public std::enable_shared_from_this<SourceHub> {
   /// The result is ready when the source has stopped. No sink gets a frame that comes later.
   std::future<void> stop();
 
-  /// A sink that joins a running source gets the latest frame at once. Each sink gets one frame at
-  /// a time, in order; while it is busy, only the newest one waits for it.
+  /// A sink that joins a running source gets the latest frame at once, on the caller's thread. Each
+  /// sink gets one frame at a time, in order; the source waits while one gets its first.
   void add(const std::shared_ptr<FrameSink>& sink);
   /// When this returns, no further frame of this hub reaches the sink. Waits for a delivery that is
   /// under way, so it must not be called from the sink's own `deliver`.

@@ -242,6 +242,32 @@ TEST_F(SourceHubTest, aBusySinkDoesNotHoldUpAdding) {
   go.count_down();
 }
 
+TEST_F(SourceHubTest, aSourceThatIsQuickerThanASinkDoesNotKeepWhoeverAddsIt) {
+  startAndWait();
+  controls->emit(plainPicture({1, 1}));
+  const auto slow = std::make_shared<RecordingSink>();
+  std::atomic<bool> joined = false;
+  std::atomic<bool> emitting = true;
+  std::atomic<std::thread::id> emitterId;
+  slow->onDeliver = [&](const FramePtr&) {
+    joined = true;
+    joined.notify_all();
+    if (std::this_thread::get_id() == emitterId) return;
+    // As long as the source takes for two more, unless it waits for this one.
+    const auto before = hub->frames();
+    eventually([&] { return hub->frames() >= before + 2 || !emitting; },
+               std::chrono::milliseconds(500));
+  };
+  auto added = std::async(std::launch::async, [&] { hub->add(slow); });
+  std::jthread emitter([&] {
+    emitterId = std::this_thread::get_id();
+    joined.wait(false);
+    while (emitting) controls->emit(plainPicture({1, 1}));
+  });
+  EXPECT_EQ(added.wait_for(std::chrono::seconds(15)), std::future_status::ready);
+  emitting = false;
+}
+
 TEST_F(SourceHubTest, keepsTheErrorOfASourceThatCannotStart) {
   controls->onStart = [] { throw Error("no such picture"); };
   hub->start();
