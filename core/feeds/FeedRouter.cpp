@@ -55,6 +55,16 @@ std::set<std::string> neededMedia(const ConfigFile& config, const FeedOverrides&
   return ids;
 }
 
+/// Whether the window has moved. A look that fails must not be the last one.
+bool look(WindowFollowingSource& source) {
+  try {
+    return source.track();
+  } catch (const std::exception& error) {
+    Log::router().error("cannot look after a window: {}", error.what());
+    return false;
+  }
+}
+
 void waitForAll(std::vector<std::future<void>>& results, milliseconds atMost) {
   const auto deadline = std::chrono::steady_clock::now() + atMost;
   for (auto& result : results) result.wait_until(deadline);
@@ -215,7 +225,7 @@ void FeedRouter::track() {
   // The display server is asked elsewhere: it may be slow to answer, or never do.
   tracking_.post([weak = weak_from_this(), queue = queue_, followers = std::move(followers)] {
     bool moved = false;
-    for (const auto& follower : followers) moved = follower.source->track() || moved;
+    for (const auto& follower : followers) moved = look(*follower.source) || moved;
     queue->post([weak, moved] {
       if (const auto router = weak.lock()) router->tracked(moved);
     });

@@ -6,6 +6,7 @@
 
 #include <condition_variable>
 #include <latch>
+#include <system_error>
 
 #include "base/Clock.h"
 #include "base/Uuid.h"
@@ -64,6 +65,7 @@ class FollowingSource final : public WindowFollowingSource {
   struct Controls {
     std::atomic<int> tracked = 0;
     std::atomic<bool> moves = false;
+    std::atomic<bool> fails = false;
   };
 
   explicit FollowingSource(std::shared_ptr<Controls> controls) : controls_(std::move(controls)) {}
@@ -72,6 +74,7 @@ class FollowingSource final : public WindowFollowingSource {
   void stop() override {}
   bool track() override {
     ++controls_->tracked;
+    if (controls_->fails) throw std::system_error(EAGAIN, std::generic_category(), "thread");
     return controls_->moves;
   }
 
@@ -509,6 +512,16 @@ TEST_F(FeedRouterTest, looksMoreOftenWhileAWindowMoves) {
   window->moves = true;
   start();
   EXPECT_TRUE(eventually([&] { return window->tracked >= 15; }, milliseconds(2500)));
+}
+
+TEST_F(FeedRouterTest, looksAfterWindowsAgainWhenALookHasFailed) {
+  devices->first = {simulator};
+  window->fails = true;
+  start();
+  ASSERT_TRUE(eventually([&] { return window->tracked >= 1; }));
+  window->fails = false;
+  const int tracked = window->tracked;
+  EXPECT_TRUE(eventually([&] { return window->tracked > tracked + 1; }));
 }
 
 TEST(FeedRouterTrackingTest, intervalDependsOnTheLastMove) {
