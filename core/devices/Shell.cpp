@@ -10,8 +10,8 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <mutex>
 
+#include "base/ChildStatuses.h"
 #include "base/FileDescriptor.h"
 #include "base/PosixError.h"
 #include "base/Text.h"
@@ -40,18 +40,6 @@ Pipe makePipe() {
   FileDescriptor read(ends[0]);
   FileDescriptor write(ends[1]);
   return {aboveStandardStreams(std::move(read)), aboveStandardStreams(std::move(write))};
-}
-
-/// A parent that ignored SIGCHLD when it started this process handed that on, and then the system
-/// throws the statuses of children away.
-void keepChildStatuses() {
-  static std::once_flag once;
-  std::call_once(once, [] {
-    struct sigaction action {};
-    if (::sigaction(SIGCHLD, nullptr, &action) == 0 && action.sa_handler == SIG_IGN) {
-      ::signal(SIGCHLD, SIG_DFL);
-    }
-  });
 }
 
 /// What the child does between its birth and its program.

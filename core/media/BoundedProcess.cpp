@@ -13,6 +13,7 @@
 #include <csignal>
 #include <span>
 
+#include "base/ChildStatuses.h"
 #include "base/PosixError.h"
 
 // This header of glibc 2.36 does not say that it is C.
@@ -94,6 +95,8 @@ void limit(__rlimit_resource resource, std::size_t value) noexcept {
   ::signal(SIGPIPE, SIG_DFL);
   // Libraries that would write a cache are told that they cannot, not ended.
   ::signal(SIGXFSZ, SIG_IGN);
+  // Ours are close-on-exec; those that libraries opened may not be.
+  ::close_range(STDERR_FILENO + 1, ~0U, CLOSE_RANGE_CLOEXEC);
   limit(RLIMIT_FSIZE, 0);
   limit(RLIMIT_CORE, 0);
   limit(RLIMIT_AS, limits.memoryBytes);
@@ -145,6 +148,7 @@ std::optional<Bytes> run(const std::string& executable, const std::vector<std::s
   pointers.push_back(nullptr);
   Pipe pipe = makePipe();
   const pid_t parent = ::getpid();
+  keepChildStatuses();
   ::lseek(input.get(), 0, SEEK_SET);
 
   const pid_t pid = ::fork();

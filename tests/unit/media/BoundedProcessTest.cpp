@@ -2,7 +2,9 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
+#include <csignal>
 #include <string>
 
 #include "support/TemporaryDirectory.h"
@@ -71,6 +73,20 @@ TEST(BoundedProcessTest, letsAProgramWriteNoFile) {
   EXPECT_EQ(
       runShell("echo text > " + target + " 2>/dev/null; wc -c < " + target, {.outputBytes = 100}),
       "0\n");
+}
+
+TEST(BoundedProcessTest, learnsHowAProgramEndedWhereChildrenWereIgnored) {
+  const auto before = std::signal(SIGCHLD, SIG_IGN);
+  EXPECT_EQ(runShell("echo done", {.outputBytes = 100}), "done\n");
+  std::signal(SIGCHLD, before);
+}
+
+TEST(BoundedProcessTest, handsNoDescriptorsOn) {
+  constexpr int number = 57;
+  const FileDescriptor null = FileDescriptor::open("/dev/null", O_RDONLY);
+  const FileDescriptor inheritable(::dup2(null.get(), number));
+  EXPECT_EQ(runShell("[ -e /proc/self/fd/57 ] && echo open || echo closed", {.outputBytes = 100}),
+            "closed\n");
 }
 
 }  // namespace
