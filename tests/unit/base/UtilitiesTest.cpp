@@ -1,11 +1,14 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
+#include <array>
 #include <cerrno>
 #include <set>
 
 #include "base/Clock.h"
 #include "base/Error.h"
+#include "base/Log.h"
 #include "base/MappedFile.h"
 #include "base/PosixError.h"
 #include "base/Uuid.h"
@@ -77,6 +80,24 @@ TEST(ClockTest, tellsTheDateToTheSecond) {
   const Date now = Clock::now();
   EXPECT_GT(now, before);
   EXPECT_LE(now, std::chrono::system_clock::now());
+}
+
+// In a process of its own: it takes standard error away.
+TEST(LogDeathTest, aReaderWhoTakesNothingHoldsNobodyUp) {
+  const auto body = [] {
+    std::array<int, 2> ends{};
+    if (::pipe2(ends.data(), O_NONBLOCK) != 0) ::_exit(1);
+    const std::string much(1 << 20, 'x');
+    while (::write(ends[1], much.data(), much.size()) > 0) {
+    }
+    ::fcntl(ends[1], F_SETFL, 0);
+    ::dup2(ends[1], STDERR_FILENO);
+    Log::mirrorToStandardError();
+    ::alarm(20);
+    Log::router().error("nobody reads this");
+    ::_exit(7);
+  };
+  EXPECT_EXIT(body(), testing::ExitedWithCode(7), "");
 }
 
 TEST(MappedFileTest, sharesItsBytesWithTheFile) {
