@@ -1,5 +1,6 @@
 #include "config/ConfigStore.h"
 
+#include <atomic>
 #include <chrono>
 #include <deque>
 #include <map>
@@ -53,6 +54,7 @@ struct ConfigStore::State : std::enable_shared_from_this<State> {
   /// Replaces the file and takes its new stamp.
   void save(const ConfigFile& config);
   void startWatching();
+  void lookAgain();
   void reloadIfChanged();
 
   // With the mutex held.
@@ -77,6 +79,8 @@ struct ConfigStore::State : std::enable_shared_from_this<State> {
   std::optional<ConfigFile> announced;  // what the observers know
   std::deque<ConfigFile> undelivered;   // announced, and still to be told in this order
   bool delivering = false;              // a thread is telling them
+
+  std::atomic<bool> toldUnwatched = false;
 
   SerialQueue watchQueue{"lenslark.config.watch"};
   // Guarded by the mutex; they end before their queue.
@@ -158,26 +162,35 @@ void ConfigStore::State::announce(std::unique_lock<std::mutex>& lock, const Conf
 }
 
 void ConfigStore::State::startWatching() {
-  {
-    const std::scoped_lock lock(mutex);
-    if (watcher) return;
-  }
   const auto look = [weak = weak_from_this()] {
     if (const auto self = weak.lock()) self->reloadIfChanged();
   };
+  {
+    const std::scoped_lock lock(mutex);
+    if (watcher) return;
+    if (!secondLook)
+      secondLook = std::make_unique<RepeatingTimer>(watchQueue, [weak = weak_from_this()] {
+        if (const auto self = weak.lock()) self->lookAgain();
+      });
+  }
   std::unique_ptr<DirectoryWatcher> fresh;
   try {
     std::error_code ignored;  // a directory that cannot be made now may be made by someone else
     std::filesystem::create_directories(directory, ignored);
     fresh = std::make_unique<DirectoryWatcher>(directory, watchQueue, look);
   } catch (const std::system_error& error) {
-    Log::router().error("changes of the settings will not be noticed: {}", error.what());
+    if (!toldUnwatched.exchange(true)) {
+      Log::router().error("changes of the settings will be noticed late: {}", error.what());
+    }
     return;
   }
   const std::scoped_lock lock(mutex);
-  if (watcher) return;
-  watcher = std::move(fresh);
-  secondLook = std::make_unique<RepeatingTimer>(watchQueue, look);
+  if (!watcher) watcher = std::move(fresh);
+}
+
+void ConfigStore::State::lookAgain() {
+  startWatching();  // what was missing for it may be there now
+  reloadIfChanged();
 }
 
 void ConfigStore::State::reloadIfChanged() {
@@ -185,7 +198,7 @@ void ConfigStore::State::reloadIfChanged() {
   const ConfigFile config = current();
   if (secondLook && halfWritten) {
     secondLook->schedule(FileStamp::settlingTime, FileStamp::settlingTime);
-  } else if (secondLook && unreadable) {
+  } else if (secondLook && (unreadable || !watcher)) {
     secondLook->schedule(untilNextTry, untilNextTry);
   } else if (secondLook) {
     secondLook->stop();
