@@ -272,7 +272,13 @@ void FeedRouter::stop() {
 }
 
 std::vector<std::future<void>> FeedRouter::close() {
-  if (observer_) store_->removeObserver(*std::exchange(observer_, std::nullopt));
+  // The store may be waiting for a disk, and nobody here waits for it. Told meanwhile, we do not
+  // listen any more.
+  if (observer_) {
+    lookups_.post([store = store_, token = *std::exchange(observer_, std::nullopt)] {
+      store->removeObserver(token);
+    });
+  }
   heartbeatTimer_.reset();
   trackTimer_.reset();
   statuses_.clear();

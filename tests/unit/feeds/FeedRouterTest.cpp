@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <condition_variable>
+#include <future>
 #include <latch>
 #include <system_error>
 
@@ -58,6 +59,19 @@ class FakeDevices final : public DeviceFeed {
 
  private:
   std::shared_ptr<Controls> controls_;
+};
+
+/// Holds up whoever reads it, as a disk that hangs does.
+class HangingPreferences final : public Preferences {
+ public:
+  std::optional<Value> value(const std::string&) const override {
+    asked = true;
+    go.wait();
+    return std::nullopt;
+  }
+
+  mutable std::atomic<bool> asked = false;
+  mutable std::latch go{1};
 };
 
 class FollowingSource final : public WindowFollowingSource {
@@ -479,6 +493,22 @@ TEST_F(FeedRouterTest, stopDoesNotWaitForASourceThatHangs) {
   EXPECT_EQ(FeedReader::info(globalPath)->writerPid, 0);
   go->count_down();
   EXPECT_TRUE(eventually([&] { return hanging->stops == 1; }));
+}
+
+TEST_F(FeedRouterTest, stopDoesNotWaitForAStoreThatHangs) {
+  const auto disk = std::make_shared<HangingPreferences>();
+  const auto hanging = std::make_shared<ConfigStore>(directory / "config", disk);
+  set(Scope::global(), {SourceSpec::Pattern{}});
+  router = std::make_shared<FeedRouter>(
+      FeedRouter::Dependencies{hanging, media, std::make_unique<FakeDevices>(devices),
+                               systemSources(nullptr)},
+      FeedOverrides{});
+  router->start();
+  std::filesystem::remove(directory / "config" / "config.json");
+  ASSERT_TRUE(eventually([&] { return disk->asked.load(); }));
+  auto stopped = std::async(std::launch::async, [&] { router->stop(); });
+  EXPECT_EQ(stopped.wait_for(std::chrono::seconds(15)), std::future_status::ready);
+  disk->go.count_down();
 }
 
 TEST_F(FeedRouterTest, aSearchForDevicesThatHangsHoldsUpNothingElse) {
