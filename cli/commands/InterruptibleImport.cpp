@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <exception>
 
 namespace lenslark {
 namespace {
@@ -13,6 +14,16 @@ constexpr int signalStatus = 128;
 
 volatile sig_atomic_t received = 0;
 std::array<struct sigaction, endings.size()> before;
+
+struct Interrupted final : std::exception {
+  const char* what() const noexcept override { return "interrupted"; }
+};
+
+[[noreturn]] void die(int signal) noexcept {
+  ::signal(signal, SIG_DFL);
+  ::raise(signal);
+  ::_exit(signalStatus + signal);
+}
 
 }  // namespace
 
@@ -32,20 +43,16 @@ InterruptibleImport::~InterruptibleImport() {
   for (std::size_t index = 0; index < endings.size(); ++index) {
     sigaction(endings[index], &before[index], nullptr);
   }
+  line_.clear();
+  if (received != 0) die(received);
 }
 
 CameraControl::ImportProgress InterruptibleImport::handler() {
   return [this, show = line_.handler()](const std::string& path,
                                         const MediaLibrary::Progress& progress) {
-    if (received != 0) throw Interrupted(received);
+    if (received != 0) throw Interrupted();
     if (show) show(path, progress);
   };
-}
-
-void InterruptibleImport::die(int signal) noexcept {
-  ::signal(signal, SIG_DFL);
-  ::raise(signal);
-  ::_exit(signalStatus + signal);
 }
 
 }  // namespace lenslark

@@ -1,8 +1,5 @@
 #pragma once
 
-#include <exception>
-#include <utility>
-
 #include "commands/ImportProgressLine.h"
 #include "control/CameraControl.h"
 
@@ -14,22 +11,15 @@ namespace lenslark {
 /// **Threads**: one at a time in a process.
 class InterruptibleImport {
  public:
-  struct Interrupted final : std::exception {
-    explicit Interrupted(int number) : signal(number) {}
-    const char* what() const noexcept override { return "interrupted"; }
-    int signal;
-  };
-
   InterruptibleImport();
+  /// Ends the process as the signal would have, when one came: also when that was too late for the
+  /// import to be called off.
   ~InterruptibleImport();
   InterruptibleImport(const InterruptibleImport&) = delete;
   InterruptibleImport& operator=(const InterruptibleImport&) = delete;
 
   /// To be passed to an import; shows its progress, too. Refers to this object.
   CameraControl::ImportProgress handler();
-
-  /// Ends the process as the signal would have.
-  [[noreturn]] static void die(int signal) noexcept;
 
  private:
   ImportProgressLine line_;
@@ -38,12 +28,8 @@ class InterruptibleImport {
 /// Runs `body`, which imports with the progress handler that it is given, and returns what it does.
 template <typename Body>
 auto importing(Body&& body) {
-  try {
-    InterruptibleImport import;
-    return body(import.handler());
-  } catch (const InterruptibleImport::Interrupted& interrupted) {
-    InterruptibleImport::die(interrupted.signal);
-  }
+  InterruptibleImport import;
+  return body(import.handler());
 }
 
 }  // namespace lenslark
