@@ -48,10 +48,10 @@ std::optional<double> Arguments::doubleAfter(std::string_view flag) const {
   return number;
 }
 
-std::optional<int> Arguments::intAfter(std::string_view flag) const {
+std::optional<std::int64_t> Arguments::intAfter(std::string_view flag) const {
   const auto text = value(flag);
   if (!text) return std::nullopt;
-  const auto number = Text::parseInt(*text);
+  const auto number = Text::parseInteger(*text);
   if (!number) failExpectingNumber(flag);
   return number;
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -36,7 +37,7 @@ class Arguments {
   /// **Fails** with UsageError "FLAG expects a number" when it is none.
   std::optional<double> doubleAfter(std::string_view flag) const;
   /// The same for whole numbers.
-  std::optional<int> intAfter(std::string_view flag) const;
+  std::optional<std::int64_t> intAfter(std::string_view flag) const;
 
  private:
   std::vector<std::string> words_;

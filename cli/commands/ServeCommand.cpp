@@ -59,10 +59,10 @@ std::optional<SourceSpec> sourceOverride(const Arguments& arguments, const Impor
   return std::nullopt;
 }
 
-std::optional<int> framesPerSecond(const Arguments& arguments) {
+std::optional<std::int64_t> framesPerSecond(const Arguments& arguments) {
   const auto text = arguments.value("--fps");
   if (!text) return std::nullopt;
-  const auto number = Text::parseInt(*text);
+  const auto number = Text::parseInteger(*text);
   if (!number || *number < 1) throw UsageError("--fps expects a positive number");
   return number;
 }

@@ -103,7 +103,7 @@ CameraControl::SetRequest setRequest(const Arguments& arguments, const Target& t
     request.windowMatch = Text::join(request.paths, " ");
   }
   if (kind == "display" && !request.paths.empty()) {
-    request.displayIndex = Text::parseInt(request.paths.front());
+    request.displayIndex = Text::parseInteger(request.paths.front());
   }
   readOverlay(arguments, request);
   return request;

@@ -55,7 +55,8 @@ bool hasType(const json& value, const std::string& type) {
   if (type == "array") return value.is_array();
   if (type == "object") return value.is_object();
   // JSON does not tell 2 from 2.0.
-  return value.is_number() && Json::number(value.get<double>()).is_number_integer();
+  return value.is_number_integer() ||
+         (value.is_number() && Json::number(value.get<double>()).is_number_integer());
 }
 
 bool inRange(const json& value, const json& schema) {

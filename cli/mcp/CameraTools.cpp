@@ -47,16 +47,16 @@ std::optional<double> optionalDouble(const json& arguments, const char* key) {
   return member->get<double>();
 }
 
-std::optional<int> displayIndex(const json& arguments) {
-  const auto index = optionalDouble(arguments, "displayIndex");
-  if (!index) return std::nullopt;
-  using Limits = std::numeric_limits<int>;
-  if (*index < Limits::min() || *index > Limits::max()) {
+std::optional<std::int64_t> displayIndex(const json& arguments) {
+  if (!arguments.contains("displayIndex")) return std::nullopt;
+  try {
+    return Json::expectInt(arguments, "displayIndex");
+  } catch (const JsonError&) {
+    using Limits = std::numeric_limits<std::int64_t>;
     throw ControlError::badArgs(
         fmt::format("displayIndex is {}; it must be a whole number from {} to {}",
                     Json::compact(arguments.at("displayIndex")), Limits::min(), Limits::max()));
   }
-  return static_cast<int>(*index);
 }
 
 bool isListed(const json& word, const json& schema) {

@@ -4,8 +4,8 @@
 
 #include <charconv>
 #include <cmath>
-#include <limits>
 #include <nlohmann/json.hpp>
+#include <utility>
 
 #include "base/Text.h"
 
@@ -176,13 +176,20 @@ double expectDouble(const json& object, const char* key) {
   return member.get<double>();
 }
 
-int expectInt(const json& object, const char* key) {
-  const double value = expectDouble(object, key);
-  if (std::nearbyint(value) != value || value < std::numeric_limits<int>::min() ||
-      value > std::numeric_limits<int>::max()) {
-    throw wrongType(key, "a whole number");
+std::int64_t expectInt(const json& object, const char* key) {
+  const json& member = expect(object, key);
+  if (member.is_number_unsigned()) {
+    const auto value = member.get<std::uint64_t>();
+    if (std::in_range<std::int64_t>(value)) return static_cast<std::int64_t>(value);
+  } else if (member.is_number_integer()) {
+    return member.get<std::int64_t>();
+  } else if (member.is_number_float()) {
+    constexpr double beyond = 9223372036854775808.0;  // 2^63
+    const auto value = member.get<double>();
+    const bool fits = value >= -beyond && value < beyond;
+    if (fits && std::nearbyint(value) == value) return static_cast<std::int64_t>(value);
   }
-  return static_cast<int>(value);
+  throw wrongType(key, "a whole number");
 }
 
 Date expectDate(const json& object, const char* key) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <nlohmann/json_fwd.hpp>
 #include <optional>
 #include <string>
@@ -51,7 +52,7 @@ std::string expectString(const nlohmann::json& object, const char* key);
 bool expectBool(const nlohmann::json& object, const char* key);
 double expectDouble(const nlohmann::json& object, const char* key);
 /// Takes 30 and 30.0; refuses what does not fit.
-int expectInt(const nlohmann::json& object, const char* key);
+std::int64_t expectInt(const nlohmann::json& object, const char* key);
 Date expectDate(const nlohmann::json& object, const char* key);
 
 /// The member, or null where it is missing or null itself.

@@ -8,6 +8,7 @@
 #include <charconv>
 #include <cmath>
 #include <cstdint>
+#include <limits>
 
 namespace lenslark::Text {
 namespace {
@@ -195,6 +196,18 @@ std::optional<int> parseInt(std::string_view text) noexcept {
   const auto result = std::from_chars(digits->data(), end, value);
   if (result.ec != std::errc() || result.ptr != end) return std::nullopt;
   return value;
+}
+
+std::optional<std::int64_t> parseInteger(std::string_view text) noexcept {
+  const auto digits = withoutPlus(text);
+  if (!digits) return std::nullopt;
+  std::int64_t value = 0;
+  const char* end = digits->data() + digits->size();
+  const auto result = std::from_chars(digits->data(), end, value);
+  if (result.ptr != end || result.ec == std::errc::invalid_argument) return std::nullopt;
+  if (result.ec != std::errc::result_out_of_range) return value;
+  using Limits = std::numeric_limits<std::int64_t>;
+  return digits->front() == '-' ? Limits::min() : Limits::max();
 }
 
 std::optional<double> parseDouble(std::string_view text) noexcept {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -31,6 +32,10 @@ std::string shortestDouble(double value);
 /// The whole text as a decimal number, an optional sign in front. Nothing for anything else and
 /// for what does not fit.
 std::optional<int> parseInt(std::string_view text) noexcept;
+
+/// As `parseInt`, but what does not fit counts as the nearest number that does: to whoever counts
+/// displays or frames a second, too large is too large.
+std::optional<std::int64_t> parseInteger(std::string_view text) noexcept;
 
 /// The whole text as a decimal floating-point number, an optional sign in front. "nan", "inf" and
 /// what overflows are not numbers.

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <set>
 #include <string>
 #include <vector>
@@ -10,8 +11,8 @@
 namespace lenslark {
 
 struct Settings {
-  bool fill = true;  ///< Pictures cover the frame rather than fitting inside it.
-  int fps = 30;      ///< Frames per second at which cameras are fed.
+  bool fill = true;       ///< Pictures cover the frame rather than fitting inside it.
+  std::int64_t fps = 30;  ///< Frames per second at which cameras are fed.
   bool autoInjectSimulators = true;
 
   friend bool operator==(const Settings&, const Settings&) = default;
@@ -30,7 +31,7 @@ struct KnownDevice {
 struct ConfigFile {
   static constexpr int currentSchema = 1;
 
-  int schemaVersion = currentSchema;
+  std::int64_t schemaVersion = currentSchema;
   Settings settings;
   std::vector<Assignment> assignments;  ///< At most one for each scope, the latest set last.
   std::vector<KnownDevice> knownDevices;

@@ -1,7 +1,5 @@
 #include "config/LegacySettings.h"
 
-#include <limits>
-
 #include "base/Text.h"
 
 namespace lenslark::LegacySettings {
@@ -20,7 +18,7 @@ std::optional<SourceSpec> parseSource(std::string_view text) {
   constexpr std::string_view window = "window:";
   if (text == "test") return SourceSpec{SourceSpec::Pattern{}};
   if (text.starts_with(display)) {
-    const auto index = Text::parseInt(text.substr(display.size()));
+    const auto index = Text::parseInteger(text.substr(display.size()));
     return SourceSpec{SourceSpec::Display{index.value_or(0)}};
   }
   if (text.starts_with(window)) {
@@ -39,9 +37,7 @@ ConfigFile migrated(const Preferences* preferences, Date now) {
   settings.autoInjectSimulators =
       read<bool>(*preferences, "autoInjectSimulators").value_or(settings.autoInjectSimulators);
   const auto fps = read<long>(*preferences, "fps");
-  if (fps && *fps >= 1 && *fps <= std::numeric_limits<int>::max()) {
-    settings.fps = static_cast<int>(*fps);
-  }
+  if (fps && *fps >= 1) settings.fps = *fps;
   if (const auto text = read<std::string>(*preferences, "source2")) {
     if (const auto source = parseSource(*text)) {
       config.set({.scope = Scope::global(), .source = *source, .overlay = {}, .updatedAt = now});

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <string_view>
 #include <variant>
@@ -14,7 +15,7 @@ struct SourceSpec {
     friend bool operator==(const Desktop&, const Desktop&) = default;
   };
   struct Display {
-    int index = 0;
+    std::int64_t index = 0;
     friend bool operator==(const Display&, const Display&) = default;
   };
   /// A window whose title or application name holds `match`.

@@ -51,7 +51,7 @@ SourceSpec::Display makeDisplay(const CameraControl::SetRequest& request) {
   if (request.displayIndex) return {*request.displayIndex};
   // A display that does not exist is told of when it is captured.
   if (request.paths.empty()) return {0};
-  return {Text::parseInt(request.paths.front()).value_or(0)};
+  return {Text::parseInteger(request.paths.front()).value_or(0)};
 }
 
 SourceSpec::Window makeWindow(const CameraControl::SetRequest& request) {

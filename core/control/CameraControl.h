@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <filesystem>
 #include <functional>
 #include <memory>
@@ -39,7 +40,7 @@ class CameraControl {
   struct SetRequest {
     std::string kind;
     std::vector<std::string> paths;  ///< Files or folders, as the user gave them.
-    std::optional<int> displayIndex;
+    std::optional<std::int64_t> displayIndex;
     std::optional<std::string> windowMatch;
     bool loop = true;
     double interval = SourceSpec::Slideshow::defaultIntervalSec;  ///< Seconds.

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <filesystem>
 #include <map>
 #include <optional>
@@ -28,7 +29,7 @@ struct SourceDescription {
     int fps = 30;
   };
   struct Display {
-    int index = 0;
+    std::int64_t index = 0;
     int fps = 30;
   };
   struct Window {

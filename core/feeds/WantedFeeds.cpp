@@ -1,6 +1,7 @@
 #include "feeds/WantedFeeds.h"
 
 #include <algorithm>
+#include <limits>
 
 namespace lenslark {
 namespace {
@@ -8,6 +9,12 @@ namespace {
 LLCamera cameraCode(std::optional<CameraPosition> camera) noexcept {
   if (!camera) return LLCameraDevice;
   return *camera == CameraPosition::back ? LLCameraBack : LLCameraFront;
+}
+
+/// More than any source can do is no other wish than what it can.
+int framesPerSecond(std::int64_t wanted) noexcept {
+  using Limits = std::numeric_limits<int>;
+  return static_cast<int>(std::clamp<std::int64_t>(wanted, Limits::min(), Limits::max()));
 }
 
 class Planner {
@@ -50,8 +57,8 @@ class Planner {
     const auto& overrides = situation_.overrides;
     const auto& settings = situation_.config.settings;
     const auto& spec = overrides.source ? *overrides.source : assignment.source;
-    auto source =
-        sourceRequest(spec, device, overrides.fps.value_or(settings.fps), situation_.media);
+    auto source = sourceRequest(spec, device, framesPerSecond(overrides.fps.value_or(settings.fps)),
+                                situation_.media);
     if (!source) return std::nullopt;
 
     const bool android = device && !device->isIOS();

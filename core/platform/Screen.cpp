@@ -4,7 +4,7 @@
 
 namespace lenslark {
 
-CaptureError CaptureError::noDisplay(int index) {
+CaptureError CaptureError::noDisplay(std::int64_t index) {
   return CaptureError(
       fmt::format("No display at index {}. Run `lenslark sources` to list them.", index));
 }

@@ -18,7 +18,7 @@ namespace lenslark {
 /// Something that can be filmed cannot be, in words for the person at the screen.
 class CaptureError final : public Error {
  public:
-  static CaptureError noDisplay(int index);
+  static CaptureError noDisplay(std::int64_t index);
   static CaptureError noWindow(const std::string& match);
   /// No display server, or none that lets itself be filmed.
   static CaptureError unavailable(const std::string& reason);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <variant>
 
@@ -8,7 +9,7 @@ namespace lenslark {
 /// What a screen capture films.
 struct CaptureSource {
   struct Display {
-    int index = 0;
+    std::int64_t index = 0;
   };
   /// The first normal window whose title holds the text, or else whose application's name does, in
   /// any letter case.

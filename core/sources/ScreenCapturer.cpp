@@ -42,10 +42,11 @@ void ScreenCapturer::start(const CaptureOptions& options) {
   const Screen::Request request{
       {options.width, options.height}, options.fps < 2 ? 1 : options.fps, options.showsCursor};
   if (const auto* display = std::get_if<CaptureSource::Display>(&options.source.value)) {
-    const auto index = static_cast<std::size_t>(display->index);
-    if (display->index < 0 || index >= content.displays.size()) {
+    const auto count = static_cast<std::int64_t>(content.displays.size());
+    if (display->index < 0 || display->index >= count) {
       throw CaptureError::noDisplay(display->index);
     }
+    const auto index = static_cast<std::size_t>(display->index);
     stream_ = screen_.captureDisplay(content.displays[index].id, request, onFrame_, onStop_);
     return;
   }

@@ -129,8 +129,17 @@ TEST(JsonTest, namesTheMemberThatIsMissing) {
   EXPECT_THROW(Json::expect(json::array(), "fps"), JsonError);
 }
 
+TEST(JsonTest, takesLargeWholeNumbersExactly) {
+  const json object = Json::parse(
+      R"({"most": 9223372036854775807, "least": -9223372036854775808, "written": 3e9})");
+  EXPECT_EQ(Json::expectInt(object, "most"), std::numeric_limits<std::int64_t>::max());
+  EXPECT_EQ(Json::expectInt(object, "least"), std::numeric_limits<std::int64_t>::min());
+  EXPECT_EQ(Json::expectInt(object, "written"), 3000000000);
+}
+
 TEST(JsonTest, refusesWholeNumbersThatDoNotFit) {
-  for (const char* text : {"2147483648", "-2147483649", "18446744073709551616", "1e300"}) {
+  for (const char* text :
+       {"9223372036854775808", "-9.3e18", "18446744073709551616", "9.3e18", "1e300"}) {
     const json object = Json::parse("{\"a\":" + std::string(text) + "}");
     EXPECT_THROW(Json::expectInt(object, "a"), JsonError) << text;
   }

@@ -86,6 +86,17 @@ TEST(TextTest, refusesWhatIsNoWholeNumber) {
   }
 }
 
+TEST(TextTest, takesTheNearestForAWholeNumberThatDoesNotFit) {
+  using Limits = std::numeric_limits<std::int64_t>;
+  EXPECT_EQ(Text::parseInteger("+3000000000"), 3000000000);
+  EXPECT_EQ(Text::parseInteger("-3000000000"), -3000000000);
+  EXPECT_EQ(Text::parseInteger("9223372036854775808"), Limits::max());
+  EXPECT_EQ(Text::parseInteger("-9223372036854775809"), Limits::min());
+  for (const char* text : {"", "+", "-", "+-1", " 1", "1.0", "99999999999999999999x", "one"}) {
+    EXPECT_EQ(Text::parseInteger(text), std::nullopt) << text;
+  }
+}
+
 TEST(TextTest, readsFloatingPointNumbers) {
   EXPECT_EQ(Text::parseDouble("0.5"), 0.5);
   EXPECT_EQ(Text::parseDouble("+.5"), 0.5);

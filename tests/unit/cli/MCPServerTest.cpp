@@ -219,9 +219,9 @@ TEST_F(MCPServerTest, setSourceRefusesAnUnknownAnchor) {
 }
 
 TEST_F(MCPServerTest, setSourceRefusesADisplayBeyondAllNumbers) {
-  EXPECT_EQ(failure("set_source", {{"kind", "display"}, {"displayIndex", 3000000000}}),
-            "bad_args: displayIndex is 3000000000; it must be a whole number from -2147483648 to "
-            "2147483647");
+  EXPECT_EQ(failure("set_source", {{"kind", "display"}, {"displayIndex", 9223372036854775808U}}),
+            "bad_args: displayIndex is 9223372036854775808; it must be a whole number from "
+            "-9223372036854775808 to 9223372036854775807");
 }
 
 TEST_F(MCPServerTest, libraryErrorsKeepTheirCodes) {

@@ -90,8 +90,14 @@ TEST(ServeCommandTest, whatLosesIsNotImported) {
 
 TEST(ServeCommandTest, fpsSetsTheRate) { EXPECT_EQ(overrides({"--fps", "12"}).fps, 12); }
 
+TEST(ServeCommandTest, takesNumbersBeyondWhatCanBe) {
+  EXPECT_EQ(overrides({"--fps", "3000000000"}).fps, 3000000000);
+  EXPECT_EQ(overrides({"--display", "3000000000"}).source,
+            (SourceSpec{SourceSpec::Display{3000000000}}));
+}
+
 TEST(ServeCommandTest, fpsExpectsAPositiveNumber) {
-  for (const char* text : {"0", "-3", "x", "", "2.5", "99999999999"}) {
+  for (const char* text : {"0", "-3", "x", "", "2.5", "-99999999999"}) {
     EXPECT_EQ(failure({"--fps", text}), "--fps expects a positive number") << text;
   }
 }

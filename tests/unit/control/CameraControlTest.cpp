@@ -107,6 +107,13 @@ TEST_F(CameraControlTest, aDisplaysIndexComesFromTheFirstPath) {
   EXPECT_EQ(sourceOf(request("display", {"-1"})), (SourceSpec{SourceSpec::Display{-1}}));
 }
 
+TEST_F(CameraControlTest, aDisplayBeyondAllOthersIsNotTheFirst) {
+  EXPECT_EQ(sourceOf(request("display", {"3000000000"})),
+            (SourceSpec{SourceSpec::Display{3000000000}}));
+  EXPECT_EQ(sourceOf(request("display", {"99999999999999999999"})),
+            (SourceSpec{SourceSpec::Display{std::numeric_limits<std::int64_t>::max()}}));
+}
+
 TEST_F(CameraControlTest, aDisplayWithoutANumberIsTheFirst) {
   EXPECT_EQ(sourceOf(request("display")), (SourceSpec{SourceSpec::Display{0}}));
   EXPECT_EQ(sourceOf(request("display", {"two"})), (SourceSpec{SourceSpec::Display{0}}));

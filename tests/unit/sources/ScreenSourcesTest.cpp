@@ -109,7 +109,7 @@ TEST_F(ScreenSourceTest, filmsTheDisplayOfTheIndex) {
 }
 
 TEST_F(ScreenSourceTest, refusesAnIndexThatNoDisplayHas) {
-  for (const int index : {2, -1}) {
+  for (const std::int64_t index : {std::int64_t{2}, std::int64_t{-1}, std::int64_t{1} << 32}) {
     ScreenSource source(screen, {.source = {CaptureSource::Display{index}}});
     EXPECT_THROW(source.start(ignore), CaptureError);
   }
