@@ -117,6 +117,10 @@ const ConfigFile& ConfigStore::State::current() {
   }
   saved.keepAside(file);
   unreadable = saved.condition == SavedConfig::Condition::unreadable;
+  if (cached && saved.shortage) {
+    settled = false;
+    return *cached;
+  }
   // What cannot be read now may be readable later, although the file stays as it is.
   remember(valueOf(saved), saved.stamp, saved.settled && !unreadable);
   return *cached;

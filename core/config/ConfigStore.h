@@ -32,7 +32,8 @@ class ConfigStore {
   std::filesystem::path fileURL() const;
 
   /// The present configuration; reads the file only after it changed. A file that is missing or
-  /// cannot be read gives the defaults; one that does not decode is kept aside first. Never fails.
+  /// cannot be read gives the defaults; one that does not decode is kept aside first. While the
+  /// system lacks what reading takes (descriptors, say), what was read before stands. Never fails.
   ConfigFile config();
 
   /// Reads the file afresh under the lock that all processes share, applies `body`, and replaces

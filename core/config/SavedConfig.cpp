@@ -6,11 +6,13 @@
 
 #include <cerrno>
 #include <chrono>
+#include <system_error>
 
 #include "base/BrokenFile.h"
 #include "base/FileDescriptor.h"
 #include "base/Json.h"
 #include "base/PosixError.h"
+#include "base/WholeFile.h"
 #include "config/ConfigJson.h"
 
 namespace lenslark {
@@ -78,6 +80,9 @@ SavedConfig SavedConfig::read(const std::filesystem::path& file) {
   try {
     if (!open) throw posixError(failure, file.string());
     take(saved, open, file.string());
+  } catch (const std::system_error& error) {
+    saved.problem = error.what();
+    saved.shortage = isShortage(error.code().value());
   } catch (const std::exception& error) {
     saved.problem = error.what();
   }

@@ -58,9 +58,10 @@ struct SavedConfig {
   void keepAside(const std::filesystem::path& file);
 
   Condition condition = Condition::missing;
-  ConfigFile config;               ///< Only when the condition is `good`.
-  std::string content;             ///< Only when the condition is `broken`.
-  std::string problem;             ///< Only when the condition is `unreadable`.
+  ConfigFile config;      ///< Only when the condition is `good`.
+  std::string content;    ///< Only when the condition is `broken`.
+  std::string problem;    ///< Only when the condition is `unreadable`.
+  bool shortage = false;  ///< Whether the system lacks something, which says nothing of the file.
   std::optional<FileStamp> stamp;  ///< As it was just before the reading.
   bool settled = true;             ///< Whether the stamp tells every later change.
 };

@@ -45,6 +45,24 @@ class FullDisk {
   rlimit before_{};
 };
 
+/// No file can be opened while it lives.
+class NoDescriptors {
+ public:
+  NoDescriptors() {
+    ::getrlimit(RLIMIT_NOFILE, &before_);
+    const int lowestFree = ::dup(STDERR_FILENO);
+    ::close(lowestFree);
+    const rlimit limit{static_cast<rlim_t>(lowestFree), before_.rlim_max};
+    ::setrlimit(RLIMIT_NOFILE, &limit);
+  }
+  NoDescriptors(const NoDescriptors&) = delete;
+  NoDescriptors& operator=(const NoDescriptors&) = delete;
+  ~NoDescriptors() { ::setrlimit(RLIMIT_NOFILE, &before_); }
+
+ private:
+  rlimit before_{};
+};
+
 /// For root, who may read everything: somebody else as long as it lives.
 class OrdinaryUser {
  public:
@@ -148,6 +166,33 @@ TEST_F(ConfigStoreFaultTest, aFileThatBecomesReadableIsRead) {
   }
   std::filesystem::permissions(file_, std::filesystem::perms(0644));
   EXPECT_EQ(store.config(), withFps(24));
+}
+
+TEST_F(ConfigStoreFaultTest, keepsWhatItReadWhileThereAreNoDescriptors) {
+  edit(withFps(24));
+  ConfigStore store(directory_);
+  ASSERT_EQ(store.config(), withFps(24));
+  edit(withFps(25));
+  {
+    const NoDescriptors none;
+    EXPECT_EQ(store.config(), withFps(24));
+  }
+  EXPECT_EQ(store.config(), withFps(25));
+}
+
+TEST_F(ConfigStoreFaultTest, tellsOfAChangeThatCouldNotBeReadForWantOfDescriptors) {
+  edit(withFps(24));
+  Told told;
+  ConfigStore store(directory_);
+  store.observe(told.observer());
+  temporary_.write("draft", ConfigJson::write(withFps(25)));
+  {
+    const NoDescriptors none;
+    std::filesystem::rename(temporary_ / "draft", file_);
+    EXPECT_EQ(store.config(), withFps(24));
+  }
+  ASSERT_TRUE(told.endsWith(withFps(25)));
+  EXPECT_EQ(told.configs(), std::vector{withFps(25)});
 }
 
 TEST_F(ConfigStoreFaultTest, anUnwritableDirectoryRefusesChangesAndStillReads) {
