@@ -1,5 +1,8 @@
 #include "commands/ServeCommand.h"
 
+#include <sys/resource.h>
+
+#include <algorithm>
 #include <chrono>
 #include <exception>
 #include <future>
@@ -71,6 +74,16 @@ std::optional<std::int64_t> framesPerSecond(const Arguments& arguments) {
 Screen& screenOfTheProcess() {
   static Screen& screen = *makeScreen().release();
   return screen;
+}
+
+/// Each feed takes a descriptor, a film or a display some more; what the shell allows by default is
+/// less than many devices need, and less than the system has to give.
+void allowMoreDescriptors() noexcept {
+  constexpr rlim_t plenty = 65536;
+  rlimit limit{};
+  if (::getrlimit(RLIMIT_NOFILE, &limit) != 0 || limit.rlim_cur >= plenty) return;
+  limit.rlim_cur = std::min(limit.rlim_max, plenty);
+  ::setrlimit(RLIMIT_NOFILE, &limit);
 }
 
 std::string cameraText(const CameraStatus& camera, const Summary& summary) {
@@ -181,6 +194,7 @@ std::string statusText(const std::vector<DeviceStatus>& devices, const Summary& 
 }
 
 void run(const Arguments& arguments) {
+  allowMoreDescriptors();
   const auto control = sharedControl();
   const auto flags = overrides(arguments, [&](const std::string& path, MediaItem::Kind kind) {
     return importing(

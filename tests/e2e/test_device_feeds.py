@@ -129,6 +129,14 @@ class SimulatorFeedsTest(FeedsTest):
             self.simulators.booted([])
             eventually(lambda: not any(simulator_feed(udid).exists() for udid in udids), deadline=12)
 
+    def test_more_simulators_than_the_shell_allows_descriptors_are_fed(self):
+        udids = self.fresh_simulators(*(f"Phone {number:02}" for number in range(40)))
+        green = self.plain_picture("green.png", GREEN)
+        few = ("/bin/sh", "-c", 'ulimit -S -n 40 && exec "$@"', "sh", *self.simulators.prefix)
+        with self.lenslark.serve("--image", str(green), prefix=few):
+            for udid in udids:
+                eventually(lambda: self.colour(simulator_feed(udid)) == GREEN, deadline=30)
+
 
 # Any other `serve` on the machine would feed the emulators, too.
 @unittest.skipUnless(os.environ.get("LENSLARK_PRIVATE_TMP"), "needs a /tmp of its own")
