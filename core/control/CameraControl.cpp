@@ -34,6 +34,14 @@ std::vector<Simulator::Device> bootedSimulators() {
   }
 }
 
+std::vector<AndroidEmulator::Process> runningEmulators() {
+  try {
+    return AndroidEmulator::processes();
+  } catch (const std::system_error&) {
+    return {};  // No ps on this machine: the simulators can be listed all the same.
+  }
+}
+
 fs::path withoutTilde(const std::string& path) {
   std::error_code unreadable;
   if (!path.starts_with("~/") || fs::exists(path, unreadable)) return path;
@@ -87,7 +95,7 @@ std::vector<ConnectedDevice> connectedDevices() {
                        .runtime = simulator.runtime,
                        .window = {}});
   }
-  for (const AndroidEmulator::Process& emulator : AndroidEmulator::processes()) {
+  for (const AndroidEmulator::Process& emulator : runningEmulators()) {
     devices.push_back({.key = DeviceKey::android(emulator.avd),
                        .name = emulator.avd,
                        .feed = ConnectedDevice::Emulator{emulator.pid},

@@ -26,11 +26,7 @@ const Shell::Environment& wideOutput() {
 }
 
 Shell::Result ps(const std::vector<std::string>& arguments) {
-  try {
-    return Shell::run("/bin/ps", arguments, wideOutput());
-  } catch (const std::system_error&) {
-    return {};
-  }
+  return Shell::run("/bin/ps", arguments, wideOutput());
 }
 
 bool isDirectory(const std::string& path) {
@@ -226,11 +222,15 @@ std::vector<Process> processes() { return parseProcessList(ps({"-axo", "pid=,arg
 
 std::vector<RunningEmulator> running() {
   std::vector<RunningEmulator> emulators;
-  for (Process& process : processes()) {
-    // The command line, and the environment after it.
-    const Shell::Result result = ps({"eww", "-o", "command=", "-p", std::to_string(process.pid)});
-    const bool hasCamera = result.output.find("LenslarkEmuInject") != std::string::npos;
-    emulators.push_back({std::move(process.avd), process.pid, hasCamera});
+  try {
+    for (Process& process : processes()) {
+      // The command line, and the environment after it.
+      const Shell::Result result = ps({"eww", "-o", "command=", "-p", std::to_string(process.pid)});
+      const bool hasCamera = result.output.find("LenslarkEmuInject") != std::string::npos;
+      emulators.push_back({std::move(process.avd), process.pid, hasCamera});
+    }
+  } catch (const std::system_error&) {
+    // Then nobody knows of more.
   }
   return emulators;
 }

@@ -14,7 +14,7 @@
 ///
 /// **Threads**: any; every operation waits for its programs.
 /// **Fails** with CommandError where the tool or the injector is missing, with std::system_error
-/// where a program cannot be started. `processes`, `running` and `runningAVDs` never fail.
+/// where a program cannot be started. `running` and `runningAVDs` never fail.
 namespace lenslark::AndroidEmulator {
 
 /// Which of the emulator's cameras is fed. `both` is as `back`: an emulator takes one webcam.

@@ -66,8 +66,12 @@ void DeviceScanner::askSimulators(Pace pace, ScanPacing::Instant now) {
 
 void DeviceScanner::askEmulators(Pace pace, ScanPacing::Instant now) {
   if (pace == Pace::paced && !ScanPacing::emulatorsAreDue(last_, now)) return;
-  emulators_ = discovery_.emulators();
   last_.emulators = now;
+  try {
+    emulators_ = discovery_.emulators();
+  } catch (const std::exception&) {
+    // As with simulators: a process list that nobody could make tells of no emulator that ended.
+  }
 }
 
 bool DeviceScanner::scan(Pace pace, ScanPacing::Instant now) {

@@ -23,7 +23,7 @@ struct DeviceSnapshot {
 
 /// Who is asked what is there. Each may take long.
 struct DeviceDiscovery {
-  /// May throw: the simulators known before then stay.
+  /// These two may throw: the devices known before then stay.
   std::function<std::vector<Simulator::Device>()> simulators;
   std::function<std::vector<AndroidEmulator::Process>()> emulators;
   /// Nothing where the screen cannot be seen.

@@ -70,6 +70,7 @@ class DeviceScannerTest : public testing::Test {
             .emulators =
                 [this] {
                   ++emulatorScans;
+                  if (emulatorsFail) throw std::runtime_error("ps");
                   return emulators;
                 },
             .screenContent =
@@ -94,6 +95,7 @@ class DeviceScannerTest : public testing::Test {
   std::vector<AndroidEmulator::Process> emulators{{"Pixel", 42}};
   std::optional<ScreenContent> content = ScreenContent{};
   bool simulatorsFail = false;
+  bool emulatorsFail = false;
   int simulatorScans = 0;
   int emulatorScans = 0;
   int screenQueries = 0;
@@ -166,6 +168,14 @@ TEST_F(DeviceScannerTest, aToolThatFailsKeepsTheSimulatorsKnownBefore) {
   simulatorsFail = true;
   EXPECT_FALSE(paced(start + 6s));
   EXPECT_EQ(simulatorScans, 2);
+  EXPECT_EQ(scanner.snapshot().devices.size(), 2U);
+}
+
+TEST_F(DeviceScannerTest, aProcessListThatCannotBeMadeKeepsTheEmulatorsKnownBefore) {
+  forced();
+  emulatorsFail = true;
+  EXPECT_FALSE(paced(start + 4s));
+  EXPECT_EQ(emulatorScans, 2);
   EXPECT_EQ(scanner.snapshot().devices.size(), 2U);
 }
 
