@@ -262,8 +262,7 @@ TEST(ConfigJsonTest, refusesMalformedDates) {
 }
 
 TEST(ConfigJsonTest, refusesNumbersThatOverflow) {
-  for (const char* number :
-       {"9223372036854775808", "-1e19", "1e400", "99999999999999999999999"}) {
+  for (const char* number : {"9223372036854775808", "-1e19", "1e400", "99999999999999999999999"}) {
     std::string text = filledText;
     text.replace(text.find("30\n"), 2, number);
     EXPECT_THROW(ConfigJson::read(text), JsonError) << number;
