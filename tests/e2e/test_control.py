@@ -49,7 +49,7 @@ class SourceSetTest(SourceTest):
         self.assert_prints(self.source("set", "display", "two"), "global default → display 0\n")
         self.assert_prints(self.source("set", "display"), "global default → display 0\n")
         self.assert_prints(self.source("set", "display", "99999999999"),
-                           "global default → display 0\n")
+                           "global default → display 99999999999\n")
 
     def test_a_windows_text_is_all_words(self):
         self.assert_prints(self.source("set", "window", "Safari", "Tech", "Preview"),

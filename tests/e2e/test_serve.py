@@ -243,7 +243,7 @@ class UsageTest(EndToEndTest):
                                (("--fps", "0"), "--fps expects a positive number"),
                                (("--fps", "-1"), "--fps expects a positive number"),
                                (("--fps", "x"), "--fps expects a positive number"),
-                               (("--fps", "99999999999"), "--fps expects a positive number")):
+                               (("--fps", "-99999999999"), "--fps expects a positive number")):
             with self.subTest(words):
                 self.assert_fails(self.lenslark.run("serve", *words), message, 2)
 
