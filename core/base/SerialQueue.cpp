@@ -6,6 +6,10 @@
 #include <asio/steady_timer.hpp>
 #include <asio/strand.hpp>
 #include <asio/thread_pool.hpp>
+#include <atomic>
+#include <chrono>
+#include <cstdint>
+#include <system_error>
 #include <thread>
 #include <utility>
 
@@ -16,29 +20,94 @@ namespace {
 
 using Strand = asio::strand<asio::thread_pool::executor_type>;
 
+struct Pool {
+  explicit Pool(std::size_t count) : threads(count) {}
+
+  asio::thread_pool threads;
+  std::atomic<std::uint64_t> done = 0;  // items
+};
+
 // The pools live until the process ends: a queue in a static object may still need them while
 // others are being destroyed, so they are never torn down.
-asio::thread_pool& timelyPool() {
-  static auto& pool = *new asio::thread_pool(2);
+Pool& timelyPool() {
+  static auto& pool = *new Pool(2);
   return pool;
 }
 
-/// So many threads that some are left when a few hang in a disk or a device.
-std::size_t manyThreads() {
-  return std::max<std::size_t>(8, 4 * std::size_t{std::thread::hardware_concurrency()});
+void runLogged(Pool& pool, const std::string& label, std::move_only_function<void()>& work) {
+  try {
+    work();
+  } catch (const std::exception& error) {
+    Log::router().error("{}: {}", label, error.what());
+  }
+  pool.done += 1;
 }
 
-asio::thread_pool& blockingPool() {
-  static auto& pool = *new asio::thread_pool(manyThreads());
+/// Adds threads to a pool while not one of those it has gets anything done, as when all of them
+/// hang in a disk: what has nothing to do with that disk goes on then. Lives as long as its pool.
+class Rescue {
+ public:
+  explicit Rescue(Pool& pool) : pool_(pool), timer_(timelyPool().threads) { wait(); }
+
+ private:
+  static constexpr std::chrono::seconds patience{1};
+  static constexpr std::size_t step = 8;
+  static constexpr std::size_t mostAdded = 256;
+
+  void wait() {
+    timer_.expires_after(patience);
+    timer_.async_wait([this](const asio::error_code&) {
+      look();
+      wait();
+    });
+  }
+
+  /// A pool that is merely busy, or has nothing to do, is no case for it.
+  void look() {
+    const std::uint64_t done = pool_.done;
+    if (!asked_.exchange(true)) {
+      asio::post(pool_.threads, [this] { asked_ = false; });
+    } else if (done == doneBefore_ && added_ < mostAdded) {
+      addThreads();
+    }
+    doneBefore_ = done;
+  }
+
+  void addThreads() noexcept {
+    try {
+      for (std::size_t count = 0; count < step; ++count, ++added_)
+        std::thread([this] { pool_.threads.attach(); }).detach();
+    } catch (const std::system_error&) {
+      // The system has no thread to give; the next look asks again.
+    }
+  }
+
+  Pool& pool_;
+  asio::steady_timer timer_;
+  std::atomic<bool> asked_ = false;  // and not answered yet
+  std::uint64_t doneBefore_ = 0;
+  std::size_t added_ = 0;
+};
+
+/// Starts with so many threads that some are left when a few hang.
+Pool& makeRescuedPool() {
+  auto& pool =
+      *new Pool(std::max<std::size_t>(8, 4 * std::size_t{std::thread::hardware_concurrency()}));
+  new Rescue(pool);
   return pool;
 }
 
-asio::thread_pool& waitingPool() {
-  static auto& pool = *new asio::thread_pool(manyThreads());
+Pool& blockingPool() {
+  static auto& pool = makeRescuedPool();
   return pool;
 }
 
-asio::thread_pool& pool(SerialQueue::Lane lane) {
+Pool& waitingPool() {
+  static auto& pool = makeRescuedPool();
+  return pool;
+}
+
+Pool& poolOf(SerialQueue::Lane lane) {
   switch (lane) {
     case SerialQueue::Lane::timely:
       return timelyPool();
@@ -50,20 +119,14 @@ asio::thread_pool& pool(SerialQueue::Lane lane) {
   std::unreachable();
 }
 
-void runLogged(const std::string& label, std::move_only_function<void()>& work) {
-  try {
-    work();
-  } catch (const std::exception& error) {
-    Log::router().error("{}: {}", label, error.what());
-  }
-}
-
 }  // namespace
 
 struct SerialQueue::State {
-  State(std::string name, Lane lane) : label(std::move(name)), strand(pool(lane).get_executor()) {}
+  State(std::string name, Lane lane)
+      : label(std::move(name)), pool(poolOf(lane)), strand(pool.threads.get_executor()) {}
 
   const std::string label;
+  Pool& pool;
   Strand strand;
 };
 
@@ -75,8 +138,9 @@ SerialQueue::~SerialQueue() = default;
 const std::string& SerialQueue::label() const noexcept { return state_->label; }
 
 void SerialQueue::post(Work work) {
-  asio::post(state_->strand,
-             [state = state_, work = std::move(work)]() mutable { runLogged(state->label, work); });
+  asio::post(state_->strand, [state = state_, work = std::move(work)]() mutable {
+    runLogged(state->pool, state->label, work);
+  });
 }
 
 bool SerialQueue::isCurrent() const noexcept { return state_->strand.running_in_this_thread(); }
@@ -94,7 +158,7 @@ struct RepeatingTimer::State : std::enable_shared_from_this<State> {
   }
 
   void fire(unsigned armed) {
-    runLogged(queue->label, handler);
+    runLogged(queue->pool, queue->label, handler);
     const bool replaced = armed != generation;  // the handler set a new schedule, or stopped
     if (replaced) return;
     advance();
@@ -140,7 +204,8 @@ void RepeatingTimer::stop() {
 }
 
 void runInBackground(SerialQueue::Work work) {
-  asio::post(blockingPool(), [work = std::move(work)]() mutable { runLogged("background", work); });
+  asio::post(blockingPool().threads,
+             [work = std::move(work)]() mutable { runLogged(blockingPool(), "background", work); });
 }
 
 }  // namespace lenslark

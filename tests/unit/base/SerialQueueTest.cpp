@@ -93,6 +93,25 @@ TEST(SerialQueueTest, doesNotKeepTimelyWorkBehindBlockingWork) {
   ended.wait();
 }
 
+TEST(SerialQueueTest, goesOnBesideItemsThatHangOnEveryThread) {
+  const int hanging = std::max(8, 4 * static_cast<int>(std::thread::hardware_concurrency()));
+  std::latch release(1);
+  std::latch ended(hanging);
+  for (int index = 0; index < hanging; ++index) {
+    runInBackground([&] {
+      release.wait();
+      ended.count_down();
+    });
+  }
+  std::atomic<bool> ran = false;
+  SerialQueue other("test", SerialQueue::Lane::blocking);
+  other.post([&] { ran = true; });
+  EXPECT_TRUE(eventually([&] { return ran.load(); }, std::chrono::seconds(60)));
+  release.count_down();
+  ended.wait();
+  other.sync([] {});
+}
+
 TEST(RepeatingTimerTest, isSilentUntilItIsScheduled) {
   SerialQueue queue("test");
   std::atomic<int> fired = 0;
