@@ -42,9 +42,11 @@ FileIO::~FileIO() {
   avio_context_free(&context_);
 }
 
-bool FileIO::overdue() const noexcept {
-  return deadline_ > 0 && Clock::uptimeSeconds() > deadline_;
+void FileIO::setPatience(double seconds) noexcept {
+  patience_.begin(Clock::uptimeSeconds(), seconds);
 }
+
+bool FileIO::overdue() noexcept { return patience_.isOver(Clock::uptimeSeconds()); }
 
 int FileIO::read(void* self, std::uint8_t* buffer, int size) noexcept {
   auto& io = *static_cast<FileIO*>(self);

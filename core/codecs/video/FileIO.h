@@ -4,6 +4,7 @@
 #include <string>
 
 #include "base/FileDescriptor.h"
+#include "codecs/video/Patience.h"
 
 extern "C" {
 #include <libavformat/avio.h>
@@ -23,9 +24,9 @@ class FileIO {
 
   AVIOContext* context() const noexcept { return context_; }
 
-  /// From this uptime on (in seconds) reading fails; 0 for never.
-  void setDeadline(double uptime) noexcept { deadline_ = uptime; }
-  bool overdue() const noexcept;
+  /// So many seconds from now on reading fails; never before.
+  void setPatience(double seconds) noexcept;
+  bool overdue() noexcept;
 
  private:
   static int read(void* self, std::uint8_t* buffer, int size) noexcept;
@@ -34,7 +35,7 @@ class FileIO {
   FileDescriptor file_;
   std::int64_t size_ = 0;
   std::int64_t position_ = 0;
-  double deadline_ = 0;
+  Patience patience_;
   AVIOContext* context_ = nullptr;
 };
 

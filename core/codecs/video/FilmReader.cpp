@@ -10,7 +10,6 @@
 #include <thread>
 #include <vector>
 
-#include "base/Clock.h"
 #include "base/Error.h"
 #include "codecs/video/DisplayMatrix.h"
 
@@ -94,7 +93,7 @@ FilmReader::FilmReader(const std::string& path, int maxSide)
       io_(path),
       frame_(checked(av_frame_alloc())),
       packet_(checked(av_packet_alloc())) {
-  io_.setDeadline(Clock::uptimeSeconds() + patienceSeconds);
+  io_.setPatience(patienceSeconds);
   openFormat();
   chooseStream();
   openCodec();
@@ -112,7 +111,7 @@ void FilmReader::openFormat() {
   format->io_open = &refuseToOpen;
   format->probesize = probeBytes;
   format->interrupt_callback = {
-      [](void* io) -> int { return static_cast<const FileIO*>(io)->overdue() ? 1 : 0; }, &io_};
+      [](void* io) -> int { return static_cast<FileIO*>(io)->overdue() ? 1 : 0; }, &io_};
   AVDictionary* options = nullptr;
   av_dict_set(&options, "format_whitelist", allowedFormats, 0);
   av_dict_set(&options, "codec_whitelist", allowedDecoders, 0);
@@ -183,7 +182,7 @@ void FilmReader::describe(int maxSide) {
 }
 
 std::optional<VideoFrame> FilmReader::next() {
-  io_.setDeadline(Clock::uptimeSeconds() + patienceSeconds);
+  io_.setPatience(patienceSeconds);
   while (!io_.overdue()) {
     const int result = avcodec_receive_frame(codec_.get(), frame_.get());
     if (result == AVERROR(EAGAIN)) {
@@ -245,7 +244,7 @@ double FilmReader::timeOf(const AVFrame& frame) noexcept {
 }
 
 void FilmReader::rewind() {
-  io_.setDeadline(Clock::uptimeSeconds() + patienceSeconds);
+  io_.setPatience(patienceSeconds);
   const std::int64_t start = stream_->start_time == AV_NOPTS_VALUE ? 0 : stream_->start_time;
   int result = av_seek_frame(format_.get(), stream_->index, start, AVSEEK_FLAG_BACKWARD);
   if (result < 0) result = av_seek_frame(format_.get(), stream_->index, 0, AVSEEK_FLAG_BYTE);
