@@ -60,15 +60,15 @@ std::optional<std::string_view> digestOf(std::string_view id) noexcept {
 }
 
 std::vector<MediaItem> read(const std::filesystem::path& file) {
-  const auto text = readText(file);
-  return text ? parse(*text).items : std::vector<MediaItem>();
+  auto text = readText(file);
+  return text ? parse(*std::move(text)).items : std::vector<MediaItem>();
 }
 
 std::optional<std::vector<MediaItem>> readComplete(const std::filesystem::path& file) {
-  const auto text = readText(file);
+  auto text = readText(file);
   if (!text || BrokenFile::hasCopy(file.string())) return std::nullopt;
   try {
-    Parsed index = parse(*text);
+    Parsed index = parse(*std::move(text));
     return index.whole ? std::optional(std::move(index.items)) : std::nullopt;
   } catch (const JsonError&) {
     return std::nullopt;

@@ -5,6 +5,7 @@
 #include <rapidjson/reader.h>
 
 #include <array>
+#include <charconv>
 #include <cmath>
 #include <limits>
 #include <optional>
@@ -164,11 +165,10 @@ class Reader final : public rapidjson::BaseReaderHandler<rapidjson::UTF8<>, Read
   bool Bool(bool truth) {
     return value([truth](Entry& entry, Field field) { entry.boolean(field, truth); });
   }
-  bool Int(int number) { return Double(number); }
-  bool Uint(unsigned number) { return Double(number); }
-  bool Int64(std::int64_t number) { return Double(static_cast<double>(number)); }
-  bool Uint64(std::uint64_t number) { return Double(static_cast<double>(number)); }
-  bool Double(double number) {
+  bool RawNumber(const char* digits, rapidjson::SizeType length, bool) {
+    double number = 0;
+    const auto result = std::from_chars(digits, digits + length, number);
+    if (result.ec != std::errc()) return refuse("a number is too large");
     return value([number](Entry& entry, Field field) { entry.number(field, number); });
   }
   bool String(const char* text, rapidjson::SizeType length, bool) {
@@ -261,16 +261,18 @@ std::size_t markLength(std::string_view text) noexcept {
 
 }  // namespace
 
-Parsed parse(const std::string& text) {
-  constexpr unsigned exact = rapidjson::kParseFullPrecisionFlag;
-  constexpr unsigned validating = exact | rapidjson::kParseValidateEncodingFlag;
+Parsed parse(std::string text) {
+  // In place and with numbers left as they are the parser needs no stack of its own.
+  constexpr unsigned plain = rapidjson::kParseInsituFlag | rapidjson::kParseNumbersAsStringsFlag;
+  constexpr unsigned validating = plain | rapidjson::kParseValidateEncodingFlag;
   Json::refuseNul(text);
-  rapidjson::StringStream stream(text.c_str() + markLength(text));
+  const bool ascii = isAscii(text);
+  rapidjson::InsituStringStream stream(text.data() + markLength(text));
   Reader reader;
   rapidjson::Reader parser;
   // Most names are ASCII, and validating takes as long as all the rest.
-  const auto result = isAscii(text) ? parser.Parse<exact>(stream, reader)
-                                    : parser.Parse<validating>(stream, reader);
+  const auto result =
+      ascii ? parser.Parse<plain>(stream, reader) : parser.Parse<validating>(stream, reader);
   if (result.Code() == rapidjson::kParseErrorTermination) throw JsonError(reader.problem());
   if (result.IsError()) {
     throw JsonError(fmt::format("{} (at byte {})", rapidjson::GetParseError_En(result.Code()),
