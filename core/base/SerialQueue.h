@@ -25,7 +25,8 @@ class SerialQueue {
   /// heartbeats, timers); blocking ones may wait for child processes, disks and decoders; waiting
   /// ones for items of the other two as well (the start and stop of a source). An item never waits
   /// for one of its own lane, whose threads may all be waiting like it, and no timely item waits
-  /// behind another lane's.
+  /// behind another lane's. When nothing has been done in a blocking or waiting pool for a second
+  /// although something is to do, as when all its threads hang in one disk, it is given more.
   enum class Lane { timely, blocking, waiting };
 
   explicit SerialQueue(std::string label, Lane lane = Lane::timely);
