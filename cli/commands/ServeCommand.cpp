@@ -106,14 +106,14 @@ void printNotes(const LenslarkHost& host) {
       "Lenslark is serving cameras. Change them with `lenslark source set …`. Ctrl-C to stop.");
 }
 
-/// The host, and what is printed of it.
-///
 /// What lives as long as the process needs no owner.
 template <typename T>
 std::shared_ptr<T> neverDestroyed(T& object) {
   return {std::shared_ptr<void>(), &object};
 }
 
+/// The host, and what is printed of it.
+///
 /// Never destroyed: a terminal that takes no more text may hold up whoever prints for longer than
 /// the end may last.
 class Service {
