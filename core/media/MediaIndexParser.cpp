@@ -267,6 +267,10 @@ Parsed parse(std::string text) {
   constexpr unsigned validating = plain | rapidjson::kParseValidateEncodingFlag;
   Json::refuseNul(text);
   const bool ascii = isAscii(text);
+  // Of a character that the end of the text cuts off, the parser takes all that its first byte
+  // promises before it looks at any.
+  constexpr std::size_t longestTail = 3;
+  text.append(longestTail, '\0');
   rapidjson::InsituStringStream stream(text.data() + markLength(text));
   Reader reader;
   rapidjson::Reader parser;

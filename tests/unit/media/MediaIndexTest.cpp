@@ -114,6 +114,16 @@ TEST(MediaIndexTest, failsForWhatIsNoList) {
   }
 }
 
+/// Long enough for the heap, where a reader that goes past the end is seen.
+TEST(MediaIndexTest, failsForATextThatEndsInsideACharacter) {
+  const TemporaryDirectory directory;
+  for (const char* start : {"\xC3", "\xE2", "\xE2\x82", "\xF0", "\xF0\x9F", "\xF0\x9F\x98"}) {
+    const auto index =
+        directory.write("index.json", R"([{"name": "the name of a picture )" + std::string(start));
+    EXPECT_THROW(MediaIndex::read(index), JsonError) << start;
+  }
+}
+
 TEST(MediaIndexTest, readsBehindAByteOrderMark) {
   const TemporaryDirectory directory;
   const auto index = directory.write("index.json", "\xEF\xBB\xBF[" + entry(digestA, digestA) + "]");
