@@ -2,6 +2,7 @@
 
 import os
 import pathlib
+import re
 import shutil
 import subprocess
 import unittest
@@ -43,6 +44,16 @@ class InstallTest(EndToEndTest):
             "share/zsh/vendor-completions/_lenslark",
         })
         self.assertIn("share/doc/lenslark/README.md", documents)
+
+    def test_the_links_of_its_documents_lead_somewhere(self):
+        self.install(self.folder / "prefix")
+        documents = list((self.folder / "prefix").rglob("*.md"))
+        self.assertIn("README.md", {document.name for document in documents})
+        for document in documents:
+            for link in re.findall(r"\]\(([^)#\s]+)", document.read_text()):
+                if "://" not in link:
+                    with self.subTest(document=document.name, link=link):
+                        self.assertTrue((document.parent / link).is_file())
 
     def test_runs_from_a_staging_root(self):
         self.install("/usr", self.folder / "root")
