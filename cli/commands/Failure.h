@@ -24,7 +24,7 @@ class UsageError final : public Error {
 /// | 2 | a usage error: bad or missing arguments |
 /// | 3 | the menu-bar app did not answer, or a camera has no live feed |
 /// | 4 | no device matches |
-/// | 128 + signal | `serve`, when a second signal cut its orderly end short |
+/// | 128 + signal | a signal ended it: `serve` at the second one, all else at the first |
 namespace Failure {
 
 /// Writes "error: ", the error's own words and a line feed to standard error; returns the status
