@@ -6,8 +6,7 @@
 #include "sources/ScreenCapturer.h"
 
 /// `lenslark sources [--json]`: the displays and windows that can be captured, in the order in
-/// which
-/// `--display N` and window texts find them.
+/// which `--display N` and window texts find them.
 namespace lenslark::SourcesCommand {
 
 /// The list for people: aligned columns, one line a display or window.

@@ -20,8 +20,8 @@
 namespace lenslark {
 
 /// Booted simulators and running emulators, by name; those of one name in the order in which they
-/// were found. Runs the tools that list them; where simctl is missing, the emulators are still
-/// listed. **Fails** with Error on simctl output that cannot be read.
+/// were found. Runs the tools that list them; where one is missing, or what it says cannot be
+/// understood (which is logged), those that the other lists are still listed.
 std::vector<ConnectedDevice> connectedDevices();
 
 /// Changes and tells what cameras see: the one way in for the command line and for agents.
