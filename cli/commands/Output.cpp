@@ -3,12 +3,13 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <csignal>
+#include <span>
 #include <string>
+#include <system_error>
 
+#include "base/FileDescriptor.h"
 #include "base/Json.h"
-#include "base/PosixError.h"
 #include "base/Text.h"
 
 namespace lenslark::Output {
@@ -33,14 +34,11 @@ void surviveFailedWrites() {
 }
 
 void print(std::string_view text) {
-  while (!text.empty()) {
-    const auto written = ::write(STDOUT_FILENO, text.data(), text.size());
-    if (written < 0) {
-      if (errno == EINTR) continue;
-      if (errno == EPIPE) throw Closed();
-      throwErrno("standard output");
-    }
-    text.remove_prefix(static_cast<std::size_t>(written));
+  try {
+    writeAll(STDOUT_FILENO, std::as_bytes(std::span(text)), "standard output");
+  } catch (const std::system_error& error) {
+    if (error.code() == std::errc::broken_pipe) throw Closed();
+    throw;
   }
 }
 

@@ -46,8 +46,8 @@ void FileDescriptor::reset() noexcept {
 
 namespace {
 
-bool waitForRoom(const FileDescriptor& file) {
-  pollfd output{.fd = file.get(), .events = POLLOUT, .revents = 0};
+bool waitForRoom(int file) {
+  pollfd output{.fd = file, .events = POLLOUT, .revents = 0};
   return ::poll(&output, 1, -1) > 0 || errno == EINTR;
 }
 
@@ -55,8 +55,12 @@ bool waitForRoom(const FileDescriptor& file) {
 
 void writeAll(const FileDescriptor& file, std::span<const std::byte> bytes,
               const std::string& what) {
+  writeAll(file.get(), bytes, what);
+}
+
+void writeAll(int file, std::span<const std::byte> bytes, const std::string& what) {
   while (!bytes.empty()) {
-    const ssize_t written = ::write(file.get(), bytes.data(), bytes.size());
+    const ssize_t written = ::write(file, bytes.data(), bytes.size());
     if (written < 0) {
       if (errno == EINTR || (errno == EAGAIN && waitForRoom(file))) continue;
       throwErrno(what);

@@ -36,6 +36,8 @@ class FileDescriptor {
 /// wait by itself. **Fails** with std::system_error that names `what`.
 void writeAll(const FileDescriptor& file, std::span<const std::byte> bytes,
               const std::string& what);
+/// The same for a descriptor that nobody owns, as standard output's.
+void writeAll(int file, std::span<const std::byte> bytes, const std::string& what);
 
 /// Reads up to `buffer.size()` bytes at `offset`, fewer only at the end of the file. Returns how
 /// many, or -1 with errno.
