@@ -8,6 +8,7 @@
 #include <charconv>
 #include <cmath>
 #include <cstdint>
+#include <cstdlib>
 #include <limits>
 
 namespace lenslark::Text {
@@ -99,6 +100,13 @@ char32_t toLower(char32_t codePoint) {
   }
   if (unicodeLocale() == nullptr) return codePoint;
   return static_cast<char32_t>(::towlower_l(static_cast<wint_t>(codePoint), unicodeLocale()));
+}
+
+/// What std::from_chars finds too large or too small, without saying which: infinite, or next to
+/// nothing.
+double beyondRange(std::string_view digits) {
+  static const locale_t plain = ::newlocale(LC_ALL_MASK, "C", nullptr);
+  return ::strtod_l(std::string(digits).c_str(), nullptr, plain);
 }
 
 /// std::from_chars takes a "-" but no "+".
@@ -210,13 +218,15 @@ std::optional<std::int64_t> parseInteger(std::string_view text) noexcept {
   return digits->front() == '-' ? Limits::min() : Limits::max();
 }
 
-std::optional<double> parseDouble(std::string_view text) noexcept {
+std::optional<double> parseDouble(std::string_view text) {
   const auto digits = withoutPlus(text);
   if (!digits) return std::nullopt;
   double value = 0;
   const char* end = digits->data() + digits->size();
   const auto result = std::from_chars(digits->data(), end, value);
-  if (result.ec != std::errc() || result.ptr != end || !std::isfinite(value)) return std::nullopt;
+  if (result.ptr != end || result.ec == std::errc::invalid_argument) return std::nullopt;
+  if (result.ec == std::errc::result_out_of_range) value = beyondRange(*digits);
+  if (!std::isfinite(value)) return std::nullopt;
   return value;
 }
 

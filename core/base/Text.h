@@ -38,7 +38,7 @@ std::optional<int> parseInt(std::string_view text) noexcept;
 std::optional<std::int64_t> parseInteger(std::string_view text) noexcept;
 
 /// The whole text as a decimal floating-point number, an optional sign in front. "nan", "inf" and
-/// what overflows are not numbers.
-std::optional<double> parseDouble(std::string_view text) noexcept;
+/// what overflows are not numbers; what is too small for one is the nearest, mostly zero.
+std::optional<double> parseDouble(std::string_view text);
 
 }  // namespace lenslark::Text

@@ -5,13 +5,13 @@
 #include <rapidjson/reader.h>
 
 #include <array>
-#include <charconv>
 #include <cmath>
 #include <limits>
 #include <optional>
 #include <utility>
 
 #include "base/Json.h"
+#include "base/Text.h"
 #include "media/MediaIndex.h"
 
 namespace lenslark::MediaIndex {
@@ -166,10 +166,9 @@ class Reader final : public rapidjson::BaseReaderHandler<rapidjson::UTF8<>, Read
     return value([truth](Entry& entry, Field field) { entry.boolean(field, truth); });
   }
   bool RawNumber(const char* digits, rapidjson::SizeType length, bool) {
-    double number = 0;
-    const auto result = std::from_chars(digits, digits + length, number);
-    if (result.ec != std::errc()) return refuse("a number is too large");
-    return value([number](Entry& entry, Field field) { entry.number(field, number); });
+    const auto number = Text::parseDouble({digits, length});
+    if (!number) return refuse("a number is too large");
+    return value([&number](Entry& entry, Field field) { entry.number(field, *number); });
   }
   bool String(const char* text, rapidjson::SizeType length, bool) {
     if (holdsSurrogate({text, length})) return refuse("half a surrogate pair");

@@ -101,6 +101,10 @@ TEST(TextTest, readsFloatingPointNumbers) {
   EXPECT_EQ(Text::parseDouble("0.5"), 0.5);
   EXPECT_EQ(Text::parseDouble("+.5"), 0.5);
   EXPECT_EQ(Text::parseDouble("-1e3"), -1000);
+  EXPECT_EQ(Text::parseDouble("1e-310"), 1e-310);
+  for (const char* tiny : {"1e-999", "-1e-999", "+2e-324", "1e-99999999999999999999"}) {
+    EXPECT_EQ(Text::parseDouble(tiny), 0) << tiny;
+  }
 }
 
 TEST(TextTest, refusesWhatIsNoFiniteNumber) {
