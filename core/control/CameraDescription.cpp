@@ -7,7 +7,6 @@
 
 #include "base/Json.h"
 #include "base/Overloaded.h"
-#include "base/Text.h"
 
 namespace lenslark::CameraDescription {
 namespace {
@@ -42,7 +41,7 @@ std::string summary(const SourceSpec& source, const MediaNames& names) {
           },
           [](const SourceSpec::Slideshow& it) {
             return fmt::format("slideshow of {} images every {}s", it.mediaIds.size(),
-                               Text::shortestDouble(it.intervalSec));
+                               Json::compact(Json::number(it.intervalSec)));
           },
           [](const SourceSpec::Pattern&) -> std::string { return "test pattern"; },
       },

@@ -129,6 +129,9 @@ TEST(SummaryTest, saysWhatACameraShows) {
 TEST(SummaryTest, aSlideshowsIntervalIsItsShortestText) {
   EXPECT_EQ(summed({SourceSpec::Slideshow{{"a", "b", "c"}, 3}}), "slideshow of 3 images every 3s");
   EXPECT_EQ(summed({SourceSpec::Slideshow{{"a"}, 0.75}}), "slideshow of 1 images every 0.75s");
+  EXPECT_EQ(summed({SourceSpec::Slideshow{{"a"}, 100000}}), "slideshow of 1 images every 100000s");
+  EXPECT_EQ(summed({SourceSpec::Slideshow{{"a"}, 0.0001}}), "slideshow of 1 images every 0.0001s");
+  EXPECT_EQ(summed({SourceSpec::Slideshow{{"a"}, -0.0}}), "slideshow of 1 images every 0s");
 }
 
 TEST(SummaryTest, anOverlayIsAppended) {
