@@ -2,6 +2,7 @@
 
 #include <fmt/core.h>
 
+#include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <nlohmann/json.hpp>
@@ -53,9 +54,12 @@ std::optional<std::chrono::minutes> takeZone(std::string_view& text) {
   return east ? offset : -offset;
 }
 
-void skipFraction(std::string_view& text) {
-  if (!take(text, '.')) return;
-  while (!text.empty() && text.front() >= '0' && text.front() <= '9') text.remove_prefix(1);
+/// Seconds are counted whole. Returns whether nothing, or a point and its digits, came first.
+bool skipFraction(std::string_view& text) {
+  if (!take(text, '.')) return true;
+  const std::size_t digits = std::min(text.find_first_not_of("0123456789"), text.size());
+  text.remove_prefix(digits);
+  return digits > 0;
 }
 
 /// Beside the parser and not as its callback, which makes it several times slower.
@@ -129,8 +133,7 @@ std::optional<Date> parseDate(std::string_view text) {
   const auto minute = takeNumber(text, 2);
   if (!minute || !take(text, ':')) return std::nullopt;
   const auto second = takeNumber(text, 2);
-  if (!second) return std::nullopt;
-  skipFraction(text);
+  if (!second || !skipFraction(text)) return std::nullopt;
   const auto zone = takeZone(text);
   if (!zone || !text.empty()) return std::nullopt;
 
