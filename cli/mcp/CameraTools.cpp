@@ -64,17 +64,18 @@ bool isListed(const json& word, const json& schema) {
   return std::ranges::find(choices, word) != choices.end();
 }
 
-/// A word that no list has gets the same answer as on the command line.
+/// A word that no list has gets the same answer as on the command line. Of what is missing beside
+/// it, the check of all arguments tells first.
 void refuseUnknownWords(const json& arguments) {
   if (!arguments.is_object()) return;
   const json& properties = ToolTable::schema("set_source").at("properties");
-  if (const auto kind = arguments.find("kind"); kind != arguments.end() && kind->is_string()) {
-    if (!isListed(*kind, properties.at("kind"))) {
-      throw ControlError::unknownSource(kind->get<std::string>());
-    }
+  const auto kind = arguments.find("kind");
+  if (kind == arguments.end()) return;
+  if (kind->is_string() && !isListed(*kind, properties.at("kind"))) {
+    throw ControlError::unknownSource(kind->get<std::string>());
   }
   const auto overlay = arguments.find("overlay");
-  if (overlay == arguments.end() || !overlay->is_object()) return;
+  if (overlay == arguments.end() || !overlay->is_object() || !overlay->contains("path")) return;
   const auto anchor = overlay->find("anchor");
   if (anchor == overlay->end() || !anchor->is_string()) return;
   if (!isListed(*anchor, properties.at("overlay").at("properties").at("anchor"))) {
