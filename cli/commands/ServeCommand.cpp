@@ -45,10 +45,9 @@ class ChangePrinter {
   std::string last_;  // Guarded by `lock_`.
 };
 
-std::optional<SourceSpec> sourceOverride(const Arguments& arguments, const Import& import) {
-  if (const auto index = arguments.intAfter("--display")) {
-    return SourceSpec{SourceSpec::Display{*index}};
-  }
+std::optional<SourceSpec> sourceOverride(const Arguments& arguments, const Import& import,
+                                         std::optional<std::int64_t> display) {
+  if (display) return SourceSpec{SourceSpec::Display{*display}};
   if (auto match = arguments.value("--window")) {
     return SourceSpec{SourceSpec::Window{std::move(*match)}};
   }
@@ -173,8 +172,9 @@ class Service {
 FeedOverrides overrides(const Arguments& arguments, const Import& import) {
   FeedOverrides result;
   // Numbers first: a mistyped one must not cost an import.
+  const auto display = arguments.intAfter("--display");
   result.fps = framesPerSecond(arguments);
-  result.source = sourceOverride(arguments, import);
+  result.source = sourceOverride(arguments, import, display);
   if (const auto mode = arguments.value("--mode")) result.fill = *mode != "fit";
   return result;
 }

@@ -240,6 +240,8 @@ class UsageTest(EndToEndTest):
     def test_a_number_must_be_one(self):
         for words, message in ((("--display", "two"), "--display expects a number"),
                                (("--display", ""), "--display expects a number"),
+                               (("--fps", "0", "--display", "two"),
+                                "--display expects a number"),
                                (("--fps", "0"), "--fps expects a positive number"),
                                (("--fps", "-1"), "--fps expects a positive number"),
                                (("--fps", "x"), "--fps expects a positive number"),
