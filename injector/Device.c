@@ -109,11 +109,12 @@ bool handlesAreOurs(void) {
   return true;
 }
 
-static Handle* takeHandle(Device* device) {
+static Handle* takeHandle(Device* device, int access) {
   for (int i = 0; i < maxHandles; ++i) {
     int none = 0;
     if (!atomic_compare_exchange_strong(&handles[i].uses, &none, 1)) continue;
     handles[i].device = device;
+    handles[i].access = access;
     handles[i].priority = V4L2_PRIORITY_DEFAULT;
     return &handles[i];
   }
@@ -149,11 +150,11 @@ static bool isMarked(int descriptor, const Device* device) {
 }
 
 // Makes a timer the descriptor of a camera.
-static bool enlist(int descriptor, Device* device, bool idle) {
+static bool enlist(int descriptor, Device* device, int access, bool idle) {
   handleClosed(descriptor);
   if (descriptor >= maxDescriptors) return false;
-  Handle* handle = takeHandle(device);
-  if (!handle && handlesSweep()) handle = takeHandle(device);
+  Handle* handle = takeHandle(device, access);
+  if (!handle && handlesSweep()) handle = takeHandle(device, access);
   if (!handle) return false;
   give(descriptor, handle);
   if (idle) streamOpened(handle, descriptor);
@@ -170,7 +171,7 @@ int handleOpen(Device* device, int flags) {
                                           ((flags & O_CLOEXEC) ? TFD_CLOEXEC : 0));
   if (descriptor < 0) return -1;
   mark(descriptor, device);
-  if (enlist(descriptor, device, true)) return descriptor;
+  if (enlist(descriptor, device, flags & O_ACCMODE, true)) return descriptor;
   realClose(descriptor);
   errno = EMFILE;
   return -1;
@@ -186,9 +187,10 @@ Handle* handleAdopt(int descriptor) {
   const int saved = errno;
   const long found = syscall(SYS_fcntl, descriptor, F_GETSIG);
   struct itimerspec left;
-  const bool known = found >= firstMark && found < firstMark + deviceCount &&
-                     timerfd_gettime(descriptor, &left) == 0 && claimMemory() && handlesAreOurs() &&
-                     enlist(descriptor, &devices[found - firstMark], isIdle(descriptor, &left));
+  const bool known =
+      found >= firstMark && found < firstMark + deviceCount &&
+      timerfd_gettime(descriptor, &left) == 0 && claimMemory() && handlesAreOurs() &&
+      enlist(descriptor, &devices[found - firstMark], O_RDWR, isIdle(descriptor, &left));
   errno = saved;
   return known ? handlePin(descriptor) : NULL;
 }

@@ -99,7 +99,7 @@ LENSLARK_EXPORT DIR* opendir(const char* path) {
   if (errno != ENOENT) return NULL;
   const Place place = placeFind(AT_FDCWD, path);
   if (place.kind != placeClass && place.kind != placeDirectory) {
-    errno = place.kind == placeNone ? ENOENT : ENOTDIR;
+    if (place.kind != placeNone) errno = ENOTDIR;
     return NULL;
   }
   stream = NEXT(opendir)("/");

@@ -5,10 +5,12 @@
 
 #include <errno.h>
 #include <fcntl.h>
+#include <limits.h>
 #include <linux/close_range.h>
 #include <stdarg.h>
 #include <stdint.h>
 #include <sys/mman.h>
+#include <sys/uio.h>
 #include <unistd.h>
 
 #include "Device.h"
@@ -17,12 +19,11 @@
 #include "Places.h"
 #include "Real.h"
 #include "Stream.h"
+#include "UserMemory.h"
 
 static int openCamera(int directory, const char* path, int flags) {
   const Place place = placeFind(directory, path);
-  if (place.kind != placeNone) return placeOpen(&place, flags);
-  errno = ENOENT;
-  return -1;
+  return place.kind == placeNone ? -1 : placeOpen(&place, flags);
 }
 
 // Creating would make a plain file where the camera is: true if it was opened instead, or failed
@@ -112,7 +113,7 @@ static FILE* streamed(FILE* stream, const char* path, const char* mode) {
   if (stream || errno != ENOENT || mode[0] != 'r' || !realReady()) return stream;
   const Place place = placeFind(AT_FDCWD, path);
   if (place.kind != placeFile) {
-    errno = ENOENT;
+    if (place.kind != placeNone) errno = ENOENT;
     return NULL;
   }
   const int descriptor = placeOpen(&place, O_RDONLY | O_CLOEXEC);
@@ -209,6 +210,12 @@ static bool isAboutMark(int descriptor, int command) {
 }
 
 static int controlled(int outcome, int descriptor, int command) {
+  Handle* handle = outcome >= 0 && command == F_GETFL ? handlePin(descriptor) : NULL;
+  if (handle) {
+    // The timer behind it is always open for both.
+    outcome = (outcome & ~O_ACCMODE) | handle->access;
+    handleUnpin(handle);
+  }
   if (outcome >= 0 && (command == F_DUPFD || command == F_DUPFD_CLOEXEC)) {
     handleCopied(descriptor, outcome);
   }
@@ -261,6 +268,48 @@ LENSLARK_EXPORT ssize_t __read_chk(int descriptor, void* into, size_t size, size
   // The next one ends the program if the size is beyond the room, which is what it exists for.
   return size <= room && handleIs(descriptor) ? read(descriptor, into, size)
                                               : NEXT(__read_chk)(descriptor, into, size, room);
+}
+
+// Fills one part after the other, as the kernel does for a device that only reads.
+static ssize_t readParts(Handle* handle, int descriptor, const struct iovec* parts, int count) {
+  if (count < 0 || count > IOV_MAX) {
+    errno = EINVAL;
+    return -1;
+  }
+  ssize_t whole = 0;
+  for (int i = 0; i < count; ++i) {
+    struct iovec part;
+    ssize_t got = -1;
+    if (copyFromUser(&part, parts + i, sizeof(part))) {
+      got = streamRead(handle, descriptor, part.iov_base, part.iov_len);
+    }
+    if (got < 0) return whole > 0 ? whole : -1;
+    whole += got;
+    if ((size_t)got < part.iov_len) break;
+  }
+  return whole;
+}
+
+LENSLARK_EXPORT ssize_t readv(int descriptor, const struct iovec* parts, int count) {
+  Handle* handle = handlePin(descriptor);
+  if (!handle) return NEXT(readv)(descriptor, parts, count);
+  const ssize_t outcome = readParts(handle, descriptor, parts, count);
+  handleUnpin(handle);
+  return outcome;
+}
+
+// A camera has no place to go to.
+static off_t noPlace(void) {
+  errno = ESPIPE;
+  return -1;
+}
+
+LENSLARK_EXPORT off_t lseek(int descriptor, off_t offset, int whence) {
+  return handleIs(descriptor) ? noPlace() : NEXT(lseek)(descriptor, offset, whence);
+}
+
+LENSLARK_EXPORT off64_t lseek64(int descriptor, off64_t offset, int whence) {
+  return handleIs(descriptor) ? noPlace() : NEXT(lseek64)(descriptor, offset, whence);
 }
 
 LENSLARK_EXPORT void* mmap(void* address, size_t length, int protection, int flags, int descriptor,

@@ -10,6 +10,7 @@
 #include <sys/sysmacros.h>
 #include <unistd.h>
 
+#include "Paths.h"
 #include "Real.h"
 
 enum { videoMajor = 81 };
@@ -20,49 +21,6 @@ static const char numberDirectory[] = "/sys/dev/char";
 static const char* const fileNames[] = {"name", "dev", "index", "uevent"};
 
 enum { fileCount = sizeof(fileNames) / sizeof(fileNames[0]) };
-
-// Takes "." and ".." and doubled slashes out of an absolute path, as text.
-static bool normalise(const char* path, char into[static PATH_MAX]) {
-  size_t length = 0;
-  while (*path) {
-    while (*path == '/') ++path;
-    const size_t part = strcspn(path, "/");
-    if (part == 2 && path[0] == '.' && path[1] == '.') {
-      while (length > 0 && into[--length] != '/') {
-      }
-    } else if (part > 0 && !(part == 1 && path[0] == '.')) {
-      if (length + part + 2 > PATH_MAX) return false;
-      into[length++] = '/';
-      memcpy(into + length, path, part);
-      length += part;
-    }
-    path += part;
-  }
-  into[length] = '\0';
-  return true;
-}
-
-static bool absolute(int directory, const char* path, char into[static PATH_MAX]) {
-  if (path[0] == '/') return normalise(path, into);
-  char whole[2 * PATH_MAX];
-  const char* known = directory == AT_FDCWD ? NULL : directoryNameOf(directory);
-  if (known) {
-    snprintf(whole, sizeof(whole), "%s/%s", known, path);
-    return normalise(whole, into);
-  }
-  char link[64];
-  char base[PATH_MAX];
-  if (directory == AT_FDCWD) {
-    snprintf(link, sizeof(link), "/proc/self/cwd");
-  } else {
-    snprintf(link, sizeof(link), "/proc/self/fd/%d", directory);
-  }
-  const ssize_t length = realReadlinkat(AT_FDCWD, link, base, sizeof(base) - 1);
-  if (length <= 0) return false;
-  base[length] = '\0';
-  snprintf(whole, sizeof(whole), "%s/%s", base, path);
-  return normalise(whole, into);
-}
 
 // The rest of `path` behind `prefix`, which ends at a slash or at the end.
 static const char* behind(const char* path, const char* prefix) {
@@ -87,25 +45,24 @@ static Device* numbered(const char* text, const char* prefix, const char** rest)
   return deviceWithNumber(number);
 }
 
-static Place below(Device* device, const char* rest, bool isLink) {
-  Place place = {placeNone, device, NULL, false};
-  if (!device) return place;
-  if (*rest == '\0') {
-    place.kind = placeDirectory;
-    place.isLink = isLink;
-    return place;
-  }
-  for (int i = 0; *rest == '/' && i < fileCount; ++i) {
-    if (strcmp(rest + 1, fileNames[i]) == 0) {
-      place.kind = placeFile;
-      place.file = fileNames[i];
-    }
-  }
-  return place;
+// Nothing of ours. What is below a thing that is no directory deserves another error.
+static Place nothing(bool isBelowFile) {
+  errno = isBelowFile ? ENOTDIR : ENOENT;
+  return (Place){placeNone, NULL, NULL, false};
 }
 
+static Place below(Device* device, const char* rest, bool isLink) {
+  if (!device) return nothing(false);
+  if (*rest == '\0') return (Place){placeDirectory, device, NULL, isLink};
+  for (int i = 0; *rest == '/' && i < fileCount; ++i) {
+    const char* end = behind(rest + 1, fileNames[i]);
+    if (end) return *end ? nothing(true) : (Place){placeFile, device, fileNames[i], false};
+  }
+  return nothing(false);
+}
+
+// What a path without links is of ours. If it is nothing, errno tells why.
 static Place recognise(const char* path) {
-  const Place none = {placeNone, NULL, NULL, false};
   const char* rest = behind(path, "/dev");
   if (rest) {
     const char* end = "";
@@ -115,7 +72,8 @@ static Place recognise(const char* path) {
       device = numbered(rest, "char/81:", &end);
       isLink = true;
     }
-    return device && *end == '\0' ? (Place){placeDevice, device, NULL, isLink} : none;
+    return device && *end == '\0' ? (Place){placeDevice, device, NULL, isLink}
+                                  : nothing(device && *end == '/');
   }
   rest = behind(path, classDirectory);
   const bool inClass = rest != NULL;
@@ -132,18 +90,41 @@ static Place recognise(const char* path) {
     Device* device = numbered(rest, "81:", &end);
     return below(device, end, true);
   }
-  return none;
+  return nothing(false);
+}
+
+bool placeIsDirectory(const char* path) {
+  const Place place = recognise(path);
+  if (place.kind == placeDevice || place.kind == placeFile) errno = ENOTDIR;
+  return place.kind == placeClass || place.kind == placeDirectory;
+}
+
+static bool isNumbered(const char* name, const char* prefix) {
+  const size_t length = strlen(prefix);
+  return strncmp(name, prefix, length) == 0 && name[length] >= '0' && name[length] <= '9';
+}
+
+// Most of what is missing has nothing in common with our names, "video4linux" being one of them.
+static bool resemblesOurs(const char* path) {
+  while (*path) {
+    if (isNumbered(path, "video") || isNumbered(path, "81:")) return true;
+    path += strcspn(path, "/");
+    path += strspn(path, "/");
+  }
+  return false;
 }
 
 Place placeFind(int directory, const char* path) {
-  // Most of what is missing has nothing in common with our names.
-  if (!strstr(path, "video") && !strstr(path, "81:") && !directoryNameOf(directory)) {
-    return (Place){placeNone, NULL, NULL, false};
+  if (!resemblesOurs(path) && !directoryNameOf(directory) && !pathIsLink(directory, path)) {
+    return nothing(false);
   }
   const int saved = errno;
-  char whole[PATH_MAX];
-  const Place place =
-      absolute(directory, path, whole) ? recognise(whole) : (Place){placeNone, NULL, NULL, false};
+  Path whole;
+  if (!pathResolve(directory, path, &whole)) return (Place){placeNone, NULL, NULL, false};
+  Place place = recognise(whole.text);
+  if (place.kind == placeNone) return place;
+  // Whoever writes a slash means what the link leads to.
+  if (whole.isDirectory) place.isLink = false;
   errno = saved;
   return place;
 }

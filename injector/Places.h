@@ -1,8 +1,9 @@
 // Places.h - the paths under which the cameras are found.
 //
 // A path is looked at only after the kernel said that nothing is there. A real device therefore
-// always wins, an ordinary program pays nothing, and a bad pointer was refused before it is read.
-// Threads: any. Owns: nothing. Fails: a path that is none of ours is placeNone.
+// always wins, an ordinary program pays at most a look whether the path is a link, and a bad
+// pointer was refused before it is read. Threads: any. Owns: nothing. Fails: a path that is none of
+// ours is placeNone, with the errno that the kernel would give if the cameras were its own.
 #pragma once
 
 #include <dirent.h>
@@ -25,6 +26,10 @@ typedef struct Place {
 
 /// What a path that does not exist means.
 Place placeFind(int directory, const char* path);
+
+/// True if an absolute path without links is a directory that only we have; else errno tells why
+/// not.
+bool placeIsDirectory(const char* path);
 
 /// What a camera's descriptor looks like to fstat().
 void placeStatDevice(const Device* device, struct stat* into);

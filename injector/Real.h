@@ -11,6 +11,7 @@
 #include <stdio.h>
 #include <sys/stat.h>
 #include <sys/types.h>
+#include <sys/uio.h>
 
 // Result, name and arguments of each interposed call that goes on to the next definition of its own
 // name, so that another preloaded library or a sanitizer that interposes just that one is met.
@@ -40,6 +41,9 @@
   CALL(int, ioctl, (int, unsigned long, ...))                                               \
   CALL(ssize_t, read, (int, void*, size_t))                                                 \
   CALL(ssize_t, __read_chk, (int, void*, size_t, size_t))                                   \
+  CALL(ssize_t, readv, (int, const struct iovec*, int))                                     \
+  CALL(off_t, lseek, (int, off_t, int))                                                     \
+  CALL(off64_t, lseek64, (int, off64_t, int))                                               \
   CALL(void*, mmap, (void*, size_t, int, int, int, off_t))                                  \
   CALL(void*, mmap64, (void*, size_t, int, int, int, off_t))                                \
   CALL(int, munmap, (void*, size_t))                                                        \

@@ -216,10 +216,7 @@ LENSLARK_EXPORT ssize_t __readlinkat_chk(int directory, const char* path, char* 
 static char* named(char* name, const char* path, char* into) {
   if (name || errno != ENOENT || !realReady()) return name;
   const Place place = placeFind(AT_FDCWD, path);
-  if (place.kind == placeNone) {
-    errno = ENOENT;
-    return NULL;
-  }
+  if (place.kind == placeNone) return NULL;
   if (!into) into = malloc(PATH_MAX);
   if (into) placeRealName(&place, into);
   return into;
@@ -241,7 +238,7 @@ LENSLARK_EXPORT char* canonicalize_file_name(const char* path) {
 // Listing programs ask for access lists: there are none.
 static ssize_t attribute(ssize_t outcome, const char* path) {
   if (outcome >= 0 || errno != ENOENT || !realReady()) return outcome;
-  errno = placeFind(AT_FDCWD, path).kind == placeNone ? ENOENT : ENODATA;
+  if (placeFind(AT_FDCWD, path).kind != placeNone) errno = ENODATA;
   return -1;
 }
 

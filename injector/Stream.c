@@ -1,6 +1,7 @@
 #include "Stream.h"
 
 #include <errno.h>
+#include <fcntl.h>
 #include <string.h>
 #include <sys/mman.h>
 #include <sys/syscall.h>
@@ -339,7 +340,7 @@ int streamDequeue(Handle* handle, int descriptor, struct v4l2_buffer* request) {
   int error = 0;
   if (isTaken(device, handle)) {
     error = EBUSY;
-  } else if (!device->streaming || request->memory != device->memory) {
+  } else if (!device->streaming) {
     error = EINVAL;
   } else {
     error = awaitFrame(device, descriptor);
@@ -405,6 +406,10 @@ static int startReading(Device* device, Handle* handle, size_t size) {
 
 ssize_t streamRead(Handle* handle, int descriptor, void* into, size_t size) {
   Device* device = handle->device;
+  if (handle->access != O_RDONLY && handle->access != O_RDWR) {
+    errno = EBADF;
+    return -1;
+  }
   if (size == 0) return 0;
   pthread_mutex_lock(&device->lock);
   awaitPainter(device);  // Another thread that reads.

@@ -13,6 +13,7 @@
 #include <sys/ioctl.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
+#include <sys/uio.h>
 #include <sys/xattr.h>
 #include <unistd.h>
 
@@ -24,6 +25,7 @@ static struct stat status;
 static struct stat64 status64;
 static struct statx more;
 static void* volatile bad = (void*)8;
+static volatile int fewerThanNone = -1;
 
 static void tell(const char* what, long outcome) {
   printf(" %s %ld %d", what, outcome, outcome < 0 ? errno : 0);
@@ -90,6 +92,10 @@ static void tellOfDescriptor(int descriptor) {
   tell("ioctl", ioctl(descriptor, _IOR('V', 0, char[104]), room));
   tell("into nowhere", ioctl(descriptor, FIONREAD, bad));
   tell("read", read(descriptor, bad, 4));
+  tell("readv", readv(descriptor, bad, 1));
+  tell("of no parts", readv(descriptor, bad, fewerThanNone));
+  tell("lseek", lseek(descriptor, 0, SEEK_CUR));
+  tell("lseek64", lseek64(descriptor, -5, SEEK_SET));
   void* mapped = mmap(NULL, 4096, PROT_READ, MAP_SHARED, descriptor, 0);
   tell("mmap", mapped == MAP_FAILED ? -1 : 0);
   tell("of nothing", mmap64(NULL, 0, PROT_READ, MAP_SHARED, descriptor, 0) == MAP_FAILED ? -1 : 0);
@@ -126,6 +132,8 @@ int main(void) {
       "/etc/passwd/video1",
       "/etc/passwd/",
       "/missing/../dev/videoX",
+      "/missing/../dev/video0",
+      "/etc/passwd/../dev/video0",
       tooLong,
   };
   const int bases[] = {AT_FDCWD, -1, directory, file, nothing, farAway};

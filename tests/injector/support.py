@@ -13,6 +13,7 @@ RUN = os.path.join(BUILD, "lenslark-run")
 PROBE = os.path.join(BUILD, "tests", "injector-probe")
 CALLS = os.path.join(BUILD, "tests", "injector-calls")
 CROWD = os.path.join(BUILD, "tests", "injector-crowd")
+DETAILS = os.path.join(BUILD, "tests", "injector-details")
 RED, GREEN, BLUE = (0, 0, 255), (0, 255, 0), (255, 0, 0)
 
 

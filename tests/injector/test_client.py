@@ -3,7 +3,7 @@ import subprocess
 import unittest
 
 from feed import Feed, halves, solid
-from support import BLUE, CALLS, CROWD, CameraTest, PROBE, RED
+from support import BLUE, CALLS, CROWD, CameraTest, DETAILS, PROBE, RED
 
 
 class ClientTest(CameraTest):
@@ -72,6 +72,9 @@ class ClientTest(CameraTest):
             self.assertLessEqual(worst, 2, fourcc)
             self.assertEqual(pictures[1], pictures[2], fourcc)
 
+    def test_links_to_the_cameras_are_followed(self):
+        self.check(DETAILS, "links", TMPDIR=self.directory)
+
 
 def add(program, command, name):
     def test(self):
@@ -108,6 +111,11 @@ add(CALLS, "inheritedByFork", "a_child_streams_on_when_its_parent_has_gone")
 add(CALLS, "execing", "a_camera_that_is_standard_input_survives_exec")
 add(CALLS, "execingReader", "a_camera_that_is_standard_input_can_be_read")
 add(CALLS, "handedOver", "a_camera_can_be_handed_to_another_process")
+add(DETAILS, "directories", "a_camera_is_no_directory")
+add(DETAILS, "seeking", "a_camera_cannot_be_sought_in")
+add(DETAILS, "scattered", "a_picture_can_be_read_into_parts")
+add(DETAILS, "modes", "a_camera_is_read_only_through_what_was_opened_for_that")
+add(DETAILS, "taking", "a_buffer_is_taken_by_its_type_alone")
 
 if __name__ == "__main__":
     unittest.main()

@@ -1,0 +1,186 @@
+// details.c - a client for the tests of what few programs do with a camera, but a character device
+// answers all the same: `details COMMAND`.
+#include <dirent.h>
+#include <fcntl.h>
+#include <limits.h>
+#include <linux/videodev2.h>
+#include <stdbool.h>
+#include <stdint.h>
+#include <sys/ioctl.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
+#include <sys/uio.h>
+#include <unistd.h>
+
+#include "probe.h"
+
+static void* volatile bad = (void*)8;
+static volatile int fewerThanNone = -1;
+
+static bool failsWith(int error, long outcome) { return outcome < 0 && errno == error; }
+
+static void checkIsNoDirectory(const char* path) {
+  struct stat status;
+  struct statx more;
+  char name[PATH_MAX];
+  CHECK(failsWith(ENOTDIR, open(path, O_RDWR)));
+  CHECK(failsWith(ENOTDIR, stat(path, &status)));
+  CHECK(failsWith(ENOTDIR, lstat(path, &status)));
+  CHECK(failsWith(ENOTDIR, statx(AT_FDCWD, path, 0, STATX_TYPE, &more)));
+  CHECK(failsWith(ENOTDIR, access(path, F_OK)));
+  CHECK(failsWith(ENOTDIR, readlink(path, name, sizeof(name))));
+  CHECK(!realpath(path, name) && errno == ENOTDIR);
+  CHECK(!opendir(path) && errno == ENOTDIR);
+}
+
+static void directories(void) {
+  checkIsNoDirectory("/dev/video0/");
+  checkIsNoDirectory("/dev/video0//.");
+  checkIsNoDirectory("/dev/video0/x");
+  checkIsNoDirectory("/dev/video0/../null");
+  checkIsNoDirectory("/sys/class/video4linux/video0/name/");
+  struct stat status;
+  const char* link = "/sys/class/video4linux/video0";
+  CHECK(lstat(link, &status) == 0 && S_ISLNK(status.st_mode));
+  CHECK(lstat("/sys/class/video4linux/video0/", &status) == 0 && S_ISDIR(status.st_mode));
+  CHECK(stat("/sys/class/video4linux/../../dev/char/81:1/name", &status) == 0);
+  // What is not there leads nowhere.
+  CHECK(failsWith(ENOENT, open("/missing/../dev/video0", O_RDWR)));
+  CHECK(failsWith(ENOENT, open("/dev/video2/", O_RDWR)));
+}
+
+// True if all that a program asks of a path is answered as for the camera of that number.
+static bool isCamera(const char* path, unsigned number) {
+  struct stat status;
+  struct v4l2_capability capability;
+  char wanted[32];
+  char name[PATH_MAX];
+  snprintf(wanted, sizeof(wanted), "/dev/video%u", number);
+  const int descriptor = open(path, O_RDWR);
+  const bool opened = descriptor >= 0 && ioctl(descriptor, VIDIOC_QUERYCAP, &capability) == 0;
+  if (descriptor >= 0) close(descriptor);
+  return opened && stat(path, &status) == 0 && S_ISCHR(status.st_mode) &&
+         status.st_rdev == makedev(81, number) && access(path, R_OK | W_OK) == 0 &&
+         realpath(path, name) && strcmp(name, wanted) == 0;
+}
+
+// In the test's own directory.
+static void links(void) {
+  const char* here = getenv("TMPDIR");
+  static const char* const names[][2] = {
+      {"absolute", "/dev/video0"}, {"chained", "inside/../absolute"},
+      {"folder", "/dev"},          {"inside/up", "../folder/video1"},
+      {"inside/further", "./up"},  {"nowhere", "missing"},
+      {"circle", "circle"},        {"number", "/dev/char/81:1"},
+      {"slashed", "/dev/video0/"}, {"name", "/sys/class/video4linux/video1/name"},
+  };
+  enum { count = sizeof(names) / sizeof(names[0]) };
+  CHECK(here && chdir(here) == 0 && mkdir("inside", 0700) == 0);
+  for (int i = 0; i < count; ++i) CHECK(symlink(names[i][1], names[i][0]) == 0);
+  CHECK(isCamera("absolute", 0) && isCamera("chained", 0) && isCamera("folder/video0", 0));
+  CHECK(isCamera("inside/up", 1) && isCamera("./inside/further", 1) && isCamera("number", 1));
+  char whole[PATH_MAX + 16];
+  snprintf(whole, sizeof(whole), "%s/inside/up", here);
+  CHECK(isCamera(whole, 1));
+  const int inside = open("inside", O_RDONLY | O_DIRECTORY);
+  const int camera = openat(inside, "further", O_RDWR);
+  struct v4l2_capability capability;
+  CHECK(ioctl(camera, VIDIOC_QUERYCAP, &capability) == 0);
+  FILE* name = fopen("name", "r");
+  CHECK(name && fclose(name) == 0);
+  // The links themselves are what they are.
+  struct stat status;
+  CHECK(lstat("absolute", &status) == 0 && S_ISLNK(status.st_mode));
+  CHECK(readlink("absolute", whole, sizeof(whole)) == 11);
+  CHECK(failsWith(ELOOP, open("absolute", O_RDWR | O_NOFOLLOW)));
+  CHECK(failsWith(EEXIST, open("absolute", O_RDWR | O_CREAT | O_EXCL, 0600)));
+  CHECK(failsWith(ENOTDIR, open("slashed", O_RDWR)));
+  CHECK(failsWith(ENOENT, open("nowhere", O_RDWR)));
+  CHECK(failsWith(ELOOP, open("circle", O_RDWR)));
+  // A program that creates what is missing gets the camera, too, and makes no file of its name.
+  CHECK(ioctl(creat("absolute", 0600), VIDIOC_QUERYCAP, &capability) == 0);
+  CHECK(open("nowhere", O_RDWR | O_CREAT, 0600) >= 0 && access("missing", F_OK) == 0);
+}
+
+static void seeking(void) {
+  const int camera = open("/dev/video0", O_RDWR);
+  CHECK(failsWith(ESPIPE, lseek(camera, 0, SEEK_CUR)));
+  CHECK(failsWith(ESPIPE, lseek64(camera, 4, SEEK_SET)));
+  CHECK(close(camera) == 0 && failsWith(EBADF, lseek(camera, 0, SEEK_CUR)));
+}
+
+static void scattered(void) {
+  enum { pictureSize = 640 * 480 * 2, firstSize = 1000 };
+  const int camera = open("/dev/video0", O_RDONLY);
+  struct v4l2_format format = {.type = V4L2_BUF_TYPE_VIDEO_CAPTURE};
+  format.fmt.pix.width = 640;
+  format.fmt.pix.height = 480;
+  format.fmt.pix.pixelformat = V4L2_PIX_FMT_YUYV;
+  CHECK(ioctl(camera, VIDIOC_S_FMT, &format) == 0 && format.fmt.pix.sizeimage == pictureSize);
+  uint8_t* whole = calloc(1, 2 * pictureSize);
+  uint8_t* apart = calloc(1, 2 * pictureSize);
+  CHECK(read(camera, whole, pictureSize) == pictureSize);
+  // A part that is not filled is the last.
+  const struct iovec parts[] = {
+      {apart, firstSize}, {apart + firstSize, 2 * pictureSize - firstSize}, {apart, 1}};
+  CHECK(readv(camera, parts, 3) == pictureSize && memcmp(whole, apart, pictureSize) == 0);
+  const struct iovec halfBad[] = {{apart, firstSize}, {bad, firstSize}};
+  CHECK(readv(camera, halfBad, 2) == firstSize);
+  CHECK(failsWith(EFAULT, readv(camera, bad, 1)));
+  CHECK(failsWith(EINVAL, readv(camera, parts, fewerThanNone)));
+  CHECK(readv(camera, parts, 0) == 0);
+  free(whole);
+  free(apart);
+}
+
+static void modes(void) {
+  char byte;
+  const int reading = open("/dev/video0", O_RDONLY | O_NONBLOCK);
+  const int writing = open("/dev/video0", O_WRONLY);
+  const int both = open("/dev/video0", O_RDWR);
+  CHECK(fcntl(reading, F_GETFL) == (O_RDONLY | O_NONBLOCK));
+  CHECK((fcntl(writing, F_GETFL) & O_ACCMODE) == O_WRONLY);
+  CHECK((fcntl(both, F_GETFL) & O_ACCMODE) == O_RDWR);
+  CHECK((fcntl(dup(writing), F_GETFL) & O_ACCMODE) == O_WRONLY);
+  CHECK(failsWith(EBADF, read(writing, &byte, 1)));
+  const struct iovec part = {&byte, 1};
+  CHECK(failsWith(EBADF, readv(writing, &part, 1)));
+  CHECK(failsWith(EINVAL, write(both, &byte, 1)));
+  // Settings are made through any.
+  struct v4l2_format format = {.type = V4L2_BUF_TYPE_VIDEO_CAPTURE};
+  CHECK(ioctl(writing, VIDIOC_S_FMT, &format) == 0);
+  CHECK(read(both, &byte, 1) == 1);
+}
+
+// A buffer is taken by its type alone.
+static void taking(void) {
+  const int camera = open("/dev/video0", O_RDWR);
+  struct v4l2_requestbuffers request = {
+      .count = 1, .type = V4L2_BUF_TYPE_VIDEO_CAPTURE, .memory = V4L2_MEMORY_MMAP};
+  CHECK(ioctl(camera, VIDIOC_REQBUFS, &request) == 0);
+  struct v4l2_buffer buffer = {.type = V4L2_BUF_TYPE_VIDEO_CAPTURE, .memory = V4L2_MEMORY_MMAP};
+  int type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
+  CHECK(ioctl(camera, VIDIOC_QBUF, &buffer) == 0 && ioctl(camera, VIDIOC_STREAMON, &type) == 0);
+  memset(&buffer, 0, sizeof(buffer));
+  CHECK(failsWith(EINVAL, ioctl(camera, VIDIOC_DQBUF, &buffer)));
+  buffer.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
+  CHECK(ioctl(camera, VIDIOC_DQBUF, &buffer) == 0 && buffer.memory == V4L2_MEMORY_MMAP);
+}
+
+int main(int count, char** arguments) {
+  static const struct {
+    const char* name;
+    void (*run)(void);
+  } commands[] = {
+      {"directories", directories}, {"links", links}, {"seeking", seeking},
+      {"scattered", scattered},     {"modes", modes}, {"taking", taking},
+  };
+  for (size_t i = 0; count > 1 && i < sizeof(commands) / sizeof(commands[0]); ++i) {
+    if (strcmp(arguments[1], commands[i].name) != 0) continue;
+    commands[i].run();
+    return 0;
+  }
+  fprintf(stderr, "details: unknown command\n");
+  return 2;
+}
