@@ -105,6 +105,7 @@ static enum Outcome tryFile(Feed* feed, const char* path) {
     const bool whole = takeGeometry(feed, &header, (uint64_t)status.st_size);
     outcome = whole && feed->counter % 2 == 0 ? ready : noFrame;
     viewOpen(&feed->view, feed->descriptor, &status);
+    feed->entered = outcome == ready && viewEnter(&feed->view);
   }
   if (outcome != ready) feedClose(feed);
   return outcome;
@@ -164,9 +165,24 @@ static bool readBand(Feed* feed, uint8_t* band, uint32_t first) {
   return false;
 }
 
+// Rows in place, unless they lie so close to the mapping's end that a vector would reach over it.
+static const uint8_t* rowsInPlace(Feed* feed, uint32_t first, uint32_t count) {
+  const uint64_t begin = (uint64_t)first * feed->stride;
+  const size_t size = (size_t)count * feed->stride;
+  const uint8_t* rows = viewBytes(&feed->view, size + feedPadding, feed->pixelsAt + begin);
+  if (!rows) return NULL;
+  const uint64_t end = begin + size;
+  const uint64_t whole = (uint64_t)feed->stride * feed->height;
+  if (feed->aheadAt < end) feed->aheadAt = end + feedLead;
+  feed->aheadEnd = end + 2 * feedLead < whole ? end + 2 * feedLead : whole;
+  return rows;
+}
+
 const uint8_t* feedRows(Feed* feed, uint32_t first, uint32_t count) {
   if (first > feed->height || count > feed->height - first) return NULL;
   if (feed->copied) return feed->room + (size_t)first * feed->stride;
+  const uint8_t* rows = feed->entered ? rowsInPlace(feed, first, count) : NULL;
+  if (rows) return rows;
   const bool held = first >= feed->bandFirst && count <= feed->bandCount &&
                     first - feed->bandFirst <= feed->bandCount - count;
   uint8_t* band = feed->room ? feed->room : feed->band;
@@ -175,7 +191,7 @@ const uint8_t* feedRows(Feed* feed, uint32_t first, uint32_t count) {
 }
 
 void feedPrefetch(Feed* feed, size_t size) {
-  const uint64_t rest = feed->aheadEnd - feed->aheadAt;
+  const uint64_t rest = feed->aheadEnd > feed->aheadAt ? feed->aheadEnd - feed->aheadAt : 0;
   if (size > rest) size = (size_t)rest;
   viewPrefetch(&feed->view, size, feed->pixelsAt + feed->aheadAt);
   feed->aheadAt += size;
@@ -186,10 +202,12 @@ bool feedIsUntorn(const Feed* feed) {
   uint64_t counter;
   atomic_thread_fence(memory_order_acquire);
   return readAt(feed->descriptor, &counter, sizeof(counter), feed->counterAt) &&
-         counter == feed->counter;
+         counter == feed->counter && (!feed->entered || viewIsWhole());
 }
 
 void feedClose(Feed* feed) {
+  if (feed->entered) viewLeave(&feed->view);
+  feed->entered = false;
   realClose(feed->descriptor);
   feed->descriptor = -1;
 }

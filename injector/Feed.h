@@ -3,8 +3,8 @@
 // A frame file is opened anew for each frame, so that one that is replaced, resized or truncated
 // meanwhile is simply seen as it is now. Opening costs some microseconds, and no descriptor stays
 // behind that the host could close or inherit. Its header is read with pread(), its pixels through
-// a mapping that is kept from frame to frame and is never touched (View.h), so that no SIGBUS can
-// be raised in the host program.
+// a mapping that is kept from frame to frame and read so that the host program never sees a SIGBUS
+// (View.h).
 //
 // Files are tried in this order, and the first that has a living writer is the feed:
 //   /tmp/lenslark-pid-PID-back.shm (or -front), /tmp/lenslark-pid-PID.shm,
@@ -29,6 +29,7 @@ enum {
   feedLeastRows = 4,  ///< As many as may be asked for at once.
   feedBandBytes = feedLeastRows * feedMaxStride,
   feedBandTarget = 131072,
+  feedLead = 20480,                 ///< Bytes read in place are asked for so far ahead.
   feedPadding = 64,                 ///< Vectors may read (and ignore) this much behind a row.
   feedCopyBytes = 2048 * 2048 * 4,  ///< No frame of lenslark's own is larger.
   feedRoomBytes = feedCopyBytes + feedPadding,
@@ -51,8 +52,9 @@ typedef struct Feed {
   uint64_t pixelsAt;              // Offset of the top row in the file.
   uint64_t counterAt, counter;    // The slot's sequence counter, and what it was.
   bool copied;                    // The room holds the frame, whole.
+  bool entered;                   // The view's bytes may be read in place.
   uint32_t bandFirst, bandCount;  // The rows that the room, or the band, holds otherwise.
-  uint64_t aheadAt, aheadEnd;     // What to prefetch of the next band: offsets from the top row.
+  uint64_t aheadAt, aheadEnd;     // What to prefetch of the rows to come: offsets from the top row.
   uint8_t band[feedBandBytes + feedPadding];
 } Feed;
 

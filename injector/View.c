@@ -2,6 +2,7 @@
 
 #include <sys/mman.h>
 
+#include "Guard.h"
 #include "Real.h"
 #include "UserMemory.h"
 
@@ -25,6 +26,20 @@ void viewOpen(View* view, int descriptor, const struct stat* file) {
   void* address = realMmap(NULL, length, PROT_READ, MAP_SHARED, descriptor, 0);
   if (address == MAP_FAILED) return;
   *view = (View){address, length, file->st_dev, file->st_ino};
+}
+
+bool viewEnter(View* view) { return view->address && guardBegin(view->address, view->length); }
+
+const uint8_t* viewBytes(const View* view, size_t size, uint64_t offset) {
+  return holds(view, size, offset) ? view->address + offset : NULL;
+}
+
+bool viewIsWhole(void) { return guardHolds(); }
+
+void viewLeave(View* view) {
+  const bool whole = guardHolds();
+  guardEnd();
+  if (!whole) viewClose(view);
 }
 
 bool viewCopy(const View* view, void* into, size_t size, uint64_t offset) {

@@ -1,8 +1,11 @@
 // Any header at the path of a camera's feed, in a file of any length: a picture is painted, from it
-// or the placeholder. The input is the file's length, the format asked for and then the file's
-// beginning; magic and heartbeat are put right, or nothing further would be looked at.
+// or the placeholder. The input is the file's length, the format asked for, whether its pixels are
+// read in place, and then the file's beginning; magic and heartbeat are put right, or nothing
+// further would be looked at.
 #include <fcntl.h>
 #include <linux/videodev2.h>
+#include <pthread.h>
+#include <signal.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -25,6 +28,16 @@ static void prepare(void) {
   kernelsSelect();
   feedConfigure();
   realResolve();
+  // The fuzzer's own handler would keep pixels from being read in place.
+  signal(SIGBUS, SIG_DFL);
+}
+
+// A thread that blocks the signal reads copies.
+static void readInPlace(bool yes) {
+  sigset_t bus;
+  sigemptyset(&bus);
+  sigaddset(&bus, SIGBUS);
+  pthread_sigmask(yes ? SIG_UNBLOCK : SIG_BLOCK, &bus, NULL);
 }
 
 static void plant(uint32_t length, const uint8_t* bytes, size_t size) {
@@ -51,6 +64,7 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const PictureFormat format = {formats[data[sizeof(length)] % 5], width, height,
                                 data[sizeof(length)] & 0x80};
   prepare();
+  readInPlace(data[sizeof(length)] & 0x40);
   plant(length, data + sizeof(length) + 1, size - sizeof(length) - 1);
   // To the byte, so that the sanitizer sees what is written behind it.
   uint8_t* picture = malloc(pictureSize(&format));
