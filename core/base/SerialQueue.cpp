@@ -7,6 +7,7 @@
 #include <asio/strand.hpp>
 #include <asio/thread_pool.hpp>
 #include <atomic>
+#include <cassert>
 #include <chrono>
 #include <cstdint>
 #include <system_error>
@@ -144,6 +145,11 @@ void SerialQueue::post(Work work) {
 }
 
 bool SerialQueue::isCurrent() const noexcept { return state_->strand.running_in_this_thread(); }
+
+void SerialQueue::assertOtherLane() const noexcept {
+  assert(!state_->pool.threads.get_executor().running_in_this_thread() &&
+         "an item waits for one of its own lane");
+}
 
 struct RepeatingTimer::State : std::enable_shared_from_this<State> {
   State(std::shared_ptr<SerialQueue::State> queueState, std::move_only_function<void()> work)
