@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <condition_variable>
 #include <deque>
 #include <map>
 #include <mutex>
@@ -63,6 +64,7 @@ struct ConfigStore::State : std::enable_shared_from_this<State> {
   void remember(const ConfigFile& config, const std::optional<FileStamp>& newStamp, bool isSettled);
   /// Lets go of the mutex while the observers are called.
   void announce(std::unique_lock<std::mutex>& lock, const ConfigFile& config);
+  void forgetObservers();
 
   const std::filesystem::path directory;
   const std::filesystem::path file;
@@ -78,11 +80,12 @@ struct ConfigStore::State : std::enable_shared_from_this<State> {
   std::map<Token, Observer> observers;
   std::optional<ConfigFile> announced;  // what the observers know
   std::deque<ConfigFile> undelivered;   // announced, and still to be told in this order
-  bool delivering = false;              // a thread is telling them
+  std::thread::id deliverer;            // the thread that is telling them, if one is
+  std::condition_variable delivered;    // no thread is any more
 
   std::atomic<bool> toldUnwatched = false;
 
-  SerialQueue watchQueue{"lenslark.config.watch"};
+  SerialQueue watchQueue{"lenslark.config.watch", SerialQueue::Lane::blocking};
   // Guarded by the mutex; they end before their queue.
   std::unique_ptr<DirectoryWatcher> watcher;
   std::unique_ptr<RepeatingTimer> secondLook;
@@ -152,8 +155,8 @@ void ConfigStore::State::announce(std::unique_lock<std::mutex>& lock, const Conf
   announced = config;
   undelivered.push_back(config);
   // One thread at a time tells, so that no observer ends with an older value than the last.
-  if (delivering) return;
-  delivering = true;
+  if (deliverer != std::thread::id()) return;
+  deliverer = std::this_thread::get_id();
   while (!undelivered.empty()) {
     const ConfigFile next = std::move(undelivered.front());
     undelivered.pop_front();
@@ -162,7 +165,16 @@ void ConfigStore::State::announce(std::unique_lock<std::mutex>& lock, const Conf
     for (const auto& [token, handler] : handlers) call(handler, next);
     lock.lock();
   }
-  delivering = false;
+  deliverer = {};
+  delivered.notify_all();
+}
+
+void ConfigStore::State::forgetObservers() {
+  std::unique_lock lock(mutex);
+  observers.clear();
+  delivered.wait(lock, [this] {
+    return deliverer == std::thread::id() || deliverer == std::this_thread::get_id();
+  });
 }
 
 void ConfigStore::State::startWatching() {
@@ -214,14 +226,7 @@ ConfigStore::ConfigStore(std::filesystem::path directory,
                          std::shared_ptr<const Preferences> legacyPreferences)
     : state_(std::make_shared<State>(std::move(directory), std::move(legacyPreferences))) {}
 
-ConfigStore::~ConfigStore() {
-  {
-    const std::scoped_lock lock(state_->mutex);
-    state_->observers.clear();
-  }
-  // A reload that is under way may still be telling those it found.
-  if (!state_->watchQueue.isCurrent()) state_->watchQueue.sync([] {});
-}
+ConfigStore::~ConfigStore() { state_->forgetObservers(); }
 
 ConfigStore& ConfigStore::shared() {
   // Never destroyed: work in the background may still need it while the process ends.

@@ -22,7 +22,7 @@ class ConfigStore {
   /// Reads nothing yet. `legacyPreferences` (may be null) seeds the first configuration.
   explicit ConfigStore(std::filesystem::path directory,
                        std::shared_ptr<const Preferences> legacyPreferences = nullptr);
-  /// Waits for observers that are being told on the watch queue; none is called afterwards.
+  /// Waits for observers that another thread is telling; none is called afterwards.
   ~ConfigStore();
 
   /// The store in `Lenslark::supportDirectory`.

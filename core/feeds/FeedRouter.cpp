@@ -110,7 +110,10 @@ void FeedRouter::onChange(std::function<void()> handler) { onChange_ = std::move
 
 void FeedRouter::start() {
   queue_->sync([this] { prepare(); });
-  lookups_.sync([this] { loadConfig(); });
+  lookups_.sync([this] {
+    observeConfig();
+    loadConfig();
+  });
   errands_.collectGarbage(neededMedia({}, overrides_));
   discovery_.post(weakly(&FeedRouter::findDevices));
 
@@ -124,10 +127,6 @@ void FeedRouter::start() {
 
 void FeedRouter::prepare() {
   if (stopped_) return;
-  observer_ = store_->observe([weak = weak_from_this()](const ConfigFile&) {
-    if (const auto router = weak.lock())
-      router->lookups_.post(router->weakly(&FeedRouter::loadConfig));
-  });
   feeds_.onOverlay(weakly(&FeedRouter::reconcile));
   feeds_.onFile([this] {
     retime();
@@ -136,6 +135,19 @@ void FeedRouter::prepare() {
   heartbeatTimer_.emplace(*queue_, weakly(&FeedRouter::beat));
   trackTimer_.emplace(*queue_, weakly(&FeedRouter::track));
   heartbeatTimer_->schedule(heartbeatPeriod, heartbeatPeriod);
+}
+
+/// On the queue of lookups: the store may be waiting for a disk.
+void FeedRouter::observeConfig() {
+  const auto token = store_->observe([weak = weak_from_this()](const ConfigFile&) {
+    if (const auto router = weak.lock())
+      router->lookups_.post(router->weakly(&FeedRouter::loadConfig));
+  });
+  const bool stopped = queue_->sync([&] {
+    if (!stopped_) observer_ = token;
+    return !observer_;
+  });
+  if (stopped) store_->removeObserver(token);
 }
 
 void FeedRouter::findDevices() {

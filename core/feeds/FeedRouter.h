@@ -73,6 +73,7 @@ class FeedRouter : public std::enable_shared_from_this<FeedRouter> {
   auto weakly(void (FeedRouter::*operation)(Arguments...));
 
   void prepare();
+  void observeConfig();
   void findDevices();
   void loadConfig();
   void take(ConfigFile config, MediaFiles media);

@@ -3,9 +3,13 @@
 #include <sys/stat.h>
 
 #include <atomic>
+#include <future>
+#include <latch>
+#include <memory>
 #include <thread>
 
 #include "base/FileDescriptor.h"
+#include "base/SerialQueue.h"
 #include "unit/config/StoreFixture.h"
 
 namespace lenslark {
@@ -242,6 +246,47 @@ TEST_F(ConfigStoreWatchTest, mayGoWhileItIsBeingChanged) {
     other.updateSettings([&](Settings& settings) { settings.fps = 100 + round; });
   }
   EXPECT_EQ(other.config(), withFps(119));
+}
+
+TEST_F(ConfigStoreWatchTest, holdsUpNoTimelyWorkHoweverLongALookTakes) {
+  constexpr int stores = 4;  // more than timely work has threads
+  std::atomic<int> inside = 0;
+  std::latch go(1);
+  std::vector<std::unique_ptr<ConfigStore>> looking;
+  for (int i = 0; i < stores; ++i) {
+    looking.push_back(std::make_unique<ConfigStore>(directory_));
+    looking.back()->observe([&](const ConfigFile&) {
+      ++inside;
+      go.wait();
+    });
+  }
+  edit(withFps(25));
+  EXPECT_TRUE(eventually([&] { return inside == stores; }, std::chrono::seconds(15)));
+  std::atomic<bool> ran = false;
+  SerialQueue timely("test", SerialQueue::Lane::timely);
+  timely.post([&] { ran = true; });
+  EXPECT_TRUE(eventually([&] { return ran.load(); }, std::chrono::seconds(15)));
+  go.count_down();
+  looking.clear();
+}
+
+TEST_F(ConfigStoreWatchTest, goesOnlyWhenItsObserversHaveBeenTold) {
+  std::latch inside(1);
+  std::latch go(1);
+  std::atomic<bool> ended = false;
+  auto store = std::make_unique<ConfigStore>(directory_);
+  store->observe([&](const ConfigFile&) {
+    inside.count_down();
+    go.wait();
+    ended = true;
+  });
+  edit(withFps(25));
+  inside.wait();
+  auto gone = std::async(std::launch::async, [&] { store.reset(); });
+  EXPECT_EQ(gone.wait_for(std::chrono::milliseconds(50)), std::future_status::timeout);
+  go.count_down();
+  gone.get();
+  EXPECT_TRUE(ended);
 }
 
 }  // namespace
