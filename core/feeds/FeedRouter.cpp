@@ -182,7 +182,7 @@ void FeedRouter::take(ConfigFile config, MediaFiles media) {
   mediaMissing_ = std::ranges::any_of(neededMedia(config, overrides_), missing);
   situation_.config = std::move(config);
   situation_.media = std::move(media);
-  feeds_.retryOverlays();
+  feeds_.forgetOverlayFailures();
   reconcile();
 }
 
@@ -225,7 +225,7 @@ void FeedRouter::beat() {
 }
 
 void FeedRouter::retryFailures() {
-  feeds_.retryCaptures();
+  feeds_.retryFailures();
   if (feeds_.hasFailedFiles()) reconcile();
   if (mediaMissing_) lookups_.post(weakly(&FeedRouter::loadConfig));
 }

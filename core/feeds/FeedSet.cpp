@@ -177,7 +177,8 @@ void FeedSet::attach(Feed& feed) {
 FeedSet::Running FeedSet::run(const SourceRequest& request, std::optional<std::string> knownError) {
   auto source = hooks_.makeSource(request.source);
   auto* const follower = dynamic_cast<WindowFollowingSource*>(source.get());
-  Running running{request, std::make_shared<SourceHub>(request.key, std::move(source)), follower};
+  Running running{
+      request, std::make_shared<SourceHub>(request.key, std::move(source)), follower, {}};
   running.hub->start(std::move(knownError));
   return running;
 }
@@ -259,12 +260,19 @@ void FeedSet::noteTakeover(Feed& feed) {
   feed.takenOver = takenOver;
 }
 
-void FeedSet::retryCaptures() {
+bool FeedSet::isToBeTriedAgain(Running& running) {
+  if (running.request.source.capturesScreen()) return running.hub->error().has_value();
+  return running.hub->failedToStart() && running.pace.isDue();
+}
+
+void FeedSet::retryFailures() {
+  overlays_.retryFailures();
   for (auto& [key, running] : running_) {
-    auto error = running.hub->error();
-    if (!error || !running.request.source.capturesScreen()) continue;
+    if (!isToBeTriedAgain(running)) continue;
     stop(running);
-    running = run(running.request, std::move(error));
+    const RetryPace pace = running.pace;
+    running = run(running.request, running.hub->error());
+    running.pace = pace;
     for (auto& [path, feed] : feeds_)
       if (feed.wanted.source.key == key && feed.stage == Stage::open && feed.attached) attach(feed);
   }

@@ -16,6 +16,7 @@
 #include "feeds/FeedLane.h"
 #include "feeds/FeedOutput.h"
 #include "feeds/OverlayCache.h"
+#include "feeds/RetryPace.h"
 #include "feeds/SourceFactory.h"
 #include "feeds/WantedFeeds.h"
 #include "sources/SourceHub.h"
@@ -67,9 +68,11 @@ class FeedSet {
   /// is no room is opened anew with that room, or is a file that cannot be opened.
   void heartbeat();
 
-  /// Starts those captures again that failed: what they need may be there now.
-  void retryCaptures();
-  void retryOverlays() { overlays_.forgetFailures(); }
+  /// One round of attempts at what failed, whose cause may have passed: starts captures again, and,
+  /// less and less often, pictures and films that could not be opened, and overlays.
+  void retryFailures();
+  /// Overlays that could not be decoded are decoded again with the next `apply`.
+  void forgetOverlayFailures() { overlays_.forgetFailures(); }
 
   bool hasFailedFiles() const noexcept { return !failures_.empty(); }
   /// Whether a wanted file is being opened for the first time.
@@ -108,6 +111,7 @@ class FeedSet {
     SourceRequest request;
     std::shared_ptr<SourceHub> hub;
     WindowFollowingSource* follower = nullptr;
+    RetryPace pace;  ///< Of its source's starts.
   };
   /// Why a wanted file is missing.
   struct Failure {
@@ -142,6 +146,7 @@ class FeedSet {
   bool removeLeaving();
   void stopIdleHubs();
   Running run(const SourceRequest& request, std::optional<std::string> knownError = {});
+  static bool isToBeTriedAgain(Running& running);
   void stop(const Running& running);
 
   std::shared_ptr<FeedLane> laneFor(const std::string& path);

@@ -11,17 +11,16 @@ namespace {
 /// An overlay is never larger than a frame.
 constexpr int maxPixelSize = 2048;
 
-OverlayCache::Picture decode(const std::filesystem::path& file) {
-  try {
-    if (auto picture = ImageLoader::load(file, maxPixelSize)) return picture;
-    Log::router().error("overlay {} cannot be shown: not an image", file.string());
-  } catch (const std::exception& error) {
-    Log::router().error("overlay {} cannot be shown: {}", file.string(), error.what());
-  }
-  return nullptr;
-}
-
 }  // namespace
+
+OverlayCache::Decoded OverlayCache::decode(const std::filesystem::path& file) {
+  try {
+    if (auto picture = ImageLoader::load(file, maxPixelSize)) return {std::move(picture), {}};
+    return {nullptr, "not an image"};
+  } catch (const std::exception& error) {
+    return {nullptr, error.what()};
+  }
+}
 
 OverlayCache::OverlayCache(std::shared_ptr<SerialQueue> queue)
     : queue_(std::move(queue)), state_(std::make_shared<State>()) {}
@@ -46,19 +45,36 @@ const OverlayCache::Entry& OverlayCache::entry(const std::filesystem::path& file
 
 void OverlayCache::load(const std::filesystem::path& file) {
   runInBackground([queue = queue_, weak = std::weak_ptr(state_), file] {
-    queue->post([weak, file, picture = decode(file)] {
-      const auto state = weak.lock();
-      if (!state) return;
-      const auto entry = state->entries.find(file);
-      if (entry == state->entries.end() || !entry->second.loading) return;
-      entry->second = {picture, false};
-      if (state->onLoaded) state->onLoaded();
+    queue->post([weak, file, decoded = decode(file)] {
+      if (const auto state = weak.lock()) state->take(file, decoded);
     });
   });
 }
 
+void OverlayCache::State::take(const std::filesystem::path& file, const Decoded& decoded) {
+  const auto found = entries.find(file);
+  if (found == entries.end()) return;
+  Entry& entry = found->second;
+  if (!entry.loading && !entry.retrying) return;
+  const bool awaited = std::exchange(entry.loading, false);
+  entry.retrying = false;
+  entry.picture = decoded.picture;
+  if (!decoded.picture && decoded.error != entry.error)
+    Log::router().error("overlay {} cannot be shown: {}", file.string(), decoded.error);
+  entry.error = decoded.error;
+  if ((awaited || decoded.picture) && onLoaded) onLoaded();
+}
+
 void OverlayCache::keepOnly(const std::set<std::filesystem::path>& files) {
   std::erase_if(state_->entries, [&](const auto& entry) { return !files.contains(entry.first); });
+}
+
+void OverlayCache::retryFailures() {
+  for (auto& [file, entry] : state_->entries) {
+    if (entry.loading || entry.retrying || entry.picture || !entry.pace.isDue()) continue;
+    entry.retrying = true;
+    load(file);
+  }
 }
 
 void OverlayCache::forgetFailures() {

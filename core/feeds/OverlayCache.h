@@ -5,8 +5,10 @@
 #include <map>
 #include <memory>
 #include <set>
+#include <string>
 
 #include "base/SerialQueue.h"
+#include "feeds/RetryPace.h"
 #include "graphics/PixelBuffer.h"
 
 namespace lenslark {
@@ -35,19 +37,32 @@ class OverlayCache {
 
   /// Tries again what could not be decoded, when it is asked for next.
   void forgetFailures();
+  /// One round of attempts at what could not be decoded: its cause may have passed. What fails
+  /// again is told no more, and nothing waits for it meanwhile.
+  void retryFailures();
 
  private:
   struct Entry {
     Picture picture;
-    bool loading = true;
+    bool loading = true;  ///< For the first time.
+    bool retrying = false;
+    std::string error;
+    RetryPace pace;
+  };
+  struct Decoded {
+    Picture picture;
+    std::string error;  ///< Why there is none.
   };
   struct State {
     std::function<void()> onLoaded;
     std::map<std::filesystem::path, Entry> entries;
+
+    void take(const std::filesystem::path& file, const Decoded& decoded);
   };
 
   const Entry& entry(const std::filesystem::path& file);
   void load(const std::filesystem::path& file);
+  static Decoded decode(const std::filesystem::path& file);
 
   const std::shared_ptr<SerialQueue> queue_;
   const std::shared_ptr<State> state_;

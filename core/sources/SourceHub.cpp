@@ -154,6 +154,11 @@ std::uint64_t SourceHub::frames() const {
   return frames_;
 }
 
+bool SourceHub::failedToStart() const {
+  const std::lock_guard lock(mutex_);
+  return error_.has_value();
+}
+
 std::optional<std::string> SourceHub::error() const {
   {
     const std::lock_guard lock(mutex_);

@@ -51,6 +51,7 @@ class SourceHub : public std::enable_shared_from_this<SourceHub> {
   FrameSource& source() noexcept { return *source_; }
   FramePtr latest() const;       ///< Null before the first frame.
   std::uint64_t frames() const;  ///< Emitted so far.
+  bool failedToStart() const;
   /// Why the source failed to start, or what is wrong with it since.
   std::optional<std::string> error() const;
 

@@ -122,7 +122,8 @@ void VideoPlayer::decodeOne() {
     if (frame) return keep(std::move(*frame));
   } catch (const std::exception& error) {
     failure = error.what();
-    Log::capture().error("film stopped: {}", *failure);
+    // One that never began is told of by whoever starts it, and tries again.
+    if (begin_ > 0) Log::capture().error("film stopped: {}", *failure);
   }
   const std::lock_guard lock(mutex_);
   problem_ = std::move(failure);

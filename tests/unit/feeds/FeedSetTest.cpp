@@ -145,6 +145,11 @@ class FeedSetTest : public testing::Test {
     controls->emit(plainPicture({16, 8}, color));
   }
 
+  void awaitError() {
+    ASSERT_TRUE(
+        eventually([&] { return !queue->sync([&] { return feeds->sourceErrors(); }).empty(); }));
+  }
+
   bool exists(const std::string& name) const { return std::filesystem::exists(directory / name); }
 
   /// Red, green or neither, as a reader of the file sees it.
@@ -435,22 +440,46 @@ TEST_F(FeedSetTest, aCaptureThatFailedIsTriedAgain) {
   auto feed = want("a", 1);
   feed.source.source = {SourceDescription::Display{0, 1}};
   apply({feed});
-  ASSERT_TRUE(
-      eventually([&] { return !queue->sync([&] { return feeds->sourceErrors(); }).empty(); }));
+  awaitError();
   there = true;
-  queue->sync([&] { feeds->retryCaptures(); });
+  queue->sync([&] { feeds->retryFailures(); });
   settle();
   emit(1, red);
   EXPECT_EQ(color("a"), "red");
   EXPECT_EQ(made, 2);
 }
 
-TEST_F(FeedSetTest, onlyCapturesAreTriedAgain) {
+TEST_F(FeedSetTest, aPictureThatCouldNotBeOpenedIsTriedAgain) {
+  std::atomic<bool> there = false;
+  source(1)->onStart = [&] {
+    if (!there) throw Error("Too many open files");
+  };
+  apply({want("a", 1)});
+  awaitError();
+  there = true;
+  queue->sync([&] { feeds->retryFailures(); });
+  settle();
+  emit(1, red);
+  EXPECT_EQ(color("a"), "red");
+}
+
+TEST_F(FeedSetTest, aPictureThatNeverOpensIsTriedLessAndLess) {
   source(1)->onStart = [] { throw Error("not a picture"); };
   apply({want("a", 1)});
-  ASSERT_TRUE(
-      eventually([&] { return !queue->sync([&] { return feeds->sourceErrors(); }).empty(); }));
-  queue->sync([&] { feeds->retryCaptures(); });
+  std::vector<int> attempts;
+  for (int round = 1; round <= 31; ++round) {
+    awaitError();
+    const int before = made;
+    queue->sync([&] { feeds->retryFailures(); });
+    if (made > before) attempts.push_back(round);
+  }
+  EXPECT_EQ(attempts, (std::vector{1, 3, 7, 15, 27}));
+}
+
+TEST_F(FeedSetTest, aSourceThatRunsIsNotStartedAgain) {
+  apply({want("a", 1)});
+  emit(1, red);
+  queue->sync([&] { feeds->retryFailures(); });
   EXPECT_EQ(made, 1);
 }
 
@@ -729,6 +758,16 @@ TEST_F(FeedSetOverlayTest, oneThatCannotBeDecodedIsLeftOut) {
   queue->sync([&] { applyNow({wantOverlay("a", 1, "overlay.png")}); });
   emit(1, red);
   EXPECT_TRUE(eventually([&] { return middle("a") == "red"; }));
+}
+
+TEST_F(FeedSetOverlayTest, oneThatCouldNotBeDecodedIsTriedAgain) {
+  directory.write("overlay.png", "not a picture");
+  queue->sync([&] { applyNow({wantOverlay("a", 1, "overlay.png")}); });
+  emit(1, red);
+  ASSERT_TRUE(eventually([&] { return middle("a") == "red"; }, aLongTime));
+  writeOverlay("overlay.png");
+  queue->sync([&] { feeds->retryFailures(); });
+  EXPECT_TRUE(eventually([&] { return middle("a") == "green"; }, aLongTime));
 }
 
 TEST_F(FeedSetOverlayTest, aFileThatIsMadeAnewStillWaitsForIt) {
