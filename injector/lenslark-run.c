@@ -178,6 +178,20 @@ static void findCommand(const char* command, char into[static PATH_MAX]) {
   fail(notFound, "%s: command not found", command);
 }
 
+// The last part of a path.
+static const char* baseOf(const char* path) {
+  const char* slash = strrchr(path, '/');
+  return slash ? slash + 1 : path;
+}
+
+static bool startsAsOther(const char* name) {
+  static const char* const names[] = {"sudo", "su", "doas", "pkexec"};
+  for (size_t i = 0; i < sizeof(names) / sizeof(names[0]); ++i) {
+    if (strcmp(name, names[i]) == 0) return true;
+  }
+  return false;
+}
+
 // Programs that gain rights when they start ignore what is preloaded.
 static void refusePrivileged(const char* path) {
   struct stat status;
@@ -185,13 +199,20 @@ static void refusePrivileged(const char* path) {
   const bool otherUser = (status.st_mode & S_ISUID) && status.st_uid != geteuid();
   const bool otherGroup = (status.st_mode & S_ISGID) && status.st_gid != getegid();
   const bool capable = geteuid() != 0 && getxattr(path, "security.capability", NULL, 0) > 0;
-  if (otherUser || otherGroup || capable) {
+  if (!otherUser && !otherGroup && !capable) return;
+  const char* name = baseOf(path);
+  if (startsAsOther(name)) {
     fail(notStarted,
-         "%s runs with rights of its own (setuid, setgid or capabilities), and the system keeps "
-         "preloaded libraries out of such programs. Run a copy without them: cp %s ~/ && "
-         "lenslark-run ~/%s",
-         path, path, strrchr(path, '/') ? strrchr(path, '/') + 1 : path);
+         "%s keeps preloaded libraries out of what it starts. Start lenslark-run with it instead, "
+         "and have lenslark run as the same user, since a feed is shown to its owner only: "
+         "%s ... lenslark-run COMMAND",
+         path, name);
   }
+  fail(notStarted,
+       "%s runs with rights of its own (setuid, setgid or capabilities), and the system keeps "
+       "preloaded libraries out of such programs. Run a copy without them: cp %s ~/ && "
+       "lenslark-run ~/%s",
+       path, path, name);
 }
 
 // The program that a script's first line names, or NULL if this is the start of none.
@@ -202,37 +223,72 @@ static const char* interpreterOf(char* start) {
   return *name ? name : NULL;
 }
 
+static bool readHeader(int file, Elf64_Ehdr* into) {
+  return pread(file, into, sizeof(*into), 0) == (ssize_t)sizeof(*into) &&
+         memcmp(into->e_ident, ELFMAG, SELFMAG) == 0;
+}
+
+// The kind of processor that this program, and so the library, was built for. EM_NONE where that
+// cannot be told.
+static Elf64_Half ownMachine(void) {
+  Elf64_Ehdr header = {.e_machine = EM_NONE};
+  const int file = open("/proc/self/exe", O_RDONLY | O_CLOEXEC);
+  if (file >= 0 && !readHeader(file, &header)) header.e_machine = EM_NONE;
+  if (file >= 0) close(file);
+  return header.e_machine;
+}
+
+// Reads the name of the loader that a program asks for. False if it asks for none.
+static bool readLoader(int file, const Elf64_Ehdr* header, char into[static PATH_MAX]) {
+  for (unsigned i = 0; i < header->e_phnum; ++i) {
+    Elf64_Phdr part;
+    const off_t at = (off_t)(header->e_phoff + (Elf64_Off)i * header->e_phentsize);
+    if (pread(file, &part, sizeof(part), at) != (ssize_t)sizeof(part)) return false;
+    if (part.p_type != PT_INTERP) continue;
+    const size_t size = part.p_filesz < PATH_MAX ? (size_t)part.p_filesz : PATH_MAX - 1;
+    const ssize_t length = pread(file, into, size, (off_t)part.p_offset);
+    into[length > 0 ? length : 0] = '\0';
+    return true;
+  }
+  return false;
+}
+
 // Only a dynamically linked program of this machine's kind has a loader that preloads.
 static void refuseUnloadable(const char* path, bool isInterpreter) {
-  char start[256] = {0};  // What the kernel looks at.
   const int file = open(path, O_RDONLY | O_CLOEXEC);
   if (file < 0) return;  // What may be executed but not read is taken on trust.
-  const bool isProgram = pread(file, start, sizeof(start) - 1, 0) >= (ssize_t)sizeof(Elf64_Ehdr) &&
-                         memcmp(start, ELFMAG, SELFMAG) == 0;
-  if (!isProgram) {
+  Elf64_Ehdr header;
+  if (!readHeader(file, &header)) {
+    char start[256] = {0};  // What the kernel looks at.
+    const bool isScript = pread(file, start, sizeof(start) - 1, 0) > 0;
     close(file);
     // A script is what its interpreter is.
-    const char* interpreter = interpreterOf(start);
+    const char* interpreter = isScript ? interpreterOf(start) : NULL;
     if (interpreter && !isInterpreter) refuseUnloadable(interpreter, true);
     return;
   }
-  Elf64_Ehdr header;
-  memcpy(&header, start, sizeof(header));
   if (header.e_ident[EI_CLASS] != ELFCLASS64) {
     fail(notStarted, "%s is a 32-bit program; the camera needs a 64-bit one.", path);
   }
-  bool hasLoader = false;
-  for (unsigned i = 0; i < header.e_phnum && !hasLoader; ++i) {
-    Elf64_Phdr part;
-    const off_t at = (off_t)(header.e_phoff + (Elf64_Off)i * header.e_phentsize);
-    hasLoader =
-        pread(file, &part, sizeof(part), at) == (ssize_t)sizeof(part) && part.p_type == PT_INTERP;
+  const Elf64_Half own = ownMachine();
+  if (own != EM_NONE && header.e_machine != own) {
+    fail(notStarted,
+         "%s is a program for another kind of processor; the camera needs one for this machine's.",
+         path);
   }
+  char loader[PATH_MAX];
+  const bool hasLoader = readLoader(file, &header, loader);
   close(file);
   if (!hasLoader) {
     fail(notStarted,
          "%s is statically linked, so nothing can be preloaded into it. Use a dynamically linked "
          "build of it.",
+         path);
+  }
+  if (strncmp(baseOf(loader), "ld-musl", 7) == 0) {
+    fail(notStarted,
+         "%s uses the C library musl, into which nothing can be preloaded that was built for "
+         "glibc. Use a glibc build of it.",
          path);
   }
 }

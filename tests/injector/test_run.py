@@ -87,6 +87,37 @@ class RunTest(CameraTest):
         self.assertEqual(result.returncode, 125)
         self.assertIn("setuid", result.stderr)
 
+    def refused(self, program):
+        result = self.run_plain(program)
+        self.assertEqual(result.returncode, 125)
+        return result.stderr
+
+    def patched(self, name, offset, value):
+        """A program that is copied, but for some bytes of its header."""
+        program = os.path.join(self.directory, name)
+        shutil.copy(PROBE, program)
+        with open(program, "r+b") as file:
+            file.seek(offset)
+            file.write(value)
+        return program
+
+    def test_programs_for_other_machines_are_refused_with_advice(self):
+        self.assertIn("is a 32-bit program", self.refused(self.patched("a", 4, b"\1")))
+        self.assertIn("another kind of processor", self.refused(self.patched("b", 18, b"\xef\xbe")))
+
+    def test_programs_of_another_c_library_are_refused_with_advice(self):
+        with open(PROBE, "rb") as file:
+            place = file.read().index(b"/ld-linux")
+        self.assertIn("musl", self.refused(self.patched("c", place, b"/ld-musl-")))
+
+    def test_programs_that_start_others_as_root_are_refused_with_advice(self):
+        if os.geteuid() != 0:
+            self.skipTest("only root can make another user's setuid program")
+        program = self.patched("sudo", 0, b"")
+        os.chown(program, 65534, 65534)
+        os.chmod(program, stat.S_ISUID | 0o755)
+        self.assertIn("sudo ... lenslark-run COMMAND", self.refused(program))
+
     def test_missing_command_is_told_as_a_shell_does(self):
         result = self.run_plain("no-such-command-here")
         self.assertEqual(result.returncode, 127)
