@@ -15,7 +15,7 @@
 namespace lenslark::bench {
 namespace {
 
-constexpr int rounds = 3;
+constexpr int rounds = 5;
 constexpr int maxSide = 2048;
 
 void shell(const std::string& command) {
