@@ -19,9 +19,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/// Older than this, a heartbeat is that of a writer that hangs or is gone.
-constexpr double liveHeartbeatSec = 3;
-
 std::vector<Simulator::Device> bootedSimulators() {
   try {
     return Simulator::bootedDevices();
@@ -219,7 +216,7 @@ CameraControl::Snapshot CameraControl::snapshot(const std::string& device, Camer
 
   if (const auto path = FeedReader::path(*found, camera)) {
     const auto info = FeedReader::info(*path);
-    if (info && info->heartbeatAge && *info->heartbeatAge < liveHeartbeatSec) {
+    if (info && info->heartbeatAge && *info->heartbeatAge < FeedReader::liveHeartbeat) {
       if (auto frame = FeedReader::image(*path, maxSide)) return {std::move(frame), found->name};
     }
   }

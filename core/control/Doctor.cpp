@@ -111,8 +111,6 @@ Checks configurationChecks(const CameraControl& control) {
   return checks;
 }
 
-constexpr double liveSeconds = 3.0;
-
 std::optional<double> heartbeatAge(const std::string& feed) {
   try {
     const auto info = FeedReader::info(feed);
@@ -137,7 +135,7 @@ void addCamera(Check& check, const ConnectedDevice& device, CameraPosition camer
     check.details.push_back("  feed " + *feed + " heartbeat " +
                             (age ? fmt::format("{:.1f} s", *age) : "never"));
   }
-  const bool live = age && *age < liveSeconds;
+  const bool live = age && *age < FeedReader::liveHeartbeat;
   if (!live && check.level == Level::ok) {
     check.level = Level::warning;
     check.fix = "turn Lenslark on";

@@ -17,6 +17,9 @@
 /// nothing, and no file blocks, is followed or signals. **Threads**: any.
 namespace lenslark::FeedReader {
 
+/// Seconds. Older than this, a heartbeat is that of a writer that hangs or is gone.
+inline constexpr double liveHeartbeat = 3;
+
 struct Info {
   std::string path;
   std::uint32_t version = 0;
