@@ -11,13 +11,13 @@
 #include "commands/InterruptibleImport.h"
 #include "commands/Output.h"
 #include "commands/SharedControl.h"
+#include "media/MediaIndex.h"
 
 namespace lenslark::MediaCommand {
 namespace {
 
 using nlohmann::json;
 
-constexpr std::string_view idPrefix = "sha256:";
 /// Most pictures' sizes are no wider than "1920x1080", so that lines printed one by one align too.
 constexpr std::size_t usualSizeWidth = 9;
 
@@ -26,11 +26,9 @@ std::string pixelSize(const MediaItem& item) {
 }
 
 std::string line(const MediaItem& item, std::size_t sizeWidth) {
-  std::string_view digest = item.id;
-  if (digest.starts_with(idPrefix)) digest.remove_prefix(idPrefix.size());
-  return Text::printable(fmt::format("{}  {}  {:<{}}  {}{}", digest, rawValue(item.kind),
-                                     pixelSize(item), sizeWidth, item.name,
-                                     item.pinned ? "  pinned" : ""));
+  return Text::printable(fmt::format(
+      "{}  {}  {:<{}}  {}{}", MediaIndex::digestOf(item.id).value_or(item.id), rawValue(item.kind),
+      pixelSize(item), sizeWidth, item.name, item.pinned ? "  pinned" : ""));
 }
 
 /// The item that the first operand names.

@@ -18,7 +18,6 @@ namespace {
 
 using nlohmann::json;
 
-constexpr std::string_view idPrefix = "sha256:";
 constexpr std::size_t digestDigits = 64;
 
 bool isDigest(std::string_view text) noexcept {
@@ -52,6 +51,8 @@ json encode(const MediaItem& item) {
 }
 
 }  // namespace
+
+std::string idOf(std::string_view digest) { return std::string(idPrefix).append(digest); }
 
 std::optional<std::string_view> digestOf(std::string_view id) noexcept {
   if (!id.starts_with(idPrefix)) return std::nullopt;

@@ -12,6 +12,10 @@
 /// The library's list of items on disk.
 namespace lenslark::MediaIndex {
 
+/// What an id begins with; the digest follows.
+inline constexpr std::string_view idPrefix = "sha256:";
+
+std::string idOf(std::string_view digest);
 /// The 64 digits of a well-formed id; nothing for anything else.
 std::optional<std::string_view> digestOf(std::string_view id) noexcept;
 

@@ -18,7 +18,7 @@ namespace lenslark::MediaIndex {
 namespace {
 
 /// Whether the name is the digest with an extension: then it cannot lead out of its directory.
-bool isStoredName(std::string_view name, std::string_view digest) {
+bool isNameOf(std::string_view digest, std::string_view name) {
   constexpr std::size_t longestName = 255;
   if (!name.starts_with(digest) || name.size() > longestName) return false;
   name.remove_prefix(digest.size());
@@ -124,7 +124,7 @@ class Entry {
   /// The item, unless something of it is missing or wrong.
   std::optional<MediaItem> finish() {
     const auto digest = digestOf(item_.id);
-    if (good_ != everyField || !digest || !isStoredName(item_.file, *digest)) return std::nullopt;
+    if (good_ != everyField || !digest || !isNameOf(*digest, item_.file)) return std::nullopt;
     return std::move(item_);
   }
 

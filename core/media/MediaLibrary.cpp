@@ -108,7 +108,7 @@ MediaItem MediaLibrary::importItem(const fs::path& path, bool pin,
   const MediaImport::Original original = MediaImport::open(path);
   // What cannot be there yet is hashed while it is copied, instead of being read twice.
   if (MediaImport::mayBeIn(directory_ / itemsName, original)) {
-    const std::string id = "sha256:" + MediaImport::sha256(original, progress);
+    const std::string id = MediaIndex::idOf(MediaImport::sha256(original, progress));
     if (auto known = reuse(id, pin)) return *known;
   }
 
@@ -122,7 +122,7 @@ MediaItem MediaLibrary::importItem(const fs::path& path, bool pin,
   }
 
   MediaItem item;
-  item.id = "sha256:" + copy.digest();
+  item.id = MediaIndex::idOf(copy.digest());
   item.kind = original.kind;
   item.name = original.name();
   item.file = copy.digest() + Text::lowercase(original.path.extension().string());
@@ -199,7 +199,7 @@ std::optional<MediaItem> MediaLibrary::item(std::string_view id) const {
 MediaItem MediaLibrary::find(std::string_view query) const {
   std::vector<MediaItem> all = items();
   if (const MediaItem* exact = findItem(all, query)) return *exact;
-  if (const MediaItem* exact = findItem(all, "sha256:" + std::string(query))) return *exact;
+  if (const MediaItem* exact = findItem(all, MediaIndex::idOf(query))) return *exact;
   constexpr std::size_t shortestPrefix = 6;
   const auto hasPrefix = [query](const MediaItem& item) { return digest(item).starts_with(query); };
   if (query.size() >= shortestPrefix && std::count_if(all.begin(), all.end(), hasPrefix) == 1) {
@@ -218,8 +218,7 @@ fs::path MediaLibrary::url(const MediaItem& item) const {
 }
 
 fs::path MediaLibrary::thumbnailURL(std::string_view id) const {
-  constexpr std::string_view prefix = "sha256:";
-  if (id.starts_with(prefix)) id.remove_prefix(prefix.size());
+  if (id.starts_with(MediaIndex::idPrefix)) id.remove_prefix(MediaIndex::idPrefix.size());
   return directory_ / thumbsName / (fs::path(id).filename().string() + ".jpg");
 }
 
