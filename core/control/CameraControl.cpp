@@ -10,6 +10,7 @@
 #include "control/DeviceSelector.h"
 #include "control/SlideshowFiles.h"
 #include "devices/AndroidEmulator.h"
+#include "devices/DeviceMerge.h"
 #include "devices/Simulator.h"
 #include "feeds/FeedReader.h"
 #include "platform/UserDirectories.h"
@@ -84,21 +85,7 @@ void requireCameraExists(const std::vector<Scope>& scopes, std::optional<CameraP
 }  // namespace
 
 std::vector<ConnectedDevice> connectedDevices() {
-  std::vector<ConnectedDevice> devices;
-  for (const Simulator::Device& simulator : bootedSimulators()) {
-    devices.push_back({.key = DeviceKey::ios(simulator.udid),
-                       .name = simulator.name,
-                       .feed = ConnectedDevice::Simulator{simulator.udid},
-                       .runtime = simulator.runtime,
-                       .window = {}});
-  }
-  for (const AndroidEmulator::Process& emulator : runningEmulators()) {
-    devices.push_back({.key = DeviceKey::android(emulator.avd),
-                       .name = emulator.avd,
-                       .feed = ConnectedDevice::Emulator{emulator.pid},
-                       .runtime = {},
-                       .window = {}});
-  }
+  auto devices = DeviceMerge::withoutWindows(bootedSimulators(), runningEmulators());
   std::ranges::stable_sort(devices, {}, &ConnectedDevice::name);
   return devices;
 }

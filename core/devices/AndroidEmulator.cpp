@@ -16,8 +16,6 @@
 namespace lenslark::AndroidEmulator {
 namespace {
 
-constexpr std::string_view engine = "qemu-system";
-
 /// ps cuts its lines to the width that COLUMNS gives, also into a pipe, and writes what the locale
 /// does not know as question marks.
 const Shell::Environment& wideOutput() {

@@ -17,6 +17,9 @@
 /// where a program cannot be started. `running` and `runningAVDs` never fail.
 namespace lenslark::AndroidEmulator {
 
+/// What the name of an emulator's engine starts with: the process that runs the device.
+inline constexpr std::string_view engine = "qemu-system";
+
 /// Which of the emulator's cameras is fed. `both` is as `back`: an emulator takes one webcam.
 enum class Facing { back, front, both };
 

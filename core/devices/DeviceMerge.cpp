@@ -21,25 +21,6 @@ bool isDeviceWindow(const WindowInfo& window) {
          window.frame.height > smallest;
 }
 
-std::vector<ConnectedDevice> withoutWindows(
-    const std::vector<Simulator::Device>& simulators,
-    const std::vector<AndroidEmulator::Process>& emulators) {
-  std::vector<ConnectedDevice> devices;
-  devices.reserve(simulators.size() + emulators.size());
-  for (const Simulator::Device& simulator : simulators) {
-    devices.push_back({.key = DeviceKey::ios(simulator.udid),
-                       .name = simulator.name,
-                       .feed = ConnectedDevice::Simulator{simulator.udid},
-                       .runtime = simulator.runtime});
-  }
-  for (const AndroidEmulator::Process& emulator : emulators) {
-    devices.push_back({.key = DeviceKey::android(emulator.avd),
-                       .name = emulator.avd,
-                       .feed = ConnectedDevice::Emulator{emulator.pid}});
-  }
-  return devices;
-}
-
 /// The simulator that a window titled so shows: the one of exactly that name, else the one with
 /// the longest name that the title begins with. So the window of an "iPhone 15 Pro" never goes to
 /// an "iPhone 15".
@@ -101,6 +82,25 @@ bool hasUnknownSimulator(const std::optional<ScreenContent>& content,
         simulators.begin(), simulators.end(),
         [&](const Simulator::Device& simulator) { return title.starts_with(simulator.name); });
   });
+}
+
+std::vector<ConnectedDevice> withoutWindows(
+    const std::vector<Simulator::Device>& simulators,
+    const std::vector<AndroidEmulator::Process>& emulators) {
+  std::vector<ConnectedDevice> devices;
+  devices.reserve(simulators.size() + emulators.size());
+  for (const Simulator::Device& simulator : simulators) {
+    devices.push_back({.key = DeviceKey::ios(simulator.udid),
+                       .name = simulator.name,
+                       .feed = ConnectedDevice::Simulator{simulator.udid},
+                       .runtime = simulator.runtime});
+  }
+  for (const AndroidEmulator::Process& emulator : emulators) {
+    devices.push_back({.key = DeviceKey::android(emulator.avd),
+                       .name = emulator.avd,
+                       .feed = ConnectedDevice::Emulator{emulator.pid}});
+  }
+  return devices;
 }
 
 std::vector<ConnectedDevice> merge(const std::vector<Simulator::Device>& simulators,
