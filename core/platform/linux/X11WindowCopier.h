@@ -7,7 +7,7 @@
 #include "platform/linux/X11Connection.h"
 #include "platform/linux/X11Picture.h"
 #include "platform/linux/X11RegionCopy.h"
-#include "platform/linux/X11WindowStack.h"
+#include "platform/linux/X11TopLevel.h"
 
 namespace lenslark {
 

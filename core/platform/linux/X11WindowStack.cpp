@@ -2,7 +2,6 @@
 
 #include <xcb/composite.h>
 #include <xcb/shape.h>
-#include <xcb/xfixes.h>
 
 #include <algorithm>
 #include <utility>
@@ -30,23 +29,6 @@ const Event& as(const xcb_generic_event_t& event) {
   return reinterpret_cast<const Event&>(event);
 }
 
-/// With the border.
-PixelRect outer(const X11TopLevel& window) {
-  const int border = window.border;
-  return {-border, -border, window.frame.width + 2 * border, window.frame.height + 2 * border};
-}
-
-Region onScreen(const X11TopLevel& window) {
-  return Region(window.shape).move(window.frame.x, window.frame.y);
-}
-
-PixelRect outerOnScreen(const X11TopLevel& window) {
-  PixelRect rect = outer(window);
-  rect.x += window.frame.x;
-  rect.y += window.frame.y;
-  return rect;
-}
-
 /// Keeps all other clients of the server waiting.
 class ServerGrab {
  public:
@@ -66,7 +48,7 @@ class ServerGrab {
 
 X11WindowStack::X11WindowStack(const X11Connection& x, ExcludedApplications excluded,
                                bool composited)
-    : x_(x), excluded_(std::move(excluded)), owner_(x) {
+    : x_(x), owner_(x), reader_(x, owner_, std::move(excluded)) {
   // One mask serves a connection: properties and the root's size are the background's affair.
   const std::uint32_t mask = XCB_EVENT_MASK_SUBSTRUCTURE_NOTIFY | XCB_EVENT_MASK_STRUCTURE_NOTIFY |
                              XCB_EVENT_MASK_PROPERTY_CHANGE;
@@ -95,65 +77,8 @@ void X11WindowStack::readTree() {
   if (!tree) return;
   const xcb_window_t* children = xcb_query_tree_children(tree.get());
   for (int index = 0; index < xcb_query_tree_children_length(tree.get()); ++index) {
-    windows_.push_back(describe(children[index]));
+    windows_.push_back(reader_.describe(children[index]));
   }
-}
-
-X11TopLevel X11WindowStack::describe(xcb_window_t id) const {
-  X11TopLevel window;
-  window.id = id;
-  xcb_shape_select_input(x_.get(), id, 1);
-  const auto attributes = x_.ask(xcb_get_window_attributes, xcb_get_window_attributes_reply, id);
-  const auto geometry = x_.ask(xcb_get_geometry, xcb_get_geometry_reply, id);
-  if (!attributes || !geometry) return window;
-  window.border = geometry->border_width;
-  window.frame = {geometry->x + window.border, geometry->y + window.border, geometry->width,
-                  geometry->height};
-  window.depth = geometry->depth;
-  window.visual = attributes->visual;
-  window.drawable = attributes->_class == XCB_WINDOW_CLASS_INPUT_OUTPUT;
-  window.mapped = attributes->map_state == XCB_MAP_STATE_VIEWABLE;
-  readShape(window);
-  decide(window);
-  return window;
-}
-
-/// What is not on the screen may become anybody's: it is decided when it appears.
-void X11WindowStack::decide(X11TopLevel& window) const {
-  window.excluded = true;
-  if (!window.drawable || owner_.isServersOwn(window.id)) return;
-  X11WindowOwner::Family family = owner_.familyOf(window.id);
-  window.family = std::move(family.all);
-  if (!window.mapped) return;
-  const auto listed = [this](xcb_window_t member) {
-    return std::ranges::find(excluded_.windows, member) != excluded_.windows.end();
-  };
-  if (std::ranges::any_of(window.family, listed)) return;
-  if (excluded_.namePrefixes.empty()) {
-    window.excluded = false;
-    return;
-  }
-  window.excluded =
-      std::ranges::any_of(owner_.namesOf(family.members), [this](const std::string& name) {
-        return std::ranges::any_of(excluded_.namePrefixes, [&](const std::string& prefix) {
-          return name.starts_with(prefix);
-        });
-      });
-}
-
-void X11WindowStack::readShape(X11TopLevel& window) const {
-  window.shape = Region(outer(window));
-  const xcb_xfixes_region_t region = xcb_generate_id(x_.get());
-  xcb_xfixes_create_region_from_window(x_.get(), region, window.id, XCB_SHAPE_SK_BOUNDING);
-  const auto answer = x_.ask(xcb_xfixes_fetch_region, xcb_xfixes_fetch_region_reply, region);
-  xcb_xfixes_destroy_region(x_.get(), region);
-  if (!answer) return;
-  Region shape;
-  const xcb_rectangle_t* rects = xcb_xfixes_fetch_region_rectangles(answer.get());
-  for (int index = 0; index < xcb_xfixes_fetch_region_rectangles_length(answer.get()); ++index) {
-    shape.add(Region({rects[index].x, rects[index].y, rects[index].width, rects[index].height}));
-  }
-  window.shape.intersect(shape);
 }
 
 /// The windows that have stores since before; only such a one's can be named.
@@ -267,7 +192,7 @@ X11TopLevel* X11WindowStack::findHolder(xcb_window_t id) {
 }
 
 void X11WindowStack::appear(X11TopLevel& window) {
-  X11TopLevel fresh = describe(window.id);
+  X11TopLevel fresh = reader_.describe(window.id);
   fresh.damage = window.damage;
   fresh.tellsFrom = window.tellsFrom;
   fresh.damaged = window.damaged;
@@ -293,7 +218,7 @@ void X11WindowStack::vanish(X11TopLevel& window) {
 
 void X11WindowStack::add(xcb_window_t id) {
   if (find(id) != nullptr) return;
-  windows_.push_back(describe(id));
+  windows_.push_back(reader_.describe(id));
   if (windows_.back().mapped) {
     appear(windows_.back());
   } else {
@@ -331,7 +256,7 @@ void X11WindowStack::configure(const xcb_configure_notify_event_t& event) {
   window->border = event.border_width;
   window->frame = {event.x + window->border, event.y + window->border, event.width, event.height};
   if (outer(*window) != before) {
-    readShape(*window);
+    reader_.readShape(*window);
     if (window->mapped && !window->excluded) renewed(*window);
   }
   changed(*window);
@@ -381,7 +306,7 @@ void X11WindowStack::reparented(const xcb_reparent_notify_event_t& event) {
 void X11WindowStack::decideAnew(X11TopLevel& window) {
   const bool wasExcluded = window.excluded;
   rememberSecret(window);
-  decide(window);
+  reader_.decide(window);
   if (!window.mapped || (!wasExcluded && !window.excluded)) return;
   upheaval_ = true;
   if (window.excluded) {
@@ -398,7 +323,7 @@ void X11WindowStack::reshaped(xcb_window_t id) {
   X11TopLevel* const window = find(id);
   if (window == nullptr) return;
   changed(*window);
-  readShape(*window);
+  reader_.readShape(*window);
   changed(*window);
 }
 

@@ -1,51 +1,19 @@
 #pragma once
 
 #include <xcb/damage.h>
-#include <xcb/render.h>
 
 #include <chrono>
 #include <optional>
-#include <string>
 #include <utility>
 #include <vector>
 
 #include "platform/Screen.h"
 #include "platform/linux/Region.h"
 #include "platform/linux/X11Connection.h"
+#include "platform/linux/X11TopLevel.h"
 #include "platform/linux/X11WindowOwner.h"
 
 namespace lenslark {
-
-/// One child of the root as the picture needs it. Regions count from the window's corner, without
-/// its border.
-struct X11TopLevel {
-  xcb_window_t id = 0;
-  PixelRect frame;  ///< On the screen, without the border.
-  int border = 0;
-  std::uint8_t depth = 0;
-  xcb_visualid_t visual = 0;
-  bool drawable = false;  ///< Has pixels at all: no input-only window.
-  bool mapped = false;
-  bool excluded = true;              ///< Until it is known whose it is.
-  Region shape;                      ///< With the border.
-  std::vector<xcb_window_t> family;  ///< It and all in it: others' windows may be put into any.
-
-  xcb_damage_damage_t damage = 0;
-  /// The request from which on it tells of painting. What it tells before may be that the server
-  /// has given the window a store, or that it was asked for.
-  std::uint32_t tellsFrom = 0;
-  bool damaged = false;  ///< Since painting was last expected.
-
-  /// What its backing store holds is not its own yet: where it was covered when the store was
-  /// made, the server filled in the covering window's pixels. They count as unknown until the
-  /// application has painted there, or has had the time to.
-  Region unknown;
-  /// The part of those that may show an excluded window. No time makes them known; when it is
-  /// over, the application is asked to paint there.
-  Region secret;
-  /// When that time is over; of an excluded window, when it is looked at again.
-  std::optional<std::chrono::steady_clock::time_point> settles;
-};
 
 /// The root's children, bottom to top, kept up to date by events, each redirected into a backing
 /// store of its own so that it has its own pixels however it is covered.
@@ -87,9 +55,6 @@ class X11WindowStack {
   void readTree();
   Backed alreadyBacked() const;
   void markCovered(const Backed& backed, bool composited);
-  X11TopLevel describe(xcb_window_t id) const;
-  void readShape(X11TopLevel& window) const;
-  void decide(X11TopLevel& window) const;
 
   void watch(X11TopLevel& window);
   void unwatch(X11TopLevel& window);
@@ -116,8 +81,8 @@ class X11WindowStack {
   void reshaped(xcb_window_t id);
 
   const X11Connection& x_;
-  const ExcludedApplications excluded_;
   const X11WindowOwner owner_;
+  const X11TopLevelReader reader_;
   std::vector<X11TopLevel> windows_;
   Region dirty_;
   bool upheaval_ = false;
