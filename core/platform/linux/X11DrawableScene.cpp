@@ -60,15 +60,7 @@ class DrawableScene : public X11Scene {
   /// What was painted since the last time; the server tells of it anew from now on.
   Region takeChanged() const {
     xcb_damage_subtract(x_.get(), damage_, XCB_NONE, changed_);
-    const auto answer = x_.ask(xcb_xfixes_fetch_region, xcb_xfixes_fetch_region_reply, changed_);
-    Region changed;
-    if (!answer) return changed;
-    const xcb_rectangle_t* rects = xcb_xfixes_fetch_region_rectangles(answer.get());
-    for (int index = 0; index < xcb_xfixes_fetch_region_rectangles_length(answer.get()); ++index) {
-      changed.add(
-          Region({rects[index].x, rects[index].y, rects[index].width, rects[index].height}));
-    }
-    return changed;
+    return fetchRegion(x_, changed_).value_or(Region());
   }
 
   const X11RegionCopy copy_;

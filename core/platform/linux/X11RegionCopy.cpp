@@ -35,4 +35,15 @@ std::vector<xcb_rectangle_t> rectanglesOf(const Region& region) {
   return rectangles;
 }
 
+std::optional<Region> fetchRegion(const X11Connection& x, xcb_xfixes_region_t region) {
+  const auto answer = x.ask(xcb_xfixes_fetch_region, xcb_xfixes_fetch_region_reply, region);
+  if (!answer) return std::nullopt;
+  Region fetched;
+  const xcb_rectangle_t* rects = xcb_xfixes_fetch_region_rectangles(answer.get());
+  for (int index = 0; index < xcb_xfixes_fetch_region_rectangles_length(answer.get()); ++index) {
+    fetched.add(Region({rects[index].x, rects[index].y, rects[index].width, rects[index].height}));
+  }
+  return fetched;
+}
+
 }  // namespace lenslark

@@ -1,5 +1,8 @@
 #pragma once
 
+#include <xcb/xfixes.h>
+
+#include <optional>
 #include <vector>
 
 #include "platform/linux/Region.h"
@@ -27,5 +30,8 @@ class X11RegionCopy {
 
 /// A region's rectangles as requests take them.
 std::vector<xcb_rectangle_t> rectanglesOf(const Region& region);
+
+/// A region that the server holds; nothing when it could not be asked for.
+std::optional<Region> fetchRegion(const X11Connection& x, xcb_xfixes_region_t region);
 
 }  // namespace lenslark

@@ -6,6 +6,8 @@
 #include <algorithm>
 #include <utility>
 
+#include "platform/linux/X11RegionCopy.h"
+
 namespace lenslark {
 
 PixelRect outer(const X11TopLevel& window) {
@@ -51,15 +53,9 @@ void X11TopLevelReader::readShape(X11TopLevel& window) const {
   window.shape = Region(outer(window));
   const xcb_xfixes_region_t region = xcb_generate_id(x_.get());
   xcb_xfixes_create_region_from_window(x_.get(), region, window.id, XCB_SHAPE_SK_BOUNDING);
-  const auto answer = x_.ask(xcb_xfixes_fetch_region, xcb_xfixes_fetch_region_reply, region);
+  const auto shape = fetchRegion(x_, region);
   xcb_xfixes_destroy_region(x_.get(), region);
-  if (!answer) return;
-  Region shape;
-  const xcb_rectangle_t* rects = xcb_xfixes_fetch_region_rectangles(answer.get());
-  for (int index = 0; index < xcb_xfixes_fetch_region_rectangles_length(answer.get()); ++index) {
-    shape.add(Region({rects[index].x, rects[index].y, rects[index].width, rects[index].height}));
-  }
-  window.shape.intersect(shape);
+  if (shape) window.shape.intersect(*shape);
 }
 
 void X11TopLevelReader::decide(X11TopLevel& window) const {
