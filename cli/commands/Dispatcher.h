@@ -9,7 +9,7 @@
 namespace lenslark::Dispatcher {
 
 /// Prints the help text when the first word is no verb or is missing; a verb that is nearly one
-/// also gets one line of advice on standard error.
+/// also gets one line of advice on standard error. So does each flag that a verb does not know.
 /// **Fails** with what the command throws.
 void run(const Arguments& arguments);
 

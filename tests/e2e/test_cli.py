@@ -60,6 +60,20 @@ class VersionTest(EndToEndTest):
         self.assertEqual(result.stdout, b"1.1.0\n")
 
 
+class FlagAdviceTest(EndToEndTest):
+    def test_a_flag_that_is_unknown_is_told_and_left_out(self):
+        self.assert_prints(self.lenslark.run("source", "set", "pattern", "--devcie", "x"),
+                           "global default → test pattern\n",
+                           b"note: --devcie is no flag of `lenslark source` and is left out. "
+                           b"Did you mean --device?\n")
+
+    def test_what_is_told_cannot_break_its_line(self):
+        self.assert_prints(self.lenslark.run("source", "get", "--a\nb"),
+                           "global default → desktop under the window\n",
+                           b"note: --a?b is no flag of `lenslark source` and is left out. "
+                           b"See `lenslark help`.\n")
+
+
 class OutputTest(EndToEndTest):
     def test_ends_quietly_when_nobody_reads(self):
         read, write = os.pipe()
