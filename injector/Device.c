@@ -236,6 +236,16 @@ void handleUnpin(Handle* handle) {
   atomic_store(&handle->uses, 0);
 }
 
+int handleDescriptor(const Handle* handle, int descriptor) {
+  const uint16_t place = (uint16_t)(handle - handles + 1);
+  if (descriptor >= 0 && atomic_load(&handleOf[descriptor]) == place) return descriptor;
+  const unsigned used = atomic_load(&usedDescriptors);
+  for (unsigned other = 0; other < used; ++other) {
+    if (atomic_load(&handleOf[other]) == place) return (int)other;
+  }
+  return -1;
+}
+
 void handleCopied(int descriptor, int copy) {
   if (descriptor == copy) return;
   handleClosed(copy);

@@ -112,6 +112,10 @@ bool handleIs(int descriptor);
 /// As handlePin(), for a descriptor that was opened before this program began or by another.
 Handle* handleAdopt(int descriptor);
 
+/// A descriptor of this handle: the one given, unless it was closed meanwhile and its number may be
+/// something else. -1 if there is none any more.
+int handleDescriptor(const Handle* handle, int descriptor);
+
 /// Notes that `copy` refers to the same open file as `descriptor`, if that is a camera.
 void handleCopied(int descriptor, int copy);
 

@@ -25,8 +25,10 @@ static void setTimer(int descriptor, uint64_t at) {
 static void disarm(int descriptor) { setTimer(descriptor, 0); }
 static void fire(int descriptor) { setTimer(descriptor, 1); }
 
-// Lets the descriptor turn readable when the next frame is due, if there is a buffer for it.
+// Lets the descriptor turn readable when the next frame is due, if there is a buffer for it. It may
+// have been closed while the lock was released.
 static void arm(const Device* device, int descriptor) {
+  if (device->owner) descriptor = handleDescriptor(device->owner, descriptor);
   if (device->streaming && (device->reading || device->queued > 0)) {
     setTimer(descriptor, device->next);
   } else {
@@ -282,12 +284,14 @@ int streamOff(Handle* handle, int descriptor, uint32_t type) {
 
 // Waits until a frame is due. The timer's one expiration goes to one thread, which then owns the
 // painter until it arms the timer again. Called and left with the lock held.
-static int awaitFrame(Device* device, int descriptor) {
+static int awaitFrame(Handle* handle, int descriptor) {
+  Device* device = handle->device;
   const uint32_t generation = device->generation;
   for (;;) {
     ++device->waiters;
     pthread_mutex_unlock(&device->lock);
     uint64_t expirations;
+    descriptor = handleDescriptor(handle, descriptor);
     // Not the next read(): one that knows cameras too would bring the call back here.
     const ssize_t got = syscall(SYS_read, descriptor, &expirations, sizeof(expirations));
     const int error = errno;
@@ -297,7 +301,7 @@ static int awaitFrame(Device* device, int descriptor) {
     if (!device->streaming || device->generation != generation) {
       // The expiration was meant for others who wait, or for a stream that was started since.
       if (device->waiters > 0) {
-        fire(descriptor);
+        fire(handleDescriptor(handle, descriptor));
       } else if (device->streaming && !painting) {
         arm(device, descriptor);
       }
@@ -343,7 +347,7 @@ int streamDequeue(Handle* handle, int descriptor, struct v4l2_buffer* request) {
   } else if (!device->streaming) {
     error = EINVAL;
   } else {
-    error = awaitFrame(device, descriptor);
+    error = awaitFrame(handle, descriptor);
   }
   if (error) {
     pthread_mutex_unlock(&device->lock);
@@ -418,7 +422,7 @@ ssize_t streamRead(Handle* handle, int descriptor, void* into, size_t size) {
   if (!error && starts) arm(device, descriptor);
   const size_t whole = pictureSize(&device->format);
   if (!error && device->readOffset == 0) {
-    error = awaitFrame(device, descriptor);
+    error = awaitFrame(handle, descriptor);
     if (!error) {
       const uint64_t now = feedClock();
       uint8_t* out = otherScratch(device);
@@ -440,7 +444,8 @@ ssize_t streamRead(Handle* handle, int descriptor, void* into, size_t size) {
     device->readOffset = 0;
     arm(device, descriptor);
   } else {
-    fire(descriptor);  // The rest of the picture is there to be read.
+    // The rest of the picture is there to be read.
+    fire(handleDescriptor(handle, descriptor));
   }
   pthread_mutex_unlock(&device->lock);
   if (copied) return (ssize_t)part;

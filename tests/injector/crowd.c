@@ -123,6 +123,25 @@ static void restarted(void) {
   }
 }
 
+// Closes one of two copies while a picture is made through it. The other goes on.
+static void copyClosed(void) {
+  const int first = open("/dev/video0", O_RDWR);
+  for (int i = 0; i < roundCount; ++i) {
+    camera = first;
+    CHECK(request(3) == 0 && queue(0) == 0 && queue(1) == 0 && queue(2) == 0);
+    camera = dup(first);
+    CHECK(turn(true) == 0);
+    pthread_t taker;
+    CHECK(pthread_create(&taker, NULL, dequeueOnce, NULL) == 0);
+    usleep((useconds_t)(i * 20));
+    CHECK(close(camera) == 0);
+    void* outcome;
+    CHECK(pthread_join(taker, &outcome) == 0);
+    camera = first;
+    CHECK(isReadable(20000) && dequeue() == 0 && turn(false) == 0);
+  }
+}
+
 typedef struct Due {
   uint64_t earliest, latest;
 } Due;
@@ -170,6 +189,8 @@ int main(int count, char** arguments) {
     everyCall();
   } else if (strcmp(command, "restarted") == 0) {
     restarted();
+  } else if (strcmp(command, "copyClosed") == 0) {
+    copyClosed();
   } else if (strcmp(command, "spawning") == 0) {
     spawning();
   } else {
