@@ -37,8 +37,9 @@ void take(SavedConfig& saved, const FileDescriptor& file, const std::string& pat
     saved.config = ConfigJson::read(saved.content);
     saved.content.clear();
     saved.condition = SavedConfig::Condition::good;
-  } catch (const JsonError&) {
+  } catch (const JsonError& error) {
     saved.condition = SavedConfig::Condition::broken;
+    saved.problem = error.what();
   }
 }
 

@@ -60,7 +60,7 @@ struct SavedConfig {
   Condition condition = Condition::missing;
   ConfigFile config;      ///< Only when the condition is `good`.
   std::string content;    ///< Only when the condition is `broken`.
-  std::string problem;    ///< Only when the condition is `unreadable`.
+  std::string problem;    ///< Only when the condition is `broken` or `unreadable`.
   bool shortage = false;  ///< Whether the system lacks something, which says nothing of the file.
   std::optional<FileStamp> stamp;  ///< As it was just before the reading.
   bool settled = true;             ///< Whether the stamp tells every later change.

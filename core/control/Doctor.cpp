@@ -11,6 +11,7 @@
 #include <utility>
 
 #include "config/Lenslark.h"
+#include "config/SavedConfig.h"
 #include "control/FeedFindings.h"
 #include "control/Hints.h"
 #include "devices/CommandError.h"
@@ -88,13 +89,24 @@ Checks injectorChecks() {
           injectorCheck("Android injector", AndroidEmulator::injectorPath)};
 }
 
+/// Nothing else tells that a slip in a hand edit has put the defaults in force.
+Checks settingsProblems(const std::filesystem::path& file) {
+  using Condition = SavedConfig::Condition;
+  const SavedConfig saved = SavedConfig::read(file);
+  if (saved.condition == Condition::good || saved.condition == Condition::missing) return {};
+  return {{Level::warning,
+           "The settings cannot be read",
+           {saved.problem, "The defaults are in force."},
+           "mend \"" + file.string() + "\", or move it away"}};
+}
+
 Checks configurationChecks(const CameraControl& control) {
   const std::filesystem::path file = control.store().fileURL();
   std::error_code unknown;
   // Before the store reads it, which keeps a broken one aside.
   const bool exists = std::filesystem::exists(file, unknown);
   const ConfigFile config = control.store().config();
-  Checks problems;
+  Checks problems = settingsProblems(file);
   std::size_t items = 0;
   try {
     items = MediaIndex::read(control.media().directory() / "index.json").size();

@@ -194,6 +194,16 @@ TEST_F(DoctorTest, countsTheSettings) {
             std::vector<std::string>{"schema 1, 1 assignment(s), 0 media item(s)"});
 }
 
+TEST_F(DoctorTest, tellsThatTheSettingsCannotBeRead) {
+  const std::string file = folder.write("support/config.json", "{\n  oops");
+  const Check found = check("The settings cannot be read");
+  EXPECT_EQ(found.level, Level::warning);
+  EXPECT_EQ(found.fix, "mend \"" + file + "\", or move it away");
+  ASSERT_EQ(found.details.size(), 2U);
+  EXPECT_NE(found.details[0].find("line 2"), std::string::npos) << found.details[0];
+  EXPECT_EQ(check("Config: " + file).level, Level::ok);
+}
+
 TEST_F(DoctorTest, goesOnPastALibraryThatCannotBeRead) {
   folder.write("support/Media/index.json", "{");
   feed("lenslark.shm", frameFile(gonePid, 1));
