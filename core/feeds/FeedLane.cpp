@@ -1,10 +1,31 @@
 #include "feeds/FeedLane.h"
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <utility>
 
+#include "base/Error.h"
+#include "feeds/FeedReader.h"
+
 namespace lenslark {
+namespace {
+
+/// Whether a file is a feed of ours without a writer. In doubt it is not: a process id may be one
+/// of another container's, so that only a heart that has stopped tells of its end.
+bool isAbandoned(const std::string& path) {
+  struct stat status {};
+  if (::lstat(path.c_str(), &status) != 0 || status.st_uid != ::getuid()) return false;
+  try {
+    const auto info = FeedReader::info(path);
+    return info &&
+           (info->writerPid == 0 || info->heartbeatAge.value_or(0) > FeedReader::liveHeartbeat);
+  } catch (const Error&) {
+    return false;  // a header that no writer makes
+  }
+}
+
+}  // namespace
 
 FeedLane::FeedLane(std::string path)
     : path_(std::move(path)), queue_("lenslark.feed", SerialQueue::Lane::blocking) {}
@@ -54,6 +75,10 @@ void FeedLane::remove() {
   unfollow();
   if (isOurs()) ::unlink(path_.c_str());
   close();
+}
+
+void FeedLane::removeLeftover() {
+  if (!output_ && isAbandoned(path_)) ::unlink(path_.c_str());
 }
 
 bool FeedLane::isOurs() const {

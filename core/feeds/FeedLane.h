@@ -54,6 +54,9 @@ class FeedLane {
   void close();
   /// Closes the file and removes it, if it is still there and nobody else's.
   void remove();
+  /// Removes a frame file that nobody writes any more. What is being written, and what is no frame
+  /// file, stays.
+  void removeLeftover();
 
  private:
   void unfollow();

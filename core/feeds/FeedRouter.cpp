@@ -196,7 +196,9 @@ void FeedRouter::take(const DeviceRegistry::Snapshot& snapshot) {
 
 void FeedRouter::reconcile() {
   if (stopped_) return;
-  feeds_.apply(wantedFeeds(situation_));
+  const auto wanted = wantedFeeds(situation_);
+  feeds_.apply(wanted);
+  feeds_.removeLeftovers(unwantedPaths(situation_, wanted));
   retime();
   refreshStatuses();
 }
@@ -226,6 +228,7 @@ void FeedRouter::beat() {
 
 void FeedRouter::retryFailures() {
   feeds_.retryFailures();
+  feeds_.retryLeftovers();
   if (feeds_.hasFailedFiles()) reconcile();
   if (mediaMissing_) lookups_.post(weakly(&FeedRouter::loadConfig));
 }

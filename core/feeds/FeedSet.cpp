@@ -224,6 +224,27 @@ bool FeedSet::removeLeaving() {
   return removed;
 }
 
+void FeedSet::removeLeftovers(const std::set<std::string>& unwanted) {
+  std::erase_if(unwanted_, [&](const auto& entry) { return !unwanted.contains(entry.first); });
+  for (const auto& path : unwanted) {
+    if (feeds_.contains(path)) continue;  // on its way out
+    if (unwanted_.emplace(path, 1).second) removeLeftover(path);
+  }
+}
+
+void FeedSet::retryLeftovers() {
+  constexpr int mostLooks = 3;
+  for (auto& [path, looks] : unwanted_) {
+    if (looks == mostLooks) continue;
+    ++looks;
+    removeLeftover(path);
+  }
+}
+
+void FeedSet::removeLeftover(const std::string& path) {
+  onLane(laneFor(path), [](FeedLane& lane) { lane.removeLeftover(); });
+}
+
 void FeedSet::stopIdleHubs() {
   std::set<std::string> used;
   for (const auto& [path, feed] : feeds_) used.insert(feed.wanted.source.key);

@@ -63,6 +63,12 @@ class FeedSet {
   /// without the overlay.
   void apply(const std::vector<WantedFeed>& wanted);
 
+  /// Removes what an earlier process left at these paths, which are all that are not wanted: a
+  /// reader that finds a camera's own file, dead as it is, does not look for the device's.
+  void removeLeftovers(const std::set<std::string>& unwanted);
+  /// Looks again, a few times for each: whoever was killed looks alive for a moment.
+  void retryLeftovers();
+
   /// Marks every file as alive; makes those anew that somebody removed, replaced or cut short, and
   /// takes those back that another process had taken over and has left. One for whose frames there
   /// is no room is opened anew with that room, or is a file that cannot be opened.
@@ -144,6 +150,7 @@ class FeedSet {
   void removeUnwanted(const std::vector<WantedFeed>& wanted);
   /// Removes what is not wanted, but for the files that a camera still shows. Whether any was.
   bool removeLeaving();
+  void removeLeftover(const std::string& path);
   void stopIdleHubs();
   Running run(const SourceRequest& request, std::optional<std::string> knownError = {});
   static bool isToBeTriedAgain(Running& running);
@@ -165,6 +172,7 @@ class FeedSet {
   /// file is not opened before the one before it is gone.
   std::map<std::string, std::weak_ptr<FeedLane>> lanes_;
   bool anyLeaving_ = false;
+  std::map<std::string, int> unwanted_;  // how often each path was looked at for a leftover
   std::uint64_t attempts_ = 0;
   std::size_t unopened_ = 0;  // files that are being opened
   std::vector<std::promise<void>> settling_;

@@ -94,6 +94,17 @@ std::vector<WantedFeed> wantedFeeds(const FeedSituation& situation) {
   return planner.take();
 }
 
+std::set<std::string> unwantedPaths(const FeedSituation& situation,
+                                    const std::vector<WantedFeed>& wanted) {
+  std::set<std::string> paths;
+  for (const auto& device : situation.devices) {
+    paths.insert(device.feedPath(std::nullopt));
+    for (const auto camera : device.key.cameras()) paths.insert(device.feedPath(camera));
+  }
+  for (const auto& feed : wanted) paths.erase(feed.path);
+  return paths;
+}
+
 std::vector<DeviceStatus> deviceStatuses(const FeedSituation& situation,
                                          const std::set<std::string>& open) {
   std::vector<DeviceStatus> statuses;

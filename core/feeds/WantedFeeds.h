@@ -44,6 +44,10 @@ struct FeedSituation {
 /// cameras show the same, else one for each camera), then the global one. Each path occurs once.
 std::vector<WantedFeed> wantedFeeds(const FeedSituation& situation);
 
+/// The files that readers of the connected devices look for as well, and that are not wanted.
+std::set<std::string> unwantedPaths(const FeedSituation& situation,
+                                    const std::vector<WantedFeed>& wanted);
+
 /// What each device's cameras show, and by which of the `open` files.
 std::vector<DeviceStatus> deviceStatuses(const FeedSituation& situation,
                                          const std::set<std::string>& open);

@@ -2,6 +2,7 @@
 
 import os
 import pathlib
+import signal
 import time
 import unittest
 
@@ -92,6 +93,25 @@ class SimulatorFeedsTest(FeedsTest):
             self.source("reset", "--device", device, "--camera", "front")
             eventually(lambda: self.colour(both) == RED)
             eventually(lambda: not back.exists() and not front.exists())
+
+    def test_what_an_earlier_run_left_hides_no_feed(self):
+        """A reader looks for its camera's file first and for the device's own second."""
+        [udid] = self.fresh_simulators("iPhone")
+        device = f"ios:{udid}"
+        both, back, front = (simulator_feed(udid, camera) for camera in (None, "back", "front"))
+        self.source("set", "image", self.plain_picture("red.png", RED), "--device", device)
+        for number in (signal.SIGTERM, signal.SIGKILL):
+            self.source("set", "pattern", "--device", device, "--camera", "front")
+            with self.serve(ends=False) as serving:
+                eventually(lambda: framefile.latest(front) and framefile.latest(back))
+                serving.interrupt(number)
+                serving.wait()
+            self.assertTrue(front.exists() and back.exists())
+            self.source("reset", "--device", device, "--camera", "front")
+            with self.serve():
+                eventually(lambda: self.colour(both) == RED)
+                # A killed program looks alive for a moment.
+                eventually(lambda: not front.exists() and not back.exists(), deadline=30)
 
     def test_a_split_and_a_join_leave_no_reader_without_a_frame(self):
         """A reader looks for its camera's file first and for the device's own second."""

@@ -7,13 +7,17 @@
 
 #include <algorithm>
 #include <condition_variable>
+#include <cstddef>
 #include <filesystem>
+#include <fstream>
 #include <latch>
 #include <mutex>
 
 #include "base/Error.h"
 #include "codecs/Modules.h"
 #include "feeds/FeedReader.h"
+#include "feeds/SharedFrameWriter.h"
+#include "lenslark/frame_file.h"
 #include "support/Eventually.h"
 #include "support/FakeSources.h"
 #include "support/TemporaryDirectory.h"
@@ -273,6 +277,74 @@ TEST_F(FeedSetTest, aFileThatSomebodyPutInThePlaceOfOursStays) {
   directory.write("a", "somebody else's");
   apply({});
   EXPECT_TRUE(exists("a"));
+}
+
+class FeedSetLeftoverTest : public FeedSetTest {
+ protected:
+  std::string path(const std::string& name) const { return (directory / name).string(); }
+
+  /// What a process has closed at its end.
+  void leave(const std::string& name) { SharedFrameWriter(path(name), 16, 8, LLCameraFront); }
+
+  void remove(const std::set<std::string>& names) {
+    std::set<std::string> paths;
+    for (const auto& name : names) paths.insert(path(name));
+    queue->sync([&] { feeds->removeLeftovers(paths); });
+    settle();
+  }
+  void retry() {
+    queue->sync([&] { feeds->retryLeftovers(); });
+    settle();
+  }
+
+  /// Overwrites the last sign of life.
+  void setHeartbeat(const std::string& name, std::uint64_t nanoseconds) const {
+    std::fstream file(path(name), std::ios::in | std::ios::out | std::ios::binary);
+    file.seekp(offsetof(LLFrameHeader, heartbeat));
+    file.write(reinterpret_cast<const char*>(&nanoseconds), sizeof nanoseconds);
+  }
+};
+
+TEST_F(FeedSetLeftoverTest, whatAnEarlierProcessLeftIsRemoved) {
+  leave("a");
+  leave("a-front");
+  apply({want("a", 1)});
+  remove({"a-front", "a-back"});
+  EXPECT_FALSE(exists("a-front"));
+  EXPECT_TRUE(exists("a"));
+}
+
+TEST_F(FeedSetLeftoverTest, whatIsBeingWrittenStays) {
+  SharedFrameWriter writer(path("a-front"), 16, 8, LLCameraFront);
+  writer.heartbeat();
+  remove({"a-front"});
+  EXPECT_TRUE(exists("a-front"));
+}
+
+TEST_F(FeedSetLeftoverTest, whatAKilledProcessLeftIsRemovedOnceItsHeartHasStopped) {
+  SharedFrameWriter writer(path("a-front"), 16, 8, LLCameraFront);
+  writer.heartbeat();
+  remove({"a-front"});
+  setHeartbeat("a-front", 1);
+  retry();
+  EXPECT_FALSE(exists("a-front"));
+}
+
+TEST_F(FeedSetLeftoverTest, whatIsNoFrameFileStays) {
+  std::ofstream(path("a-front")) << std::string(5000, '\0');
+  remove({"a-front"});
+  EXPECT_TRUE(exists("a-front"));
+}
+
+TEST_F(FeedSetLeftoverTest, aFileThatIsWantedByThenStays) {
+  leave("a-front");
+  queue->sync([&] {
+    feeds->removeLeftovers({path("a-front")});
+    feeds->apply({want("a-front", 1)});
+  });
+  settle();
+  EXPECT_TRUE(exists("a-front"));
+  EXPECT_EQ(openPaths(), std::set{path("a-front")});
 }
 
 TEST_F(FeedSetTest, twoFilesInPlaceOfOneShowItsPictureFromTheStart) {

@@ -156,6 +156,22 @@ TEST_F(WantedFeedsTest, aPathIsWantedOnce) {
   EXPECT_EQ(paths(), Paths{"/tmp/lenslark-sim-U.shm"});
 }
 
+TEST_F(WantedFeedsTest, theOtherPathsOfConnectedDevicesAreUnwanted) {
+  situation.devices = {phone("A"), phone("B", 8), emulator(42)};
+  set(Scope::global(), imageA);
+  set(Scope::camera(DeviceKey::ios("B"), CameraPosition::front), imageB);
+  const std::set<std::string> expected{"/tmp/lenslark-sim-A-back.shm",
+                                       "/tmp/lenslark-sim-A-front.shm", "/tmp/lenslark-sim-B.shm",
+                                       "/tmp/lenslark-pid-42-back.shm"};
+  EXPECT_EQ(unwantedPaths(situation, wantedFeeds(situation)), expected);
+}
+
+TEST_F(WantedFeedsTest, aDeviceWithoutAFeedHasUnwantedPathsAlone) {
+  situation.devices = {phone("A")};
+  situation.devices[0].window.reset();
+  EXPECT_EQ(unwantedPaths(situation, wantedFeeds(situation)).size(), 3U);
+}
+
 TEST_F(WantedFeedsTest, fillComesFromTheOverrideThenTheSettings) {
   set(Scope::global(), imageA);
   const auto fill = [&] { return wantedFeeds(situation).at(0).style.fill; };
