@@ -211,9 +211,12 @@ TEST(CompositorTest, fillMultipliesByTheAlpha) {
 }
 
 TEST(CompositorTest, fillOfNothingTouchesNothing) {
-  PixelBuffer picture({3, 2});
-  Compositor::fill(picture.span().part({0, 2, 3, 0}), {});
-  Compositor::fill(picture.span().part({3, 0, 0, 2}), {});
+  const auto picture = uniformPicture({3, 3}, {1, 2, 3, 4});
+  Compositor::fill(picture->span().part({0, 1, 3, 0}), {});
+  Compositor::fill(picture->span().part({1, 0, 0, 3}), {});
+  for (int y = 0; y < 3; ++y) {
+    for (int x = 0; x < 3; ++x) EXPECT_EQ(pixelAt(picture->view(), x, y), (Pixel{1, 2, 3, 4}));
+  }
 }
 
 TEST(CompositorTest, makeOpaqueKeepsTheColours) {
