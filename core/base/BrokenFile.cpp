@@ -30,17 +30,15 @@ bool holds(const std::string& path, std::string_view content) {
   return count == status.st_size && kept == content;
 }
 
-/// Whether one of the copies made before has this content.
-bool isKept(const std::filesystem::path& prefix, std::string_view content) {
+/// Whether one of the copies made before is wanted; `error` tells that not all could be looked at.
+template <typename Wanted>
+bool anyCopy(const std::filesystem::path& prefix, std::error_code& error, Wanted&& wanted) {
   const std::string namePrefix = prefix.filename().string();
-  std::error_code error;
   std::filesystem::directory_iterator entries(prefix.parent_path(), error);
   for (const std::filesystem::directory_iterator end; !error && entries != end;
        entries.increment(error)) {
     const std::filesystem::path& entry = entries->path();
-    if (entry.filename().string().starts_with(namePrefix) && holds(entry.string(), content)) {
-      return true;
-    }
+    if (entry.filename().string().starts_with(namePrefix) && wanted(entry.string())) return true;
   }
   return false;
 }
@@ -62,7 +60,8 @@ std::pair<FileDescriptor, std::string> createCopy(const std::string& prefix) {
 
 void keepAside(const std::string& path, std::string_view content) {
   const std::string prefix = prefixOf(path);
-  if (isKept(prefix, content)) return;
+  std::error_code ignored;
+  if (anyCopy(prefix, ignored, [&](const auto& copy) { return holds(copy, content); })) return;
   const auto [copy, name] = createCopy(prefix);
   try {
     writeAll(copy, std::as_bytes(std::span(content)), name);
@@ -73,14 +72,8 @@ void keepAside(const std::string& path, std::string_view content) {
 }
 
 bool hasCopy(const std::string& path) {
-  const std::filesystem::path prefix = prefixOf(path);
   std::error_code error;
-  std::filesystem::directory_iterator entries(prefix.parent_path(), error);
-  for (const std::filesystem::directory_iterator end; !error && entries != end;
-       entries.increment(error)) {
-    if (entries->path().filename().string().starts_with(prefix.filename().string())) return true;
-  }
-  return bool(error);
+  return anyCopy(prefixOf(path), error, [](const auto&) { return true; }) || error;
 }
 
 }  // namespace lenslark::BrokenFile
