@@ -20,9 +20,14 @@ constexpr auto redrawTime = std::chrono::milliseconds(100);
 /// Short enough that the line fits a terminal: one that wraps cannot be written over.
 std::string shortName(const std::string& path) {
   constexpr std::size_t longest = 30;
-  const std::string name = std::filesystem::path(path).filename();
-  return name.size() <= longest ? Text::printable(name)
-                                : Text::printable(name.substr(0, longest - 1)) + "…";
+  const std::string name = Text::printable(std::filesystem::path(path).filename().string());
+  if (name.size() <= longest) return name;
+  const auto continues = [](char byte) {
+    return (static_cast<unsigned char>(byte) & 0xC0U) == 0x80U;
+  };
+  std::size_t end = longest - 1;
+  while (continues(name[end])) --end;  // no letter is cut
+  return name.substr(0, end) + "…";
 }
 
 }  // namespace

@@ -37,6 +37,15 @@ TEST(ImportProgressLineTest, aLongNameIsCut) {
   EXPECT_LT(line.size(), 80U);
 }
 
+TEST(ImportProgressLineTest, aLongNameIsCutBetweenLetters) {
+  for (const std::size_t before : {0U, 1U, 2U}) {
+    std::string name(before, 'x');
+    for (int i = 0; i < 20; ++i) name += "猫";
+    const std::string line = ImportProgressLine::line(name, {0, 5, Step::hashing}, 0);
+    EXPECT_TRUE(line.contains("猫…: hashing")) << line;
+  }
+}
+
 TEST(ImportProgressLineTest, isSilentWhereNobodyWatches) {
   EXPECT_FALSE(ImportProgressLine().handler());
 }
