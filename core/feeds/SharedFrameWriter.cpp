@@ -1,5 +1,6 @@
 #include "feeds/SharedFrameWriter.h"
 
+#include <signal.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -44,6 +45,11 @@ std::uint64_t nextEven(std::uint64_t counter) noexcept { return (counter & ~std:
 
 std::uint32_t ownPid() noexcept { return static_cast<std::uint32_t>(::getpid()); }
 
+/// False in doubt.
+bool isGone(std::uint32_t pid) noexcept {
+  return ::kill(static_cast<pid_t>(pid), 0) != 0 && errno == ESRCH;
+}
+
 std::size_t slotCapacity(const std::string& path, int maxWidth, int maxHeight) {
   constexpr std::int64_t mostPixels = std::int64_t{1} << 28;
   const std::int64_t pixels = std::int64_t{maxWidth} * maxHeight;
@@ -57,12 +63,13 @@ SharedFrameWriter::SharedFrameWriter(const std::string& path, int maxWidth, int 
                                      LLCamera camera, std::size_t room)
     : path_(path),
       capacity_(slotCapacity(path, maxWidth, maxHeight)),
+      camera_(camera),
       room_(std::min(room, capacity_)) {
   const std::size_t secondSlot = LL_FRAME_DATA_OFFSET + capacity_;
   file_ = FrameFileOpening::openPrivate(path);
   mapping_ = FrameFileOpening::mapWhole(file_, path, secondSlot + capacity_,
                                         {{0, LL_FRAME_DATA_OFFSET + room_}, {secondSlot, room_}});
-  writeHeader(camera);
+  writeHeader();
 }
 
 SharedFrameWriter::~SharedFrameWriter() { close(); }
@@ -74,7 +81,7 @@ void SharedFrameWriter::close() noexcept {
   std::atomic_ref(header().writerPid).compare_exchange_strong(pid, 0);
 }
 
-void SharedFrameWriter::writeHeader(LLCamera camera) noexcept {
+void SharedFrameWriter::writeHeader() noexcept {
   LLFrameHeader& head = header();
   const bool known = get(head.magic) == LL_FRAME_MAGIC;
   const bool hasSlots = known && get(head.version) >= LL_FRAME_VERSION;
@@ -94,9 +101,7 @@ void SharedFrameWriter::writeHeader(LLCamera camera) noexcept {
   put(head.contentKind, LLContentKind{LLContentKindLive});
   put(head.frontSlot, 0U);
   put(head.isStill, 0U);
-  put(head.camera, camera);
-  put(head.dataOffset, std::uint32_t{LL_FRAME_DATA_OFFSET});
-  put(head.slotCapacity, std::uint64_t{capacity_});
+  describeFile();
   put(head.writerPid, ownPid());
   if (!known) put(head.sceneMode, LLSceneMode{LLSceneModeFit});
   for (LLFrameSlot& slot : head.slots) {
@@ -104,8 +109,26 @@ void SharedFrameWriter::writeHeader(LLCamera camera) noexcept {
   }
   putInOrder(head.sequence, known ? nextEven(get(head.sequence)) : 0);
   // A fresh file is a frame file only when all of its header stands.
+  signFile();
+}
+
+void SharedFrameWriter::describeFile() noexcept {
+  LLFrameHeader& head = header();
+  put(head.camera, camera_);
+  put(head.dataOffset, std::uint32_t{LL_FRAME_DATA_OFFSET});
+  put(head.slotCapacity, std::uint64_t{capacity_});
+}
+
+void SharedFrameWriter::signFile() noexcept {
+  LLFrameHeader& head = header();
   putInOrder(head.version, std::uint32_t{LL_FRAME_VERSION});
   putInOrder(head.magic, std::uint32_t{LL_FRAME_MAGIC});
+}
+
+bool SharedFrameWriter::isSigned() const noexcept {
+  LLFrameHeader& head = header();
+  return get(head.magic) == LL_FRAME_MAGIC && get(head.version) == LL_FRAME_VERSION &&
+         get(head.dataOffset) == LL_FRAME_DATA_OFFSET && get(head.slotCapacity) == capacity_;
 }
 
 bool SharedFrameWriter::write(const Frame& frame, ContentKind kind) noexcept {
@@ -115,17 +138,25 @@ bool SharedFrameWriter::write(const Frame& frame, ContentKind kind) noexcept {
 }
 
 void SharedFrameWriter::heartbeat() noexcept {
-  if (isWhole() && isOurs()) put(header().heartbeat, Clock::uptimeNanoseconds());
+  if (!isWhole() || !isOurs()) return;
+  if (!isSigned()) {
+    describeFile();
+    signFile();
+  }
+  put(header().heartbeat, Clock::uptimeNanoseconds());
 }
 
 bool SharedFrameWriter::isVacant() const noexcept {
   constexpr std::uint64_t longestPause = 3'000'000'000;  // nanoseconds; six heartbeats
   if (!isTakenOver()) return false;
-  if (get(header().writerPid) == 0) return true;
-  // Not by its process id: that may be one of another container's.
+  const std::uint32_t pid = get(header().writerPid);
+  if (pid == 0) return true;
   const std::uint64_t heartbeat = get(header().heartbeat);
+  // Only just opened, by somebody who may have ended right there.
+  if (heartbeat == 0) return isGone(pid);
+  // Not by its process id: that may be one of another container's.
   const std::uint64_t now = Clock::uptimeNanoseconds();
-  return heartbeat != 0 && heartbeat <= now && now - heartbeat > longestPause;
+  return heartbeat <= now && now - heartbeat > longestPause;
 }
 
 bool SharedFrameWriter::stillInPlace() const noexcept {

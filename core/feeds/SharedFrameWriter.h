@@ -55,6 +55,8 @@ class SharedFrameWriter {
   template <typename Draw>
   bool write(Size size, ContentKind kind, Draw&& draw) noexcept;
 
+  /// Marks the file as alive. What tells that it is a frame file, should somebody have overwritten
+  /// it, is written anew.
   void heartbeat() noexcept;
 
   /// Whether `path` still names the file that is being written, at its full length.
@@ -79,7 +81,11 @@ class SharedFrameWriter {
   LLFrameHeader& header() const noexcept;
   bool isWhole() const noexcept;
   bool isOurs() const noexcept;
-  void writeHeader(LLCamera camera) noexcept;
+  void writeHeader() noexcept;
+  /// What stays the same for as long as the file is ours: where what lies, and that it does.
+  void describeFile() noexcept;
+  void signFile() noexcept;
+  bool isSigned() const noexcept;
 
   bool fits(Size size) const noexcept;
   bool hasRoom(Size size) noexcept;
@@ -94,6 +100,7 @@ class SharedFrameWriter {
   // Constant after construction.
   std::string path_;
   std::size_t capacity_ = 0;
+  LLCamera camera_ = LLCameraDevice;
   FileDescriptor file_;
   MappedFile mapping_;
 

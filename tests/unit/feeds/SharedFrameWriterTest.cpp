@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <filesystem>
@@ -322,8 +323,42 @@ TEST_F(TakenOverFileTest, isVacantWhenItsHeartHasStopped) {
   EXPECT_FALSE(writer->isVacant());
   change([&](LLFrameHeader& head) { head.heartbeat = now - 3'100'000'000; });
   EXPECT_TRUE(writer->isVacant());
-  change([&](LLFrameHeader& head) { head.heartbeat = 0; });  // it has only just been opened
+}
+
+TEST_F(TakenOverFileTest, isNotVacantWhileItsWriterHasOnlyJustOpenedIt) {
+  change([](LLFrameHeader& head) {
+    head.heartbeat = 0;
+    head.writerPid = 1;  // a process that there always is
+  });
   EXPECT_FALSE(writer->isVacant());
+}
+
+TEST_F(TakenOverFileTest, isVacantWhenItsWriterEndedBeforeItsFirstHeartbeat) {
+  const pid_t ended = ::fork();
+  if (ended == 0) ::_exit(0);
+  ASSERT_EQ(::waitpid(ended, nullptr, 0), ended);
+  change([&](LLFrameHeader& head) {
+    head.heartbeat = 0;
+    head.writerPid = static_cast<std::uint32_t>(ended);
+  });
+  EXPECT_TRUE(writer->isVacant());
+}
+
+TEST_F(SharedFrameWriterTest, whatMakesItAFrameFileIsWrittenAnewWithTheHeartbeat) {
+  open();
+  writer->write(*numberedPicture({6, 7}), ContentKind::still);
+  const LLFrameHeader before = file().header();
+  std::string bytes = readFile(path);
+  std::memset(bytes.data(), 'x', 8);
+  std::memset(bytes.data() + offsetof(LLFrameHeader, dataOffset), 'x', 12);
+  directory.write("feed.shm", bytes);
+  writer->heartbeat();
+  const LLFrameHeader after = file().header();
+  EXPECT_EQ(after.magic, before.magic);
+  EXPECT_EQ(after.version, before.version);
+  EXPECT_EQ(after.dataOffset, before.dataOffset);
+  EXPECT_EQ(after.slotCapacity, before.slotCapacity);
+  EXPECT_EQ(pixelAt(file().frontFrame(), 5, 6), numberedPixel(5, 6));
 }
 
 TEST_F(SharedFrameWriterTest, aFileOfOnesOwnIsNeverVacant) {
