@@ -7,7 +7,6 @@
 #include <array>
 #include <cstdlib>
 #include <cstring>
-#include <span>
 #include <string_view>
 #include <system_error>
 

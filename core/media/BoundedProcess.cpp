@@ -11,7 +11,6 @@
 #include <array>
 #include <cerrno>
 #include <csignal>
-#include <span>
 
 #include "base/ChildStatuses.h"
 #include "base/PosixError.h"

@@ -1,4 +1,3 @@
-#include <filesystem>
 #include <utility>
 
 #include "codecs/Modules.h"

@@ -4,7 +4,6 @@
 #include <xcb/shm.h>
 
 #include <cstdint>
-#include <vector>
 
 #include "graphics/PixelView.h"
 #include "platform/linux/X11Connection.h"

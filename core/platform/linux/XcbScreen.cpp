@@ -1,7 +1,6 @@
 #include "platform/linux/XcbScreen.h"
 
 #include <algorithm>
-#include <cmath>
 #include <utility>
 
 #include "platform/linux/X11Stream.h"

@@ -1,7 +1,6 @@
 #include "platform/linux/XcbTree.h"
 
 #include <algorithm>
-#include <iterator>
 
 namespace lenslark::XcbTree {
 namespace {
