@@ -11,7 +11,9 @@ namespace lenslark {
 /// opens the file anew.
 class FileLock {
  public:
-  /// Waits until the lock is free. **Fails** with std::system_error that names the path.
+  /// Waits until the lock is free, and after some seconds logs for what: whoever holds it may have
+  /// been stopped, and nobody would know why nothing happens. **Fails** with std::system_error that
+  /// names the path.
   explicit FileLock(const std::string& path);
 
  private:

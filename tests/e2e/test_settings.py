@@ -1,7 +1,10 @@
 """Settings reach a running feed, whoever edits them and however."""
 
+import fcntl
 import json
 import os
+import select
+import subprocess
 import time
 import unittest
 
@@ -42,6 +45,23 @@ class SettingsTest(EndToEndTest):
             result = self.lenslark.run("source", "set", "image", self.folder / "red.png")
             self.assertEqual(result.returncode, 0, result.stderr)
             self.await_colour(RED, 1)
+
+    def test_a_command_says_what_it_waits_for(self):
+        lock = self.lenslark.support / "config.lock"
+        with open(lock, "w") as held:
+            fcntl.flock(held, fcntl.LOCK_EX)
+            with subprocess.Popen([self.lenslark.program, "source", "set", "pattern"],
+                                  env=self.lenslark.environment, stderr=subprocess.PIPE) as command:
+                try:
+                    said, _, _ = select.select([command.stderr], [], [], 30)
+                    self.assertTrue(said)
+                    self.assertIn(f"waiting for {lock}, which another process holds",
+                                  command.stderr.readline().decode())
+                    self.assertIsNone(command.poll())
+                    fcntl.flock(held, fcntl.LOCK_UN)
+                    self.assertEqual(command.wait(15), 0)
+                finally:
+                    command.kill()
 
     def test_the_feed_of_the_desktop_goes_away(self):
         self.lenslark.write_config({"kind": "image", "mediaId": self.red})
