@@ -81,7 +81,7 @@ typedef struct Device {
 typedef struct Handle {
   atomic_int uses;  ///< 0 free, -1 being closed, else descriptors and calls under way.
   Device* device;
-  int access;           ///< O_RDONLY, O_WRONLY or O_RDWR.
+  int access;  ///< O_RDONLY, O_WRONLY or O_RDWR.
   uint32_t priority;
 } Handle;
 

@@ -1,9 +1,11 @@
 """The calls of a V4L2 client, one by one."""
+import os
 import subprocess
 import unittest
 
 from feed import Feed, halves, solid
-from support import BLUE, CALLS, CROWD, CameraTest, DETAILS, PROBE, RED
+from support import (BLUE, BUILD, bubblewrap_works, CALLS, CROWD, CameraTest, DETAILS, LIBRARY,
+                     PROBE, RED)
 
 
 class ClientTest(CameraTest):
@@ -74,6 +76,22 @@ class ClientTest(CameraTest):
 
     def test_links_to_the_cameras_are_followed(self):
         self.check(DETAILS, "links", TMPDIR=self.directory)
+
+    @unittest.skipUnless(bubblewrap_works(), "bubblewrap does not work here")
+    def test_paths_lead_to_the_cameras_as_to_devices_of_the_kernel(self):
+        program = os.path.join(BUILD, "tests", "injector-paths")
+        devices = [word for number in range(2)
+                   for word in ("--dev-bind", "/dev/null", f"/dev/video{number}")]
+        for seed in range(8):
+            said = []
+            for more, library in ((devices, ""), ([], LIBRARY)):
+                command = ["bwrap", "--ro-bind", "/", "/", "--dev", "/dev", "--proc", "/proc",
+                           *more, "--tmpfs", self.directory, "--chdir", self.directory,
+                           "--setenv", "LD_PRELOAD", library, program, str(seed)]
+                said.append(self.check(*command, LD_PRELOAD="").stdout.splitlines())
+            self.assertTrue(any(" 20000 20000 " in line and line.endswith("/dev/video1")
+                                for line in said[0]))
+            self.assertEqual([pair for pair in zip(*said) if pair[0] != pair[1]], [])
 
 
 def add(program, command, name):
