@@ -13,6 +13,7 @@
 
 #include "base/ChildStatuses.h"
 #include "base/FileDescriptor.h"
+#include "base/Log.h"
 #include "base/PosixError.h"
 #include "base/Text.h"
 #include "devices/ProcessImage.h"
@@ -119,15 +120,25 @@ void drain(FileDescriptor& stream, std::string& text) {
 }
 
 /// Reads both streams to their ends, whichever has something: a child that fills one pipe never
-/// waits for a reader that waits on the other.
+/// waits for a reader that waits on the other. `onSilence` is called once, should neither have
+/// anything for long.
+template <typename OnSilence>
 void drainBoth(FileDescriptor& output, std::string& outputText, FileDescriptor& errors,
-               std::string& errorText) {
+               std::string& errorText, OnSilence onSilence) {
+  constexpr int forEver = -1;
+  int patience = 10'000;  // milliseconds
   while (output || errors) {
     // A negative descriptor, which a closed stream has, is passed over.
     std::array<pollfd, 2> streams{pollfd{output.get(), POLLIN, 0}, pollfd{errors.get(), POLLIN, 0}};
-    if (::poll(streams.data(), streams.size(), -1) < 0) {
+    const int ready = ::poll(streams.data(), streams.size(), patience);
+    if (ready < 0) {
       if (errno == EINTR) continue;
       throwErrno("poll");
+    }
+    if (ready == 0) {
+      patience = forEver;
+      onSilence();
+      continue;
     }
     if (streams[0].revents != 0) drain(output, outputText);
     if (streams[1].revents != 0) drain(errors, errorText);
@@ -157,7 +168,10 @@ Result run(const std::string& executable, const std::vector<std::string>& argume
   errors.write.reset();
 
   Result result;
-  drainBoth(output.read, result.output, errors.read, result.errors);
+  drainBoth(output.read, result.output, errors.read, result.errors, [&] {
+    Log::router().error("still waiting for {} (process {}), which says nothing and does not end",
+                        executable, child);
+  });
   result.status = waitFor(child, executable);
   result.output = Text::repairUtf8(result.output);
   result.errors = Text::repairUtf8(result.errors);

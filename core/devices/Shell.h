@@ -35,8 +35,9 @@ struct Result {
 inline constexpr std::size_t outputLimit = std::size_t{64} << 20U;
 
 /// Runs a program to its end and returns what it printed. Waits for as long as it takes, which is
-/// also until nobody holds its output streams open any more. A status other than 0 is no failure
-/// here.
+/// also until nobody holds its output streams open any more; a program that is silent for some
+/// seconds is logged, once, since whoever waits for its devices could not tell why. A status other
+/// than 0 is no failure here.
 /// **Fails** with std::system_error that names the program when it cannot be started.
 Result run(const std::string& executable, const std::vector<std::string>& arguments,
            const Environment& environment = {},

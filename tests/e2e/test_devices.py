@@ -3,6 +3,8 @@
 import os
 import pathlib
 import re
+import select
+import signal
 import subprocess
 import unittest
 
@@ -84,6 +86,24 @@ class EnableTest(SimulatorTest):
         os.killpg(process.pid, 2)
         self.assertEqual(process.wait(10), -2)
         eventually(lambda: not pathlib.Path(f"/proc/{tool}").exists())
+
+    def test_a_tool_that_hangs_is_named(self):
+        self.simulators.answers("exec sleep 1000")
+        with subprocess.Popen([*self.simulators.prefix, self.lenslark.program, "ios", "enable"],
+                              env=self.lenslark.environment, stderr=subprocess.PIPE,
+                              start_new_session=True) as command:
+            try:
+                said, _, _ = select.select([command.stderr], [], [], 60)
+                self.assertTrue(said)
+                line = command.stderr.readline().decode()
+                named = re.fullmatch(r"lenslark: still waiting for /usr/bin/xcrun \(process (\d+)\), "
+                                     r"which says nothing and does not end\n", line)
+                self.assertTrue(named, line)
+                standins.end(int(named[1]))
+                self.assertEqual(command.wait(15), 1)
+            finally:
+                if command.poll() is None:
+                    os.killpg(command.pid, signal.SIGKILL)
 
 
 class LaunchTest(SimulatorTest):
