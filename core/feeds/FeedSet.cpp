@@ -1,5 +1,7 @@
 #include "feeds/FeedSet.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 
 #include "base/Log.h"
@@ -224,25 +226,17 @@ bool FeedSet::removeLeaving() {
   return removed;
 }
 
-void FeedSet::removeLeftovers(const std::set<std::string>& unwanted) {
-  std::erase_if(unwanted_, [&](const auto& entry) { return !unwanted.contains(entry.first); });
-  for (const auto& path : unwanted) {
-    if (feeds_.contains(path)) continue;  // on its way out
-    if (unwanted_.emplace(path, 1).second) removeLeftover(path);
-  }
+void FeedSet::removeLeftovers(std::set<std::string> unwanted) {
+  unwanted_ = std::move(unwanted);
+  retryLeftovers();
 }
 
 void FeedSet::retryLeftovers() {
-  constexpr int mostLooks = 3;
-  for (auto& [path, looks] : unwanted_) {
-    if (looks == mostLooks) continue;
-    ++looks;
-    removeLeftover(path);
+  for (const auto& path : unwanted_) {
+    // One of ours is on its way out.
+    if (feeds_.contains(path) || ::access(path.c_str(), F_OK) != 0) continue;
+    onLane(laneFor(path), [](FeedLane& lane) { lane.removeLeftover(); });
   }
-}
-
-void FeedSet::removeLeftover(const std::string& path) {
-  onLane(laneFor(path), [](FeedLane& lane) { lane.removeLeftover(); });
 }
 
 void FeedSet::stopIdleHubs() {

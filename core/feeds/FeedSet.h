@@ -65,8 +65,8 @@ class FeedSet {
 
   /// Removes what an earlier process left at these paths, which are all that are not wanted: a
   /// reader that finds a camera's own file, dead as it is, does not look for the device's.
-  void removeLeftovers(const std::set<std::string>& unwanted);
-  /// Looks again, a few times for each: whoever was killed looks alive for a moment.
+  void removeLeftovers(std::set<std::string> unwanted);
+  /// Looks there again: whoever was killed looks alive for a moment, and others end later.
   void retryLeftovers();
 
   /// Marks every file as alive; makes those anew that somebody removed, replaced or cut short, and
@@ -150,7 +150,6 @@ class FeedSet {
   void removeUnwanted(const std::vector<WantedFeed>& wanted);
   /// Removes what is not wanted, but for the files that a camera still shows. Whether any was.
   bool removeLeaving();
-  void removeLeftover(const std::string& path);
   void stopIdleHubs();
   Running run(const SourceRequest& request, std::optional<std::string> knownError = {});
   static bool isToBeTriedAgain(Running& running);
@@ -172,7 +171,7 @@ class FeedSet {
   /// file is not opened before the one before it is gone.
   std::map<std::string, std::weak_ptr<FeedLane>> lanes_;
   bool anyLeaving_ = false;
-  std::map<std::string, int> unwanted_;  // how often each path was looked at for a leftover
+  std::set<std::string> unwanted_;  // paths where a leftover would be in the way
   std::uint64_t attempts_ = 0;
   std::size_t unopened_ = 0;  // files that are being opened
   std::vector<std::promise<void>> settling_;
