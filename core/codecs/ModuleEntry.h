@@ -13,8 +13,8 @@
 #define LENSLARK_MODULE_EXPORT __attribute__((visibility("default")))
 
 /// Compared as text before anything else of a module is used: C++ objects cross the border, so
-/// both sides must come from one build of these headers. Raise it with every change to a type that
-/// crosses.
+/// both sides must come from one build of these headers, which the stamp holds a digest of
+/// (cmake/ModuleStamp.cmake).
 #define LENSLARK_MODULE_STAMP "lenslark-module-1 " LENSLARK_BUILD_STAMP
 
 namespace lenslark {

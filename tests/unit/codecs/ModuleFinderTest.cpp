@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "base/Error.h"
+#include "base/FileDescriptor.h"
 #include "codecs/ModuleEntry.h"
 #include "support/TemporaryDirectory.h"
 
@@ -66,6 +67,24 @@ TEST(ModuleFinderTest, refusesALibraryOfAnotherBuild) {
   // Any library without the stamp.
   fs::create_symlink("/lib/x86_64-linux-gnu/libm.so.6", directory / library);
   if (!fs::exists(directory / library)) GTEST_SKIP() << "no libm where it is on amd64";
+  EXPECT_THAT(failure({directory.path()}), HasSubstr("belongs to another build"));
+}
+
+TEST(ModuleFinderTest, aModuleSaysWhatItWasMadeOf) {
+  const fs::path good = fs::path(IMAGE_MODULE).parent_path();
+  const auto* stamp =
+      static_cast<const char*>(ModuleFinder::load(library, moduleStampSymbol, {good}));
+  EXPECT_THAT(stamp, testing::MatchesRegex("lenslark-module-1 [0-9.]+-[^ ]+-[0-9a-f]+"));
+}
+
+TEST(ModuleFinderTest, refusesAModuleThatWasMadeOfOtherHeaders) {
+  const TemporaryDirectory directory;
+  std::string module = readFile(IMAGE_MODULE);
+  const std::size_t stamp = module.find("lenslark-module-1 ");
+  ASSERT_NE(stamp, std::string::npos);
+  const std::size_t end = module.find('\0', stamp);
+  module[end - 1] = module[end - 1] == '0' ? '1' : '0';
+  directory.write(library, module);
   EXPECT_THAT(failure({directory.path()}), HasSubstr("belongs to another build"));
 }
 
