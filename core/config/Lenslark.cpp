@@ -9,6 +9,8 @@
 namespace lenslark::Lenslark {
 namespace {
 
+static_assert(version == LENSLARK_PROJECT_VERSION, "CMakeLists.txt has another version");
+
 std::string feedPath(std::string_view owner, std::optional<CameraPosition> camera) {
   if (!camera) return fmt::format("/tmp/lenslark-{}.shm", owner);
   return fmt::format("/tmp/lenslark-{}-{}.shm", owner, rawValue(*camera));
