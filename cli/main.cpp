@@ -7,6 +7,7 @@
 #include "commands/Dispatcher.h"
 #include "commands/Failure.h"
 #include "commands/Output.h"
+#include "commands/ProcessLimits.h"
 
 namespace lenslark {
 namespace {
@@ -15,6 +16,7 @@ int run(int argc, char** argv) noexcept {
   Output::holdStandardDescriptors();
   Output::surviveFailedWrites();
   Log::mirrorToStandardError();
+  ProcessLimits::spareAddressSpace();
   try {
     Dispatcher::run(Arguments(argc, argv));
   } catch (const Output::Closed&) {

@@ -54,8 +54,9 @@ std::string text(const std::vector<Doctor::Check>& checks) {
 
 void run(const Arguments& arguments) {
   const CameraControl control = sharedControl();
-  auto appStatus =
-      std::async(std::launch::async, [] { return LenslarkControl::send("status", patience); });
+  // Beside the rest where the system has a thread for it, else when it is asked for.
+  constexpr auto beside = std::launch::async | std::launch::deferred;
+  auto appStatus = std::async(beside, [] { return LenslarkControl::send("status", patience); });
   const auto checks = Doctor::run(
       control, [&] { return appStatus.get(); }, arguments.contains("--fix"));
   if (arguments.contains("--json")) {

@@ -1,18 +1,16 @@
 #include "commands/ServeCommand.h"
 
-#include <sys/resource.h>
-
-#include <algorithm>
 #include <chrono>
 #include <exception>
 #include <future>
 #include <mutex>
-#include <thread>
 
+#include "base/SerialQueue.h"
 #include "base/Text.h"
 #include "commands/Failure.h"
 #include "commands/InterruptibleImport.h"
 #include "commands/Output.h"
+#include "commands/ProcessLimits.h"
 #include "commands/SharedControl.h"
 #include "commands/StopSignals.h"
 #include "feeds/LenslarkHost.h"
@@ -75,16 +73,6 @@ Screen& screenOfTheProcess() {
   return screen;
 }
 
-/// Each feed takes a descriptor, a film or a display some more; what the shell allows by default is
-/// less than many devices need, and less than the system has to give.
-void allowMoreDescriptors() noexcept {
-  constexpr rlim_t plenty = 65536;
-  rlimit limit{};
-  if (::getrlimit(RLIMIT_NOFILE, &limit) != 0 || limit.rlim_cur >= plenty) return;
-  limit.rlim_cur = std::min(limit.rlim_max, plenty);
-  ::setrlimit(RLIMIT_NOFILE, &limit);
-}
-
 std::string cameraText(const CameraStatus& camera, const Summary& summary) {
   std::string text(rawValue(camera.camera));
   text += ": " + summary(camera.assignment);
@@ -138,7 +126,7 @@ class Service {
   std::future<void> startBeside(const FeedOverrides& flags) {
     std::promise<void> promise;
     auto started = promise.get_future();
-    std::thread([this, flags, promise = std::move(promise)]() mutable {
+    starting_.post([this, flags, promise = std::move(promise)]() mutable {
       try {
         start(flags);
         promise.set_value();
@@ -146,7 +134,7 @@ class Service {
         promise.set_exception(std::current_exception());
         signals_.cancel();
       }
-    }).detach();
+    });
     return started;
   }
 
@@ -164,6 +152,7 @@ class Service {
   const CameraControl control_;
   StopSignals signals_;
   ChangePrinter printer_;
+  SerialQueue starting_{"lenslark.serve", SerialQueue::Lane::waiting};
   LenslarkHost host_;
 };
 
@@ -194,7 +183,8 @@ std::string statusText(const std::vector<DeviceStatus>& devices, const Summary& 
 }
 
 void run(const Arguments& arguments) {
-  allowMoreDescriptors();
+  ProcessLimits::allowMoreDescriptors();
+  SerialQueue::prepareThreads();
   const auto control = sharedControl();
   const auto flags = overrides(arguments, [&](const std::string& path, MediaItem::Kind kind) {
     return importing(

@@ -2,6 +2,7 @@
 
 #include <fmt/core.h>
 
+#include <exception>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -15,8 +16,12 @@ class Logger {
   explicit constexpr Logger(const char* category) noexcept : category_(category) {}
 
   template <typename... Arguments>
-  void error(fmt::format_string<Arguments...> format, Arguments&&... arguments) const {
-    write(fmt::format(format, std::forward<Arguments>(arguments)...));
+  void error(fmt::format_string<Arguments...> format, Arguments&&... arguments) const noexcept {
+    try {
+      write(fmt::format(format, std::forward<Arguments>(arguments)...));
+    } catch (const std::exception&) {
+      // There is no memory to say it with, and whoever logs is to go on.
+    }
   }
 
  private:

@@ -2,30 +2,68 @@
 
 #include <algorithm>
 #include <asio/dispatch.hpp>
+#include <asio/executor_work_guard.hpp>
+#include <asio/io_context.hpp>
 #include <asio/post.hpp>
 #include <asio/steady_timer.hpp>
 #include <asio/strand.hpp>
-#include <asio/thread_pool.hpp>
 #include <atomic>
 #include <cassert>
 #include <chrono>
 #include <cstdint>
+#include <new>
 #include <system_error>
 #include <thread>
 #include <utility>
 
+#include "base/HeldThreads.h"
 #include "base/Log.h"
+#include "base/PosixError.h"
 
 namespace lenslark {
 namespace {
 
-using Strand = asio::strand<asio::thread_pool::executor_type>;
+using Executor = asio::io_context::executor_type;
+using Strand = asio::strand<Executor>;
 
-struct Pool {
-  explicit Pool(std::size_t count) : threads(count) {}
+/// Has the threads that the system gave, which may be fewer than were asked for.
+class Pool {
+ public:
+  /// **Fails** with std::system_error when there is not one thread.
+  explicit Pool(std::size_t threads) {
+    if (grow(threads) == 0) throw threadShortage();
+  }
 
-  asio::thread_pool threads;
+  asio::io_context& context() noexcept { return context_; }
+
+  /// Adds threads. Returns how many of them there were.
+  std::size_t grow(std::size_t count) {
+    for (std::size_t grown = 0; grown < count; ++grown) {
+      try {
+        std::thread([this] { work(); }).detach();
+      } catch (const std::exception&) {
+        return grown;
+      }
+    }
+    return count;
+  }
+
   std::atomic<std::uint64_t> done = 0;  // items
+
+ private:
+  /// Items catch what they throw; what is left is a system that has no memory for the next step.
+  void work() noexcept {
+    for (;;) {
+      try {
+        context_.run();
+      } catch (const std::exception& error) {
+        Log::router().error("a thread goes on: {}", error.what());
+      }
+    }
+  }
+
+  asio::io_context context_;
+  const asio::executor_work_guard<Executor> unfinished_{context_.get_executor()};
 };
 
 // The pools live until the process ends: a queue in a static object may still need them while
@@ -35,20 +73,14 @@ Pool& timelyPool() {
   return pool;
 }
 
-void runLogged(Pool& pool, const std::string& label, std::move_only_function<void()>& work) {
-  try {
-    work();
-  } catch (const std::exception& error) {
-    Log::router().error("{}: {}", label, error.what());
-  }
-  pool.done += 1;
-}
+// For what is started later: tools, watches, the threads of libraries.
+constexpr std::size_t threadsForOthers = 8;
 
 /// Adds threads to a pool while not one of those it has gets anything done, as when all of them
 /// hang in a disk: what has nothing to do with that disk goes on then. Lives as long as its pool.
 class Rescue {
  public:
-  explicit Rescue(Pool& pool) : pool_(pool), timer_(timelyPool().threads) { wait(); }
+  explicit Rescue(Pool& pool) : pool_(pool), timer_(timelyPool().context()) { wait(); }
 
  private:
   static constexpr std::chrono::seconds patience{1};
@@ -67,20 +99,20 @@ class Rescue {
   void look() {
     const std::uint64_t done = pool_.done;
     if (!asked_.exchange(true)) {
-      asio::post(pool_.threads, [this] { asked_ = false; });
+      asio::post(pool_.context(), [this] { asked_ = false; });
     } else if (done == doneBefore_ && added_ < mostAdded) {
       addThreads();
     }
     doneBefore_ = done;
   }
 
-  void addThreads() noexcept {
-    try {
-      for (std::size_t count = 0; count < step; ++count, ++added_)
-        std::thread([this] { pool_.threads.attach(); }).detach();
-    } catch (const std::system_error&) {
-      // The system has no thread to give; the next look asks again.
-    }
+  void addThreads() {
+    const HeldThreads others(threadsForOthers);
+    const std::size_t grown = pool_.grow(step);  // when fewer, the next look asks again
+    added_ += grown;
+    static std::atomic<bool> told = false;
+    if (grown == 0 && !told.exchange(true))
+      Log::router().error("some work has to wait: {}", threadShortage().what());
   }
 
   Pool& pool_;
@@ -124,12 +156,48 @@ Pool& poolOf(SerialQueue::Lane lane) {
 
 struct SerialQueue::State {
   State(std::string name, Lane lane)
-      : label(std::move(name)), pool(poolOf(lane)), strand(pool.threads.get_executor()) {}
+      : label(std::move(name)), pool(poolOf(lane)), strand(pool.context().get_executor()) {}
+
+  /// On the strand.
+  void run(Work& work) noexcept {
+    try {
+      work();
+    } catch (const std::exception& error) {
+      tell(error.what());
+    }
+    pool.done += 1;
+  }
+
+  /// The same failure again and again, as of a timer, is told once.
+  void tell(const char* failure) noexcept {
+    if (lastFailure == failure) return;
+    Log::router().error("{}: {}", label, failure);
+    try {
+      lastFailure = failure;
+    } catch (const std::bad_alloc&) {
+      lastFailure.clear();
+    }
+  }
 
   const std::string label;
   Pool& pool;
   Strand strand;
+  std::string lastFailure;  // the strand's
 };
+
+void SerialQueue::prepareThreads() {
+  HeldThreads others(threadsForOthers);
+  for (const Lane lane : {Lane::timely, Lane::blocking, Lane::waiting}) {
+    for (bool made = false; !made;) {
+      try {
+        poolOf(lane);
+        made = true;
+      } catch (const std::system_error&) {
+        if (!others.letOneGo()) throw;
+      }
+    }
+  }
+}
 
 SerialQueue::SerialQueue(std::string label, Lane lane)
     : state_(std::make_shared<State>(std::move(label), lane)) {}
@@ -139,15 +207,14 @@ SerialQueue::~SerialQueue() = default;
 const std::string& SerialQueue::label() const noexcept { return state_->label; }
 
 void SerialQueue::post(Work work) {
-  asio::post(state_->strand, [state = state_, work = std::move(work)]() mutable {
-    runLogged(state->pool, state->label, work);
-  });
+  asio::post(state_->strand,
+             [state = state_, work = std::move(work)]() mutable { state->run(work); });
 }
 
 bool SerialQueue::isCurrent() const noexcept { return state_->strand.running_in_this_thread(); }
 
 void SerialQueue::assertOtherLane() const noexcept {
-  assert(!state_->pool.threads.get_executor().running_in_this_thread() &&
+  assert(!state_->pool.context().get_executor().running_in_this_thread() &&
          "an item waits for one of its own lane");
 }
 
@@ -164,7 +231,7 @@ struct RepeatingTimer::State : std::enable_shared_from_this<State> {
   }
 
   void fire(unsigned armed) {
-    runLogged(queue->pool, queue->label, handler);
+    queue->run(handler);
     const bool replaced = armed != generation;  // the handler set a new schedule, or stopped
     if (replaced) return;
     advance();
@@ -210,8 +277,14 @@ void RepeatingTimer::stop() {
 }
 
 void runInBackground(SerialQueue::Work work) {
-  asio::post(blockingPool().threads,
-             [work = std::move(work)]() mutable { runLogged(blockingPool(), "background", work); });
+  asio::post(blockingPool().context(), [work = std::move(work)]() mutable {
+    try {
+      work();
+    } catch (const std::exception& error) {
+      Log::router().error("background: {}", error.what());
+    }
+    blockingPool().done += 1;
+  });
 }
 
 }  // namespace lenslark

@@ -26,9 +26,15 @@ class SerialQueue {
   /// ones for items of the other two as well (the start and stop of a source). An item never waits
   /// for one of its own lane, whose threads may all be waiting like it, and no timely item waits
   /// behind another lane's. When nothing has been done in a blocking or waiting pool for a second
-  /// although something is to do, as when all its threads hang in one disk, it is given more.
+  /// although something is to do, as when all its threads hang in one disk, it is given more. A
+  /// lane makes do with the threads that the system gives.
   enum class Lane { timely, blocking, waiting };
 
+  /// Makes the threads of all lanes, which else come with a lane's first queue: a program that is
+  /// to run for long learns at once when there are none. **Fails** with std::system_error.
+  static void prepareThreads();
+
+  /// **Fails** as `prepareThreads` does, when it is its lane's first.
   explicit SerialQueue(std::string label, Lane lane = Lane::timely);
   ~SerialQueue();
   SerialQueue(const SerialQueue&) = delete;

@@ -1,9 +1,11 @@
 #include "base/WholeFile.h"
 
 #include <fcntl.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <utility>
 
@@ -27,6 +29,16 @@ FileDescriptor openRegularFile(const std::string& path) {
 void flush(const FileDescriptor& file, const std::string& what) {
   while (::fsync(file.get()) != 0) {
     if (errno != EINTR) throwErrno(what);
+  }
+}
+
+void leaveDescriptorsForOthers(const FileDescriptor& file, const std::string& what) {
+  rlimit limit{};
+  if (::getrlimit(RLIMIT_NOFILE, &limit) != 0) return;
+  const rlim_t leftForOthers = std::min<rlim_t>(16, limit.rlim_cur / 4);
+  // The lowest number that is free is given out: below this one, all are taken.
+  if (static_cast<rlim_t>(file.get()) + leftForOthers >= limit.rlim_cur) {
+    throw posixError(EMFILE, what);
   }
 }
 

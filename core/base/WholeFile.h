@@ -15,6 +15,11 @@ FileDescriptor openRegularFile(const std::string& path);
 /// std::system_error that names `what`.
 void flush(const FileDescriptor& file, const std::string& what);
 
+/// What holds a descriptor for long, as a feed or a film does, must leave some for what comes and
+/// goes: looks for devices, settings, commands to tools. **Fails** with std::system_error (EMFILE)
+/// that names `what` when this one is of the last.
+void leaveDescriptorsForOthers(const FileDescriptor& file, const std::string& what);
+
 /// Whether a failure to open says that this process or the machine is short of something or broken,
 /// rather than that the wrong thing stands at the path.
 bool isShortage(int errorNumber) noexcept;

@@ -174,13 +174,15 @@ Check emulatorCheck(const std::string& title, const std::string& avd, bool hasCa
 }
 
 /// Whether each device was started or set up with the injector. Every question to simctl takes a
-/// while: all are asked at once.
+/// while: all are asked at once, or one after the other where there are no threads for that.
 std::vector<bool> injected(const std::vector<ConnectedDevice>& devices,
                            const Surroundings& surroundings) {
+  constexpr auto atOnceIfThereIsAThread = std::launch::async | std::launch::deferred;
   std::vector<std::future<bool>> enabled;
   for (const ConnectedDevice& device : devices) {
     if (!device.isIOS()) continue;
-    enabled.push_back(std::async(std::launch::async, surroundings.injectorEnabled, device.key.id));
+    enabled.push_back(
+        std::async(atOnceIfThereIsAThread, surroundings.injectorEnabled, device.key.id));
   }
   const bool anyEmulator = enabled.size() < devices.size();
   const auto emulators =

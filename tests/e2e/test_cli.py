@@ -87,7 +87,7 @@ class OutputTest(EndToEndTest):
         with open("/dev/full", "wb") as full:
             result = self.lenslark.run("version", stdout=full, stderr=subprocess.PIPE,
                                        capture_output=False)
-        self.assertEqual(result.stderr, b"error: standard output: No space left on device\n")
+        self.assertEqual(result.stderr, b"error: standard output: No space left on device; make room there\n")
         self.assertEqual(result.returncode, 1)
 
     def test_a_closed_standard_output_is_an_error(self):

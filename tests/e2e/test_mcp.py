@@ -228,7 +228,7 @@ class ProtocolTest(MCPTest):
                                    input=self.ping(b"1"))
         self.assertEqual(
             (result.stderr, result.returncode),
-            (READY + b"error: standard output: No space left on device\n", 1))
+            (READY + b"error: standard output: No space left on device; make room there\n", 1))
 
     def test_answers_come_before_the_next_request(self):
         with self.server() as session:

@@ -8,6 +8,8 @@
 #include <mutex>
 
 #include "base/Error.h"
+#include "base/HeldThreads.h"
+#include "base/PosixError.h"
 
 namespace lenslark {
 namespace {
@@ -77,6 +79,12 @@ GlyphMask renderCharacter(PangoLayout* layout, char character) {
   return mask;
 }
 
+/// Pango starts threads of its own, and ends the process when it gets none.
+void requireThreads() {
+  constexpr std::size_t plenty = 6;
+  if (HeldThreads(plenty).count() < plenty) throw threadShortage();
+}
+
 }  // namespace
 
 std::vector<GlyphMask> PangoTextRenderer::render(const std::string& font, double size,
@@ -86,6 +94,7 @@ std::vector<GlyphMask> PangoTextRenderer::render(const std::string& font, double
   // Cairo 1.16 changes what the font maps of all threads share without a lock.
   static std::mutex oneAtATime;
   const std::lock_guard lock(oneAtATime);
+  requireThreads();
   // A font map belongs to one thread at a time, and callers come from any.
   const Owned<PangoFontMap> fonts(pango_cairo_font_map_new());
   const Owned<PangoContext> context = makeContext(fonts.get());

@@ -47,7 +47,17 @@ struct DirectoryWatcher::State : std::enable_shared_from_this<State> {
         events(::inotify_init1(IN_CLOEXEC | IN_NONBLOCK)),
         stopSignal(::eventfd(0, EFD_CLOEXEC)) {
     if (!directory.has_filename()) directory = directory.parent_path();  // "/x/" is "/x"
-    if (!events || !stopSignal) throwErrno("cannot watch " + directory.string());
+    const int failure = errno;
+    if (!stopSignal) throw posixError(failure, what());
+    // As there was a descriptor for the signal, that is not what is short.
+    if (!events && failure == EMFILE) throw watchShortage("fs.inotify.max_user_instances");
+    if (!events) throw posixError(failure, what());
+  }
+
+  std::string what() const { return "cannot watch " + directory.string(); }
+  /// The system's words for it ("No space left on device") would mislead.
+  std::system_error watchShortage(const char* setting) const {
+    return posixError(EAGAIN, what() + ": the user's watches are used up; raise " + setting);
   }
 
   /// Watches the directory and, by name, every entry on the way to it, from the root down: an
@@ -97,8 +107,9 @@ void DirectoryWatcher::State::arm() {
   entriesOnTheWay = std::move(entries);
   directoryWatch = watch;
   const bool mayAppear = failure == ENOENT || failure == ENOTDIR;
+  if (failure == ENOSPC) throw watchShortage("fs.inotify.max_user_watches");
   if (failure != 0 && !(mayAppear && !entriesOnTheWay.empty())) {
-    throw posixError(failure, "cannot watch " + directory.string());
+    throw posixError(failure, what());
   }
 }
 
@@ -115,7 +126,7 @@ void DirectoryWatcher::State::run() {
     if (burst.wayChanged) {
       try {
         arm();
-      } catch (const std::system_error& error) {
+      } catch (const std::exception& error) {
         Log::router().error("{}", error.what());  // a later change above it tries again
       }
     }
@@ -154,19 +165,28 @@ void DirectoryWatcher::State::take(const inotify_event& event, Burst& burst) {
 
 void DirectoryWatcher::State::announce() {
   if (announced.exchange(true)) return;
-  queue.post([weak = weak_from_this()] {
-    const auto self = weak.lock();
-    if (!self) return;
-    self->announced = false;
-    self->onChange();
-  });
+  try {
+    queue.post([weak = weak_from_this()] {
+      const auto self = weak.lock();
+      if (!self) return;
+      self->announced = false;
+      self->onChange();
+    });
+  } catch (const std::exception& error) {
+    announced = false;  // a later change is told
+    Log::router().error("cannot tell a change in {}: {}", directory.string(), error.what());
+  }
 }
 
 DirectoryWatcher::DirectoryWatcher(const std::filesystem::path& directory, SerialQueue& queue,
                                    std::function<void()> onChange)
     : state_(std::make_shared<State>(directory, queue, std::move(onChange))) {
   state_->arm();
-  state_->reader = std::jthread([state = state_.get()] { state->run(); });
+  try {
+    state_->reader = std::jthread([state = state_.get()] { state->run(); });
+  } catch (const std::system_error&) {
+    throw threadShortage();
+  }
 }
 
 DirectoryWatcher::~DirectoryWatcher() {

@@ -14,6 +14,7 @@
 #include "base/FileDescriptor.h"
 #include "base/Log.h"
 #include "base/PosixError.h"
+#include "base/WholeFile.h"
 #include "graphics/Compositor.h"
 #include "platform/linux/X11Cursor.h"
 #include "platform/linux/X11Frames.h"
@@ -39,9 +40,14 @@ class X11Stream final : public ScreenStream {
         onFrame_(std::move(onFrame)),
         onStop_(std::move(onStop)),
         wake_(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
-    if (!wake_) throwErrno("eventfd");
+    if (!wake_) throwErrno("screen capture");
+    leaveDescriptorsForOthers(wake_, "screen capture");
     if (request.showsCursor) cursor_.emplace(x_);
-    thread_ = std::jthread([this](const std::stop_token& stop) { run(stop); });
+    try {
+      thread_ = std::jthread([this](const std::stop_token& stop) { run(stop); });
+    } catch (const std::system_error&) {
+      throw threadShortage();
+    }
   }
 
   ~X11Stream() override {

@@ -4,6 +4,8 @@
 
 #include <algorithm>
 #include <atomic>
+#include <filesystem>
+#include <iterator>
 #include <latch>
 #include <stdexcept>
 #include <thread>
@@ -56,6 +58,18 @@ TEST(SerialQueueTest, goesOnAfterAnItemThrew) {
   SerialQueue queue("test");
   queue.post([] { throw std::runtime_error("an item of a test throws"); });
   EXPECT_EQ(queue.sync([] { return 1; }), 1);
+}
+
+TEST(SerialQueueTest, makesTheThreadsOfAllLanesAtOnceAndOnlyOnce) {
+  const auto threads = [] {
+    return std::distance(std::filesystem::directory_iterator("/proc/self/task"), {});
+  };
+  SerialQueue::prepareThreads();
+  const auto before = threads();
+  SerialQueue queue("test", SerialQueue::Lane::waiting);
+  EXPECT_EQ(queue.sync([&] { return threads(); }), before);
+  SerialQueue::prepareThreads();
+  EXPECT_EQ(threads(), before);
 }
 
 TEST(SerialQueueTest, knowsWhetherItIsCurrent) {

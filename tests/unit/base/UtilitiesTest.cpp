@@ -1,5 +1,6 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <array>
@@ -17,9 +18,23 @@
 namespace lenslark {
 namespace {
 
+TEST(PosixErrorTest, isAnErrorOfTheStandardToo) {
+  EXPECT_EQ(posixError(ENOSPC, "x").code(), std::errc::no_space_on_device);
+  EXPECT_NE(posixError(ENOSPC, "x").code(), std::errc::io_error);
+}
+
+TEST(PosixErrorTest, saysWhatToDoAboutAShortageAlone) {
+  rlimit limit{};
+  ::getrlimit(RLIMIT_NOFILE, &limit);
+  EXPECT_EQ(posixError(EMFILE, "x").what(), "x: Too many open files; the limit is " +
+                                                std::to_string(limit.rlim_cur) +
+                                                ", raise it (`ulimit -n`)");
+  EXPECT_STREQ(posixError(EACCES, "x").what(), "x: Permission denied");
+}
+
 TEST(PosixErrorTest, saysWhatFailedAndWhy) {
   const std::system_error error = posixError(ENOSPC, "/tmp/lenslark.shm");
-  EXPECT_STREQ(error.what(), "/tmp/lenslark.shm: No space left on device");
+  EXPECT_STREQ(error.what(), "/tmp/lenslark.shm: No space left on device; make room there");
   EXPECT_EQ(error.code().value(), ENOSPC);
 }
 

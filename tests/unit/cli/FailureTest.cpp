@@ -30,7 +30,7 @@ TEST(FailureTest, aUsageErrorEndsWithTwo) {
 
 TEST(FailureTest, aSystemErrorNamesThePathAndEndsWithOne) {
   const auto reported = report(posixError(ENOSPC, "/tmp/lenslark.shm"));
-  EXPECT_EQ(reported.text, "error: /tmp/lenslark.shm: No space left on device\n");
+  EXPECT_EQ(reported.text, "error: /tmp/lenslark.shm: No space left on device; make room there\n");
   EXPECT_EQ(reported.status, 1);
 }
 
