@@ -20,9 +20,12 @@ constexpr std::string_view temporaryMark = ".tmp-";
 /// Removes the temporary file unless it was renamed into place.
 class TemporaryFile {
  public:
-  explicit TemporaryFile(std::string path)
-      : path_(std::move(path)),
-        file_(FileDescriptor::open(path_, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, 0666)) {}
+  explicit TemporaryFile(const std::string& target)
+      : target_(target),
+        path_(target + std::string(temporaryMark) + Uuid::make()),
+        file_(FileDescriptor::tryOpen(path_, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, 0666)) {
+    if (!file_) throwErrno(target_);
+  }
   TemporaryFile(const TemporaryFile&) = delete;
   TemporaryFile& operator=(const TemporaryFile&) = delete;
   ~TemporaryFile() {
@@ -30,16 +33,17 @@ class TemporaryFile {
   }
 
   void write(std::string_view bytes) {
-    writeAll(file_, std::as_bytes(std::span(bytes)), path_);
-    flush(file_, path_);
+    writeAll(file_, std::as_bytes(std::span(bytes)), target_);
+    flush(file_, target_);
   }
 
-  void renameTo(const std::string& target) {
-    if (::rename(path_.c_str(), target.c_str()) != 0) throwErrno(target);
+  void putInPlace() {
+    if (::rename(path_.c_str(), target_.c_str()) != 0) throwErrno(target_);
     path_.clear();
   }
 
  private:
+  const std::string target_;
   std::string path_;
   FileDescriptor file_;
 };
@@ -49,18 +53,18 @@ class TemporaryFile {
 void replace(const std::string& path, std::string_view bytes) {
   std::string directory = std::filesystem::path(path).parent_path().string();
   if (directory.empty()) directory = ".";
-  TemporaryFile temporary(path + std::string(temporaryMark) + Uuid::make());
+  TemporaryFile temporary(path);
   temporary.write(bytes);
-  temporary.renameTo(path);
+  temporary.putInPlace();
   flushDirectory(directory);
 }
 
 void flushDirectory(const std::filesystem::path& directory) noexcept {
-  const FileDescriptor open = FileDescriptor::tryOpen(directory.c_str(), O_RDONLY | O_DIRECTORY);
+  const FileDescriptor open = FileDescriptor::tryOpen(directory.native(), O_RDONLY | O_DIRECTORY);
   if (open) ::fsync(open.get());
 }
 
-void removeAbandoned(const std::filesystem::path& directory, std::string_view name) noexcept {
+void removeAbandoned(const std::filesystem::path& directory, std::string_view name) {
   std::error_code error;
   for (auto entry = std::filesystem::directory_iterator(directory, error);
        !error && entry != std::filesystem::directory_iterator(); entry.increment(error)) {

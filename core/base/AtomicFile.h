@@ -21,7 +21,8 @@ void flushDirectory(const std::filesystem::path& directory) noexcept;
 
 /// Removes the temporary files that processes which died in `replace` left in a directory: those of
 /// the file `name`, or of every file when it is empty. The caller holds the lock under which these
-/// files are replaced, so that nobody is writing one.
-void removeAbandoned(const std::filesystem::path& directory, std::string_view name) noexcept;
+/// files are replaced, so that nobody is writing one. What cannot be removed stays. **Fails** with
+/// std::bad_alloc alone.
+void removeAbandoned(const std::filesystem::path& directory, std::string_view name);
 
 }  // namespace lenslark::AtomicFile

@@ -126,7 +126,7 @@ Original open(const fs::path& path) {
   return original;
 }
 
-bool mayBeIn(const fs::path& directory, const Original& original) noexcept {
+bool mayBeIn(const fs::path& directory, const Original& original) {
   constexpr std::uint64_t worthLooking = 16UL << 20;
   if (original.size < worthLooking) return true;
   std::error_code ignored;

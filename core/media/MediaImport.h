@@ -27,7 +27,7 @@ Original open(const std::filesystem::path& path);
 
 /// Whether a directory may hold the same content already. For something large that is only so when
 /// a file there has its size; something small is hashed sooner than looked for.
-bool mayBeIn(const std::filesystem::path& directory, const Original& original) noexcept;
+bool mayBeIn(const std::filesystem::path& directory, const Original& original);
 
 /// The SHA-256 of the content, in lower-case hexadecimal digits. **Fails** with std::system_error.
 std::string sha256(const Original& original, const MediaLibrary::ProgressHandler& progress);
