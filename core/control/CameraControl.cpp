@@ -18,6 +18,19 @@
 namespace lenslark {
 namespace {
 
+using Names = std::map<std::string, std::string, std::less<>>;
+
+/// None where the library cannot be read now: what is shown without its name is better than
+/// nothing.
+Names namesIn(const MediaLibrary& media) {
+  Names names;
+  try {
+    for (MediaItem& item : media.items()) names.emplace(std::move(item.id), std::move(item.name));
+  } catch (const std::system_error&) {
+  }
+  return names;
+}
+
 namespace fs = std::filesystem;
 
 std::vector<Simulator::Device> bootedSimulators() {
@@ -211,14 +224,10 @@ CameraControl::Snapshot CameraControl::snapshot(const std::string& device, Camer
 }
 
 CameraDescription::MediaNames CameraControl::mediaNames() const {
-  using Names = std::map<std::string, std::string, std::less<>>;
   return [media = media_, known = std::shared_ptr<Names>()](
              std::string_view id) mutable -> std::optional<std::string> {
     if (!known) {
-      known = std::make_shared<Names>();
-      for (MediaItem& item : media->items()) {
-        known->emplace(std::move(item.id), std::move(item.name));
-      }
+      known = std::make_shared<Names>(namesIn(*media));
     }
     const auto found = known->find(id);
     if (found == known->end()) return std::nullopt;

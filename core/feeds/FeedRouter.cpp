@@ -169,19 +169,28 @@ void FeedRouter::findDevices() {
 void FeedRouter::loadConfig() {
   if (stopped_) return;
   auto config = store_->config();
-  auto media = lookUp(*media_, neededMedia(config, overrides_));
-  queue_->post(
-      [weak = weak_from_this(), config = std::move(config), media = std::move(media)]() mutable {
-        if (const auto router = weak.lock()) router->take(std::move(config), std::move(media));
-      });
+  MediaFiles media;
+  std::string unread;
+  try {
+    media = lookUp(*media_, neededMedia(config, overrides_));
+  } catch (const std::system_error& error) {
+    unread = error.what();
+  }
+  queue_->post([weak = weak_from_this(), config = std::move(config), media = std::move(media),
+                unread = std::move(unread)]() mutable {
+    if (const auto router = weak.lock())
+      router->take(std::move(config), std::move(media), std::move(unread));
+  });
 }
 
-void FeedRouter::take(ConfigFile config, MediaFiles media) {
+void FeedRouter::take(ConfigFile config, MediaFiles media, std::string mediaUnread) {
   if (stopped_) return;
+  if (!mediaUnread.empty()) media = std::move(situation_.media);  // what was known stays
   const auto missing = [&](const std::string& id) { return !media.contains(id); };
   mediaMissing_ = std::ranges::any_of(neededMedia(config, overrides_), missing);
   situation_.config = std::move(config);
   situation_.media = std::move(media);
+  situation_.mediaUnread = std::move(mediaUnread);
   feeds_.forgetOverlayFailures();
   reconcile();
 }

@@ -76,7 +76,7 @@ class FeedRouter : public std::enable_shared_from_this<FeedRouter> {
   void observeConfig();
   void findDevices();
   void loadConfig();
-  void take(ConfigFile config, MediaFiles media);
+  void take(ConfigFile config, MediaFiles media, std::string mediaUnread);
   void take(const DeviceRegistry::Snapshot& snapshot);
   void reconcile();
   void refreshStatuses();

@@ -122,7 +122,11 @@ void FeedSet::begin(Feed& feed) {
 
 void FeedSet::noteFailure(const Feed& feed, const std::string& error) {
   auto& known = failures_[feed.wanted.path];
-  if (known.error != error) Log::router().error("cannot open {}: {}", feed.wanted.path, error);
+  // What fails mostly names the path itself.
+  const std::string prefix = feed.wanted.path + ": ";
+  const std::string_view reason =
+      std::string_view(error).substr(error.starts_with(prefix) ? prefix.size() : 0);
+  if (known.error != error) Log::router().error("cannot open {}{}", prefix, reason);
   known = {error, feed.wanted.source.key, feed.room};
 }
 

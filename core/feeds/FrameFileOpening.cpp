@@ -34,10 +34,10 @@ std::string describeObstacle(const std::string& path) {
   struct stat status {};
   if (::lstat(path.c_str(), &status) != 0) return path;
   if (S_ISDIR(status.st_mode)) {
-    return fmt::format("{} is a directory of {} where a frame file belongs; remove it", path,
+    return fmt::format("{}: it is a directory of {} where a frame file belongs; remove it", path,
                        userName(status.st_uid));
   }
-  return fmt::format("{} belongs to {} and cannot be replaced; have it removed", path,
+  return fmt::format("{}: it belongs to {} and cannot be replaced; have it removed", path,
                      userName(status.st_uid));
 }
 
@@ -79,6 +79,7 @@ MappedFile mapWhole(const FileDescriptor& file, const std::string& path, std::si
   struct stat before {};
   if (::fstat(file.get(), &before) != 0) throwErrno(path);
   try {
+    leaveDescriptorsForOthers(file, path);
     setLength(file, path, size);
     for (const Extent& part : reserved) {
       if (const int error = reserve(file, part); error != 0) throw posixError(error, path);

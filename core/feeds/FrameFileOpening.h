@@ -24,8 +24,8 @@ struct Extent {
 };
 
 /// Makes the file exactly `size` bytes long, allocates those parts of it that are `reserved`, and
-/// maps it. **Fails** with std::system_error that names the path; a file that was empty is removed
-/// then.
+/// maps it. **Fails** with std::system_error that names the path, also when the file has one of the
+/// last descriptors; a file that was empty is removed then.
 MappedFile mapWhole(const FileDescriptor& file, const std::string& path, std::size_t size,
                     std::initializer_list<Extent> reserved);
 

@@ -14,15 +14,11 @@ const std::filesystem::path* find(const MediaFiles& files, const std::string& id
   return entry == files.end() ? nullptr : &entry->second;
 }
 
-SourceDescription missing(const std::string& id) {
-  return {SourceDescription::Unavailable{fmt::format(
-      "the media library has no \"{}\"; add the file again, or show something else", id)}};
-}
-
 class Requests {
  public:
-  Requests(const ConnectedDevice* device, int fps, const MediaFiles& files)
-      : device_(device), fps_(fps), files_(files) {}
+  Requests(const ConnectedDevice* device, int fps, const MediaFiles& files,
+           const std::string& unread)
+      : device_(device), fps_(fps), files_(files), unread_(unread) {}
 
   using Result = std::optional<SourceRequest>;
 
@@ -41,14 +37,14 @@ class Requests {
   }
   Result operator()(const SourceSpec::Image& spec) const {
     const auto* file = find(files_, spec.mediaId);
-    if (!file) return SourceRequest{"image:" + spec.mediaId, missing(spec.mediaId), {}};
+    if (!file) return missing("image:" + spec.mediaId, spec.mediaId);
     return request("image:" + file->string(), SourceDescription::Image{*file}, {spec.mediaId});
   }
   Result operator()(const SourceSpec::Video& spec) const {
     const auto* file = find(files_, spec.mediaId);
     const auto key =
         fmt::format("video:{}:{}:{}", file ? file->string() : spec.mediaId, spec.loop, fps_);
-    if (!file) return SourceRequest{key, missing(spec.mediaId), {}};
+    if (!file) return missing(key, spec.mediaId);
     return request(key, SourceDescription::Video{*file, spec.loop, fps_}, {spec.mediaId});
   }
   Result operator()(const SourceSpec::Slideshow& spec) const {
@@ -64,7 +60,7 @@ class Requests {
     }
     const auto key = fmt::format("slideshow:{}:{}", Text::join(names, ","),
                                  Text::shortestDouble(spec.intervalSec));
-    if (ids.empty()) return SourceRequest{key, missing(spec.mediaIds.front()), {}};
+    if (ids.empty()) return missing(key, spec.mediaIds.front());
     return request(key, std::move(slideshow), std::move(ids));
   }
   Result operator()(const SourceSpec::Pattern&) const {
@@ -77,9 +73,20 @@ class Requests {
     return SourceRequest{std::move(key), {std::move(description)}, std::move(ids)};
   }
 
+  SourceRequest missing(const std::string& key, const std::string& id) const {
+    if (!unread_.empty())
+      return {key + ":" + unread_, {SourceDescription::Unavailable{unread_}}, {}};
+    return {
+        key,
+        {SourceDescription::Unavailable{fmt::format(
+            "the media library has no \"{}\"; add the file again, or show something else", id)}},
+        {}};
+  }
+
   const ConnectedDevice* device_;
   int fps_;
   const MediaFiles& files_;
+  const std::string& unread_;
 };
 
 }  // namespace
@@ -90,8 +97,9 @@ bool SourceDescription::capturesScreen() const noexcept {
 }
 
 std::optional<SourceRequest> sourceRequest(const SourceSpec& spec, const ConnectedDevice* device,
-                                           int fps, const MediaFiles& files) {
-  return std::visit(Requests(device, fps, files), spec.value);
+                                           int fps, const MediaFiles& files,
+                                           const std::string& unread) {
+  return std::visit(Requests(device, fps, files, unread), spec.value);
 }
 
 }  // namespace lenslark

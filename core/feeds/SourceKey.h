@@ -66,8 +66,11 @@ struct SourceRequest {
 };
 
 /// The source for a setting, pure. Nothing where there can be none: a slideshow without pictures,
-/// and the desktop without a device (`device` may be null) whose window is known.
+/// and the desktop without a device (`device` may be null) whose window is known. `unread` tells
+/// why the library could not be looked into; then what is not among the files may be there all the
+/// same.
 std::optional<SourceRequest> sourceRequest(const SourceSpec& spec, const ConnectedDevice* device,
-                                           int fps, const MediaFiles& files);
+                                           int fps, const MediaFiles& files,
+                                           const std::string& unread = {});
 
 }  // namespace lenslark

@@ -58,7 +58,7 @@ class Planner {
     const auto& settings = situation_.config.settings;
     const auto& spec = overrides.source ? *overrides.source : assignment.source;
     auto source = sourceRequest(spec, device, framesPerSecond(overrides.fps.value_or(settings.fps)),
-                                situation_.media);
+                                situation_.media, situation_.mediaUnread);
     if (!source) return std::nullopt;
 
     const bool android = device && !device->isIOS();

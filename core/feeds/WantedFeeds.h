@@ -37,6 +37,7 @@ struct FeedSituation {
   FeedOverrides overrides;
   std::vector<ConnectedDevice> devices;
   MediaFiles media;
+  std::string mediaUnread;  ///< Why the library could not be looked into; empty when it could.
   std::string globalPath;
 };
 

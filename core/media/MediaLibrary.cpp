@@ -13,6 +13,7 @@
 #include "base/FileLock.h"
 #include "base/Json.h"
 #include "base/Text.h"
+#include "base/WholeFile.h"
 #include "config/Lenslark.h"
 #include "media/MediaError.h"
 #include "media/MediaImport.h"
@@ -185,7 +186,9 @@ std::vector<MediaItem> MediaLibrary::items() const {
   } catch (const Error&) {
     // What does not decode is kept aside by the next change.
     return {};
-  } catch (const std::system_error&) {
+  } catch (const std::system_error& error) {
+    // That says nothing of what the library holds.
+    if (isShortage(error.code().value())) throw;
     return {};
   }
 }

@@ -66,7 +66,8 @@ class MediaLibrary {
   MediaItem importItem(const std::filesystem::path& path, bool pin,
                        const ProgressHandler& progress = {});
 
-  /// In the index's order; none when the index cannot be read.
+  /// In the index's order; none when the index is not there, not for us or no index. **Fails** with
+  /// std::system_error when the system lacks what reading it takes, as do `item` and `find`.
   std::vector<MediaItem> items() const;
   std::optional<MediaItem> item(std::string_view id) const;
 

@@ -137,7 +137,7 @@ class FeedPathTest(EndToEndTest):
         usual = self.lenslark.import_media(self.picture("usual.png"))
         self.lenslark.set_global({"kind": "image", "mediaId": large})
         with self.lenslark.serve(prefix=prefix, ends=False) as serving:
-            told = f"cannot open {feed}: {feed}: No space left on device"
+            told = f"cannot open {feed}: No space left on device; make room there"
             eventually(lambda: told in serving.errors())
             inside = inside_of(serving.pid, feed)
             eventually(lambda: not inside.exists())

@@ -11,6 +11,7 @@
 
 #include "base/Clock.h"
 #include "base/Error.h"
+#include "base/WholeFile.h"
 
 extern "C" {
 #include <libavutil/error.h>
@@ -25,6 +26,7 @@ FileIO::FileIO(const std::string& path)
   if (::fstat(file_.get(), &status) != 0 || !S_ISREG(status.st_mode)) {
     throw Error(path + " is not a readable file");
   }
+  leaveDescriptorsForOthers(file_, path);
   size_ = status.st_size;
 
   constexpr int bufferSize = 64 * 1024;

@@ -19,6 +19,7 @@
 #include <system_error>
 
 #include "feeds/SharedFrameWriter.h"
+#include "support/DescriptorLimit.h"
 #include "support/NumberedPicture.h"
 #include "support/TemporaryDirectory.h"
 
@@ -123,7 +124,7 @@ TEST_F(FrameFileOpeningTest, refusesADirectoryAndSaysSo) {
     FAIL() << "opened a directory";
   } catch (const std::system_error& error) {
     EXPECT_EQ(error.code().value(), EISDIR);
-    EXPECT_THAT(error.what(), HasSubstr(path + " is a directory of "));
+    EXPECT_THAT(error.what(), HasSubstr(path + ": it is a directory of "));
     EXPECT_THAT(error.what(), HasSubstr("remove it"));
   }
   EXPECT_EQ(readFile(path + "/inside"), "kept");
@@ -171,8 +172,29 @@ TEST_F(FrameFileOpeningTest, aForeignFileInAStickyDirectoryIsNamedWithItsOwner) 
     return failed;
   });
   ASSERT_EQ(result, passed);
-  EXPECT_THAT(readFile(heard), HasSubstr(path + " belongs to root and cannot be replaced"));
+  EXPECT_THAT(readFile(heard), HasSubstr(path + ": it belongs to root and cannot be replaced"));
   EXPECT_EQ(readFile(path), "of root");
+}
+
+TEST_F(FrameFileOpeningTest, oneOfTheLastDescriptorsIsLeftForOthers) {
+  const DescriptorLimit limit(10, 60);
+  const FileDescriptor file = FrameFileOpening::openPrivate(path);
+  try {
+    FrameFileOpening::mapWhole(file, path, 4096, {});
+    FAIL() << "took it";
+  } catch (const std::system_error& error) {
+    EXPECT_EQ(error.code(), std::errc::too_many_files_open);
+    EXPECT_THAT(error.what(), HasSubstr(path + ": Too many open files; the limit is "));
+    EXPECT_THAT(error.what(), HasSubstr("raise it (`ulimit -n`)"));
+  }
+  EXPECT_FALSE(std::filesystem::exists(path));
+}
+
+TEST_F(FrameFileOpeningTest, aFewDescriptorsAreEnoughWhereThereAreMoreThanAFew) {
+  const DescriptorLimit limit(20, 60);
+  const FileDescriptor file = FrameFileOpening::openPrivate(path);
+  FrameFileOpening::mapWhole(file, path, 4096, {});
+  EXPECT_EQ(std::filesystem::file_size(path), 4096U);
 }
 
 /// In the calling process alone: a file system in memory that holds `bytes`.

@@ -80,6 +80,16 @@ TEST(SourceKeyTest, whatIsNotInTheLibraryBecomesASourceThatSaysSo) {
   }
 }
 
+TEST(SourceKeyTest, aLibraryThatCannotBeReadIsToldAsThatAndNotAsAnItemThatIsMissing) {
+  const SourceSpec spec{SourceSpec::Image{"sha256:gone"}};
+  const auto request = sourceRequest(spec, nullptr, 30, files, "index.json: Too many open files");
+  ASSERT_TRUE(request);
+  const auto& reason = std::get<SourceDescription::Unavailable>(request->source.value).reason;
+  EXPECT_EQ(reason, "index.json: Too many open files");
+  // Once it can be read, what is missing is another source.
+  EXPECT_NE(request->key, sourceRequest(spec, nullptr, 30, files)->key);
+}
+
 TEST(SourceKeyTest, aSlideshowKeepsThePlaceOfAMissingPicture) {
   const auto request = sourceRequest(
       {SourceSpec::Slideshow{{"sha256:a", "../../etc/passwd", "sha256:b"}, 3}}, nullptr, 30, files);

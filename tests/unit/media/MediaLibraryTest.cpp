@@ -15,6 +15,7 @@
 #include "codecs/Modules.h"
 #include "media/ImageLoader.h"
 #include "media/MediaError.h"
+#include "support/DescriptorLimit.h"
 #include "support/SamplePicture.h"
 #include "support/TemporaryDirectory.h"
 
@@ -297,6 +298,19 @@ TEST_F(MediaLibraryTest, tellsLargeFilesOfOneSizeApart) {
   const MediaItem b = library_.importItem(sample_.path("b.png"), false);
   EXPECT_NE(a.id, b.id);
   EXPECT_EQ(library_.items().size(), 2U);
+}
+
+TEST_F(MediaLibraryTest, aShortageIsToldAsThatAndNotAsMediaThatIsMissing) {
+  const MediaItem item = library_.importItem(sample_.path("sample.png"), false);
+  const DescriptorLimit limit(0);
+  EXPECT_THROW(library_.items(), std::system_error);
+  try {
+    library_.find(item.id);
+    FAIL() << "found it without a descriptor";
+  } catch (const std::system_error& error) {
+    EXPECT_EQ(error.code(), std::errc::too_many_files_open);
+    EXPECT_THAT(error.what(), HasSubstr("index.json: Too many open files; the limit is "));
+  }
 }
 
 TEST_F(MediaLibraryTest, anImportCanBeCalledOffAtAnyReport) {
