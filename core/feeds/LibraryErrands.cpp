@@ -3,6 +3,7 @@
 #include <atomic>
 #include <utility>
 
+#include "base/BrokenFile.h"
 #include "base/Clock.h"
 #include "base/Log.h"
 
@@ -67,6 +68,8 @@ void LibraryErrands::collectGarbage(std::set<std::string> shown) {
     // knows what is referenced, and nothing may be taken away.
     state.store->update(
         [&](const ConfigFile& config) { referenced.merge(config.referencedMedia()); });
+    // Settings that did not decode were kept aside, and whoever mends them wants their media too.
+    if (BrokenFile::hasCopy(state.store->fileURL().string())) return;
     state.media->collectGarbage(referenced, Clock::now());
   });
 }

@@ -27,7 +27,8 @@ class LibraryErrands {
   /// Notes that these devices are connected, and forgets those not seen for 90 days.
   void remember(std::vector<ConnectedDevice> devices);
   void touch(std::set<std::string> mediaIDs);
-  /// Keeps what the configuration names and `shown`.
+  /// Keeps what the configuration names and `shown`, and everything while settings that could not
+  /// be read, or a copy of such, may name more.
   void collectGarbage(std::set<std::string> shown);
 
   /// Drops what has not begun. The result is ready when the errand that has begun is done.

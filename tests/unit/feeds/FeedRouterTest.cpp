@@ -418,6 +418,25 @@ TEST_F(FeedRouterTest, keepsTheLibraryWhenTheConfigurationCannotBeRead) {
   EXPECT_TRUE(media->item(shown.mediaIDs().at(0)));
 }
 
+TEST_F(FeedRouterTest, keepsTheLibraryWhileSettingsThatDidNotDecodeMayBeMended) {
+  const auto shown = image(red);
+  const auto id = shown.mediaIDs().at(0);
+  set(Scope::global(), shown);
+  media->touch({id}, Clock::now() - std::chrono::days(31));
+  directory.write("config/config.json", "{\"a comma\": \"is missing\" 1}");
+  start();
+  // A device that is noted replaces the broken file: its copy is what is left of it.
+  devices->push({simulator});
+  ASSERT_TRUE(eventually([&] { return store->config().knownDevices.size() == 1; }));
+  router->stop();
+  EXPECT_TRUE(media->item(id));
+
+  start();
+  devices->push({emulator});
+  ASSERT_TRUE(eventually([&] { return store->config().knownDevices.size() == 2; }));
+  EXPECT_TRUE(media->item(id));
+}
+
 TEST_F(FeedRouterTest, mediaThatIsMissingIsAnErrorUntilItComes) {
   const auto source = image(red);
   const auto file = (directory / "new.png").string();
