@@ -92,7 +92,8 @@
   CALL(int, scandirat, (int, const char*, struct dirent***, RealFilter, RealOrder))         \
   CALL(int, scandirat64, (int, const char*, struct dirent64***, RealFilter64, RealOrder64)) \
   CALL(int, glob, (const char*, int, int (*)(const char*, int), glob_t*))                   \
-  CALL(int, glob64, (const char*, int, int (*)(const char*, int), glob64_t*))
+  CALL(int, glob64, (const char*, int, int (*)(const char*, int), glob64_t*))               \
+  CALL(void*, dlopen, (const char*, int))
 
 typedef int (*RealFilter)(const struct dirent*);
 typedef int (*RealOrder)(const struct dirent**, const struct dirent**);

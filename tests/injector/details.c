@@ -1,6 +1,7 @@
 // details.c - a client for the tests of what few programs do with a camera, but a character device
 // answers all the same: `details COMMAND`.
 #include <dirent.h>
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <limits.h>
 #include <linux/videodev2.h>
@@ -168,13 +169,54 @@ static void taking(void) {
   CHECK(ioctl(camera, VIDIOC_DQBUF, &buffer) == 0 && buffer.memory == V4L2_MEMORY_MMAP);
 }
 
+static void* functionOf(void* library, const char* name) {
+  void* symbol = dlsym(library, name);
+  if (!symbol) fprintf(stderr, "libv4l2 has no %s\n", name);
+  CHECK(symbol);
+  return symbol;
+}
+
+// Some programs (VLC is one) load libv4l2 themselves and hand it what they opened.
+static void libraryLoaded(void) {
+  void* library = dlopen("libv4l2.so.0", RTLD_LAZY | RTLD_LOCAL);
+  if (!library) exit(77);
+  int (*control)(int, unsigned long, ...);
+  int (*adopt)(int, int);
+  ssize_t (*get)(int, void*, size_t);
+  ssize_t (*put)(int, const void*, size_t);
+  *(void**)&control = functionOf(library, "v4l2_ioctl");
+  *(void**)&adopt = functionOf(library, "v4l2_fd_open");
+  *(void**)&get = functionOf(library, "v4l2_read");
+  *(void**)&put = functionOf(library, "v4l2_write");
+  const int camera = open("/dev/video0", O_RDWR);
+  struct v4l2_capability capability;
+  CHECK(adopt(camera, 0) == camera && control(camera, VIDIOC_QUERYCAP, &capability) == 0);
+  CHECK(strcmp((char*)capability.card, "Lenslark Camera") == 0);
+  char bytes[2];
+  CHECK(get(camera, bytes, sizeof(bytes)) == sizeof(bytes));
+  CHECK(failsWith(EINVAL, put(camera, bytes, sizeof(bytes))));
+  // Other devices are left to the real library.
+  const int other = open("/dev/zero", O_RDONLY);
+  CHECK(get(other, bytes, sizeof(bytes)) == sizeof(bytes) && bytes[0] == 0);
+  CHECK(control(other, VIDIOC_QUERYCAP, &capability) != 0);
+  CHECK(dlclose(library) == 0 && control(camera, VIDIOC_QUERYCAP, &capability) == 0);
+}
+
+// A library that only this program's own search path leads to.
+static void searchPath(void) {
+  void* library = dlopen("libinjector-found.so", RTLD_NOW);
+  void* symbol = library ? dlsym(library, "injectorFound") : NULL;
+  CHECK(symbol);
+}
+
 int main(int count, char** arguments) {
   static const struct {
     const char* name;
     void (*run)(void);
   } commands[] = {
-      {"directories", directories}, {"links", links}, {"seeking", seeking},
-      {"scattered", scattered},     {"modes", modes}, {"taking", taking},
+      {"directories", directories},     {"links", links},           {"seeking", seeking},
+      {"scattered", scattered},         {"modes", modes},           {"taking", taking},
+      {"libraryLoaded", libraryLoaded}, {"searchPath", searchPath},
   };
   for (size_t i = 0; count > 1 && i < sizeof(commands) / sizeof(commands[0]); ++i) {
     if (strcmp(arguments[1], commands[i].name) != 0) continue;

@@ -53,6 +53,12 @@ class ClientTest(CameraTest):
                 self.skipTest("no sandbox can be had here")
             self.assertEqual(result.returncode, 0, result.stderr)
 
+    def test_libv4l2_finds_the_camera_if_the_program_loads_it_itself(self):
+        result = self.run_with_camera(DETAILS, "libraryLoaded")
+        if result.returncode == 77:
+            self.skipTest("libv4l2 is not installed")
+        self.assertEqual(result.returncode, 0, result.stderr)
+
     def near(self, picture, parts):
         self.assertEqual(len(picture), sum(length for _, length, _, _ in parts))
         for start, length, step, wanted in parts:

@@ -8,7 +8,7 @@ import subprocess
 import unittest
 
 from feed import Feed, halves
-from support import BLUE, BUILD, CameraTest, LIBRARY, PROBE, RED, SOURCE, has
+from support import BLUE, BUILD, CameraTest, DETAILS, LIBRARY, PROBE, RED, SOURCE, has
 
 EVERYDAY = [
     ["ls", "-la", "/usr/include/linux"],
@@ -62,6 +62,9 @@ class InertTest(CameraTest):
 
     def test_strange_arguments_are_answered_the_same(self):
         self.compare([os.path.join(BUILD, "tests", "injector-strange")])
+
+    def test_libraries_are_found_by_the_search_path_of_whoever_loads_them(self):
+        self.check(DETAILS, "searchPath")
 
     def test_own_unit_tests_pass_with_it(self):
         ran = 0
