@@ -174,7 +174,8 @@ static const uint8_t* rowsInPlace(Feed* feed, uint32_t first, uint32_t count) {
   const uint64_t end = begin + size;
   const uint64_t whole = (uint64_t)feed->stride * feed->height;
   if (feed->aheadAt < end) feed->aheadAt = end + feedLead;
-  feed->aheadEnd = end + 2 * feedLead < whole ? end + 2 * feedLead : whole;
+  const uint64_t most = end + feedLead + feedLeadWindow;
+  feed->aheadEnd = most < whole ? most : whole;
   return rows;
 }
 

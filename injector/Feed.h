@@ -29,7 +29,8 @@ enum {
   feedLeastRows = 4,  ///< As many as may be asked for at once.
   feedBandBytes = feedLeastRows * feedMaxStride,
   feedBandTarget = 131072,
-  feedLead = 20480,                 ///< Bytes read in place are asked for so far ahead.
+  feedLead = 36864,                 ///< Bytes read in place are asked for so far ahead,
+  feedLeadWindow = 24576,           ///< but these at most before some are read.
   feedPadding = 64,                 ///< Vectors may read (and ignore) this much behind a row.
   feedCopyBytes = 2048 * 2048 * 4,  ///< No frame of lenslark's own is larger.
   feedRoomBytes = feedCopyBytes + feedPadding,
