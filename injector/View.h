@@ -45,9 +45,9 @@ void viewLeave(View* view);
 /// not copy for this process.
 bool viewCopy(const View* view, void* into, size_t size, uint64_t offset);
 
-/// Asks the processor for bytes that will be read soon. Of each two pages the lines are asked for in
-/// turns, which memory answers sooner than one page's after the other's: what is walked through from
-/// call to call is complete when it ends at a multiple of 8 KB.
+/// Asks the processor for bytes that will be read soon. Of each two pages the lines are asked for
+/// in turns, which memory answers sooner than one page's after the other's: what is walked through
+/// from call to call is complete when it ends at a multiple of 8 KB.
 void viewPrefetch(const View* view, size_t size, uint64_t offset);
 
 void viewClose(View* view);
