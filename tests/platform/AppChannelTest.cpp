@@ -137,6 +137,23 @@ TEST_F(AppChannelTest, whatIsNoTextIsPassedOver) {
   EXPECT_EQ(ask(), "text");
 }
 
+TEST_F(AppChannelTest, aTableOfAnythingTellsItsIdToo) {
+  using Table = std::map<std::string, sdbus::Variant>;
+  StandIn application([](StandIn& self, const std::string&, const std::string& id) {
+    self.say(std::string("foreign"), Table{{"id", sdbus::Variant("B5A4C7E0")}});
+    self.say(std::string("ours"), Table{{"id", sdbus::Variant(id)}, {"n", sdbus::Variant(7)}});
+  });
+  EXPECT_EQ(ask(), "ours");
+}
+
+TEST_F(AppChannelTest, anIdInATableOfAnythingThatIsNoTextIsNoId) {
+  StandIn application([](StandIn& self, const std::string&, const std::string&) {
+    self.say(std::string("numbered"),
+             std::map<std::string, sdbus::Variant>{{"id", sdbus::Variant(7)}});
+  });
+  EXPECT_EQ(ask(), "numbered");
+}
+
 TEST_F(AppChannelTest, anIdOfAnotherTypeIsNoId) {
   StandIn application([](StandIn& self, const std::string&, const std::string&) {
     self.say(std::string("numbered"), std::map<std::string, std::int32_t>{{"id", 7}});

@@ -45,6 +45,17 @@ void emit(sdbus::IConnection& connection, const Notification& notification) {
   object->emitSignal(signal);
 }
 
+/// The texts in a table of anything, which is how many programs send every table.
+std::map<std::string, std::string> readTexts(sdbus::Message& message) {
+  std::map<std::string, sdbus::Variant> table;
+  message >> table;
+  std::map<std::string, std::string> texts;
+  for (const auto& [key, value] : table) {
+    if (value.containsValueOfType<std::string>()) texts.emplace(key, value.get<std::string>());
+  }
+  return texts;
+}
+
 /// Leaves out what the sender should not have sent.
 Notification read(const std::string& name, sdbus::Message& message) {
   Notification notification{.name = name, .object = {}, .userInfo = {}};
@@ -55,6 +66,7 @@ Notification read(const std::string& name, sdbus::Message& message) {
   message >> notification.object.emplace();
   message.peekType(type, contents);
   if (type == "a" && contents == "{ss}") message >> notification.userInfo;
+  if (type == "a" && contents == "{sv}") notification.userInfo = readTexts(message);
   return notification;
 }
 
