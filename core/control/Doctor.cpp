@@ -4,6 +4,7 @@
 #include <sys/xattr.h>
 
 #include <algorithm>
+#include <deque>
 #include <future>
 #include <iterator>
 #include <nlohmann/json.hpp>
@@ -132,6 +133,15 @@ std::optional<double> heartbeatAge(const std::string& feed) {
   }
 }
 
+/// The line that tells what a camera is being fed, and whether that is alive.
+std::pair<std::string, bool> feedLine(const std::optional<std::string>& feed) {
+  if (!feed) return {"  no feed (placeholder)", false};
+  const std::string line = "  feed " + *feed + " heartbeat ";
+  const auto age = heartbeatAge(*feed);
+  if (!age) return {line + "never", false};
+  return {line + fmt::format("{:.1f} s", *age), *age < FeedReader::liveHeartbeat};
+}
+
 /// Adds what a camera shows and what it is being fed.
 void addCamera(Check& check, const ConnectedDevice& device, CameraPosition camera,
                const ConfigFile& config, const CameraDescription::MediaNames& names) {
@@ -139,15 +149,8 @@ void addCamera(Check& check, const ConnectedDevice& device, CameraPosition camer
   check.details.push_back(fmt::format("{}: {} ({})", lenslark::rawValue(camera),
                                       CameraDescription::summary(resolved.assignment, names),
                                       resolved.inheritedFrom));
-  const auto feed = FeedReader::path(device, camera);
-  const auto age = feed ? heartbeatAge(*feed) : std::nullopt;
-  if (!feed) {
-    check.details.emplace_back("  no feed (placeholder)");
-  } else {
-    check.details.push_back("  feed " + *feed + " heartbeat " +
-                            (age ? fmt::format("{:.1f} s", *age) : "never"));
-  }
-  const bool live = age && *age < FeedReader::liveHeartbeat;
+  auto [line, live] = feedLine(FeedReader::path(device, camera));
+  check.details.push_back(std::move(line));
   if (!live && check.level == Level::ok) {
     check.level = Level::warning;
     check.fix = "turn Lenslark on";
@@ -173,17 +176,32 @@ Check emulatorCheck(const std::string& title, const std::string& avd, bool hasCa
           "quit it, then `lenslark android launch " + avd + "`"};
 }
 
-/// Whether each device was started or set up with the injector. Every question to simctl takes a
-/// while: all are asked at once, or one after the other where there are no threads for that.
-std::vector<bool> injected(const std::vector<ConnectedDevice>& devices,
-                           const Surroundings& surroundings) {
-  constexpr auto atOnceIfThereIsAThread = std::launch::async | std::launch::deferred;
-  std::vector<std::future<bool>> enabled;
+/// Whether each simulator was set up with the injector. Every question to simctl takes a while: as
+/// many are asked at once as descriptors and processes allow anywhere, or one after the other where
+/// there are no threads for that.
+std::vector<bool> injectorsEnabled(const std::vector<ConnectedDevice>& devices,
+                                   const Surroundings& surroundings) {
+  constexpr std::size_t atOnce = 16;
+  constexpr auto asideIfThereIsAThread = std::launch::async | std::launch::deferred;
+  std::deque<std::future<bool>> asked;
+  std::vector<bool> enabled;
+  const auto takeAnswer = [&] {
+    enabled.push_back(asked.front().get());
+    asked.pop_front();
+  };
   for (const ConnectedDevice& device : devices) {
     if (!device.isIOS()) continue;
-    enabled.push_back(
-        std::async(atOnceIfThereIsAThread, surroundings.injectorEnabled, device.key.id));
+    if (asked.size() == atOnce) takeAnswer();
+    asked.push_back(std::async(asideIfThereIsAThread, surroundings.injectorEnabled, device.key.id));
   }
+  while (!asked.empty()) takeAnswer();
+  return enabled;
+}
+
+/// Whether each device was started or set up with the injector.
+std::vector<bool> injected(const std::vector<ConnectedDevice>& devices,
+                           const Surroundings& surroundings) {
+  const std::vector<bool> enabled = injectorsEnabled(devices, surroundings);
   const bool anyEmulator = enabled.size() < devices.size();
   const auto emulators =
       anyEmulator ? surroundings.emulators() : std::vector<AndroidEmulator::RunningEmulator>();
@@ -196,7 +214,7 @@ std::vector<bool> injected(const std::vector<ConnectedDevice>& devices,
   std::vector<bool> result;
   auto next = enabled.begin();
   for (const ConnectedDevice& device : devices) {
-    result.push_back(device.isIOS() ? (next++)->get() : hasCamera(device));
+    result.push_back(device.isIOS() ? *next++ : hasCamera(device));
   }
   return result;
 }

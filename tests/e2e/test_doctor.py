@@ -193,6 +193,19 @@ class DevicesTest(DoctorTest):
         print(f"doctor with 20 devices: best {min(times):.3f} s of 5")
         self.assertLess(min(times), 1.5)
 
+    def test_more_simulators_than_the_shell_allows_descriptors_are_checked(self):
+        simulators = standins.simulators_for(self)
+        simulators.booted([(f"UDID-{n}", f"Phone {n:02}") for n in range(80)])
+        listing = (simulators.state / "answer").read_text()
+        simulators.answers(f"""
+if [ "$2" = list ]; then
+{listing}
+else sleep 0.2; echo /x/LenslarkInject.dylib; fi""")
+        few = ("/bin/sh", "-c", 'ulimit -n 128 && exec "$@"', "sh", *simulators.prefix)
+        devices = [check for check in self.checks(prefix=few) if "[ios:UDID-" in check["title"]]
+        self.assertEqual([device["details"][0] for device in devices],
+                         ["DYLD_INSERT_LIBRARIES set: apps launched now get the camera"] * 80)
+
     def test_an_emulator_without_injector_is_an_error(self):
         # The camera may have been preloaded into the tests themselves.
         emulator = standins.RunningEmulator(self.folder, "Plain", {"LD_PRELOAD": ""})
