@@ -9,13 +9,15 @@ namespace {
 
 std::vector<std::string> merged(char* const* inherited, const Shell::Environment& additions) {
   std::vector<std::string> variables;
+  // In front: ps shows no more than the first hundred kilobytes of an environment, and in it is
+  // looked for the injector.
+  for (const auto& [name, value] : additions) {
+    variables.emplace_back(name).append("=").append(value);
+  }
   for (; inherited != nullptr && *inherited != nullptr; ++inherited) {
     const std::string_view variable = *inherited;
     const std::string name(variable.substr(0, variable.find('=')));
     if (!additions.contains(name)) variables.emplace_back(variable);
-  }
-  for (const auto& [name, value] : additions) {
-    variables.emplace_back(name).append("=").append(value);
   }
   return variables;
 }

@@ -347,6 +347,15 @@ TEST_F(RunningEmulatorTest, hasACameraWhenItWasStartedWithTheInjector) {
   EXPECT_TRUE(emulator->hasCamera);
 }
 
+TEST_F(RunningEmulatorTest, hasACameraInAVastEnvironmentToo) {
+  const ScopedVariable vast("A_VAST_VARIABLE", std::string(100'000, 'x'));
+  const ScopedVariable another("ANOTHER_VARIABLE", std::string(100'000, 'y'));
+  start(avd_, {{"DYLD_INSERT_LIBRARIES", "/opt/LenslarkEmuInject.dylib"}});
+  const auto emulator = found(avd_);
+  ASSERT_TRUE(emulator);
+  EXPECT_TRUE(emulator->hasCamera);
+}
+
 TEST_F(RunningEmulatorTest, isAmongTheRunningDevices) {
   start(avd_);
   EXPECT_TRUE(AndroidEmulator::runningAVDs().contains(avd_));
