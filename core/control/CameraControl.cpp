@@ -49,7 +49,7 @@ std::vector<AndroidEmulator::Process> runningEmulators() {
   try {
     return AndroidEmulator::processes();
   } catch (const std::system_error&) {
-    return {};  // No ps on this machine: the simulators can be listed all the same.
+    return {};  // No process can be started now: the simulators can be listed all the same.
   }
 }
 

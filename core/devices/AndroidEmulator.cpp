@@ -4,10 +4,12 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdlib>
 #include <system_error>
 
 #include "base/Text.h"
+#include "base/WholeFile.h"
 #include "config/Lenslark.h"
 #include "devices/CommandError.h"
 #include "devices/Injectors.h"
@@ -216,7 +218,15 @@ pid_t launch(const std::string& avd, Facing facing,
                                injection(injectorPath()));
 }
 
-std::vector<Process> processes() { return parseProcessList(ps({"-axo", "pid=,args="}).output); }
+std::vector<Process> processes() {
+  try {
+    return parseProcessList(ps({"-axo", "pid=,args="}).output);
+  } catch (const std::system_error& error) {
+    const int number = error.code().value();
+    if (isShortage(number) || number == EAGAIN) throw;
+    return {};
+  }
+}
 
 std::vector<RunningEmulator> running() {
   std::vector<RunningEmulator> emulators;

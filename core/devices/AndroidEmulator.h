@@ -73,6 +73,8 @@ WebcamLabels lenslarkWebcamLabels();
 /// this process ends.
 pid_t launch(const std::string& avd, Facing facing, const std::vector<std::string>& extraArguments);
 
+/// None where there is no ps, or one that fails. **Fails** with std::system_error only where this
+/// process is short of what starting a program takes: then the emulators may run all the same.
 std::vector<Process> processes();
 std::vector<RunningEmulator> running();
 std::set<std::string> runningAVDs();

@@ -249,6 +249,18 @@ class ToolTroubleTest(FeedsTest):
             eventually(lambda: len(self.simulators.calls()) > calls + 1)
             self.assertTrue(framefile.latest(simulator_feed(udid)))
 
+    def test_without_a_process_list_no_emulator_is_fed(self):
+        def fails():
+            self.ps.answers("exit 1")
+
+        for end in (fails, self.ps.path.unlink):
+            path = emulator_feed(4242)
+            self.emulators(("Pixel", 4242))
+            with self.subTest(end.__name__), self.serve("--test-pattern"):
+                eventually(lambda: framefile.latest(path))
+                end()
+                eventually(lambda: not path.exists(), deadline=30)
+
     def test_a_stop_in_the_middle_of_a_scan_is_an_orderly_end(self):
         for delay in range(10):
             self.simulators.answers(f"kill -TERM $PPID; sleep 0.0{delay}; echo garbage")
