@@ -5,7 +5,9 @@
 
 #include "base/BrokenFile.h"
 #include "base/Clock.h"
+#include "base/Error.h"
 #include "base/Log.h"
+#include "config/SavedConfig.h"
 
 namespace lenslark {
 namespace {
@@ -64,12 +66,15 @@ void LibraryErrands::touch(std::set<std::string> mediaIDs) {
 
 void LibraryErrands::collectGarbage(std::set<std::string> shown) {
   post([referenced = std::move(shown)](State& state) mutable {
-    // Unlike a plain reading this fails when the file is there but cannot be read: then nobody
-    // knows what is referenced, and nothing may be taken away.
-    state.store->update(
-        [&](const ConfigFile& config) { referenced.merge(config.referencedMedia()); });
-    // Settings that did not decode were kept aside, and whoever mends them wants their media too.
-    if (BrokenFile::hasCopy(state.store->fileURL().string())) return;
+    const std::filesystem::path settings = state.store->fileURL();
+    // Not the store's value, which is the defaults where there are settings that cannot be read:
+    // then nobody knows what is referenced, and nothing may be taken away.
+    const SavedConfig saved = SavedConfig::read(settings);
+    if (saved.condition == SavedConfig::Condition::unreadable) throw Error(saved.problem);
+    // Those that did not decode are kept aside, and whoever mends them wants their media too.
+    const bool broken = saved.condition == SavedConfig::Condition::broken;
+    if (broken || BrokenFile::hasCopy(settings.string())) return;
+    referenced.merge(saved.config.referencedMedia());
     state.media->collectGarbage(referenced, Clock::now());
   });
 }

@@ -407,6 +407,15 @@ TEST_F(FeedRouterTest, takesGarbageAwayButNothingThatIsShown) {
   EXPECT_TRUE(media->item(configured.mediaIDs().at(0)));
 }
 
+TEST_F(FeedRouterTest, makesNoSettingsOnlyBecauseItRuns) {
+  const auto unused = image(red);
+  media->touch({unused.mediaIDs().at(0)}, Clock::now() - std::chrono::days(31));
+  start({.source = SourceSpec{SourceSpec::Pattern{}}});
+  EXPECT_TRUE(eventually([&] { return !media->item(unused.mediaIDs().at(0)); }));
+  router->stop();
+  EXPECT_FALSE(std::filesystem::exists(store->fileURL()));
+}
+
 TEST_F(FeedRouterTest, keepsTheLibraryWhenTheConfigurationCannotBeRead) {
   if (::getuid() == 0) GTEST_SKIP() << "root reads everything";
   const auto shown = image(red);
