@@ -70,7 +70,10 @@ void LibraryErrands::collectGarbage(std::set<std::string> shown) {
     // Not the store's value, which is the defaults where there are settings that cannot be read:
     // then nobody knows what is referenced, and nothing may be taken away.
     const SavedConfig saved = SavedConfig::read(settings);
-    if (saved.condition == SavedConfig::Condition::unreadable) throw Error(saved.problem);
+    if (saved.condition == SavedConfig::Condition::unreadable) {
+      throw Error("the settings cannot be read (" + saved.problem +
+                  "); mend that file or move it away");
+    }
     // Those that did not decode are kept aside, and whoever mends them wants their media too.
     const bool broken = saved.condition == SavedConfig::Condition::broken;
     if (broken || BrokenFile::hasCopy(settings.string())) return;

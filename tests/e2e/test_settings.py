@@ -149,6 +149,13 @@ class BrokenConfigTest(EndToEndTest):
             self.assertEqual(copies[0].read_text(), "{ this is no JSON")
             self.lenslark.next_frame()
 
+    def test_settings_that_cannot_be_read_are_told(self):
+        self.lenslark.config_file.mkdir(parents=True)
+        with self.lenslark.serve("--test-pattern") as serving:
+            eventually(self.lenslark.frame)
+            eventually(lambda: f"the settings cannot be read ({self.lenslark.config_file}: not a "
+                       "regular file); mend that file or move it away" in serving.errors())
+
     def test_any_bytes_are_survived(self):
         self.lenslark.support.mkdir()
         contents = (b"", b"\0" * 100, os.urandom(1000), b"[" * 100000, b"\xff\xfe{}", b'{"a":1}',
