@@ -11,10 +11,11 @@
 #include <sys/stat.h>
 
 #include "Export.h"
+#include "Folders.h"
 #include "Places.h"
 #include "Real.h"
 
-enum { maxListings = 64, firstPosition = 0x4c4c0000 };
+enum { maxListings = 64, maxEntries = 16, firstPosition = 0x4c4c0000 };
 
 // A stream that we add to. As with any directory stream, one thread uses it at a time.
 typedef struct Listing {
@@ -52,17 +53,23 @@ static void add(DIR* stream, const Place* place, const char* name) {
 static void forget(DIR* stream) {
   Listing* listing = find(stream);
   if (!listing) return;
+  folderClosed(dirfd(stream));
   atomic_store(&listing->stream, NULL);
   atomic_fetch_sub(&listingCount, 1);
 }
 
-const char* directoryNameOf(int descriptor) {
+static const char* streamName(int descriptor) {
   if (descriptor < 0 || atomic_load_explicit(&listingCount, memory_order_relaxed) == 0) return NULL;
   for (int i = 0; i < maxListings; ++i) {
     DIR* stream = atomic_load(&listings[i].stream);
     if (stream && listings[i].name[0] && dirfd(stream) == descriptor) return listings[i].name;
   }
   return NULL;
+}
+
+const char* directoryNameOf(int descriptor) {
+  const char* name = streamName(descriptor);
+  return name ? name : folderName(descriptor);
 }
 
 static bool isSame(const struct stat* status, const char* path) {
@@ -75,18 +82,25 @@ static bool isSame(const struct stat* status, const char* path) {
 static void watch(DIR* stream) {
   const int saved = errno;
   struct stat status;
-  if (realFstatat(dirfd(stream), "", &status, AT_EMPTY_PATH) == 0) {
+  Place folder;
+  if (folderFind(dirfd(stream), &folder)) {
+    add(stream, &folder, folderName(dirfd(stream)));
+  } else if (realFstatat(dirfd(stream), "", &status, AT_EMPTY_PATH) == 0) {
     if (isSame(&status, "/dev")) {
       add(stream, &(Place){placeDevice, NULL, NULL, false}, NULL);
     } else if (isSame(&status, "/sys/class/video4linux")) {
       add(stream, &(Place){placeClass, NULL, NULL, false}, NULL);
+    } else if (isSame(&status, "/sys/class") &&
+               realFaccessat(AT_FDCWD, "/sys/class/video4linux", F_OK, 0) != 0) {
+      add(stream, &(Place){placeClasses, NULL, NULL, false}, NULL);
     }
   }
   errno = saved;
 }
 
 static bool mayBeOurs(const char* path) {
-  return strstr(path, "dev") || strstr(path, "video4linux") || path[0] == '.';
+  return strstr(path, "dev") || strstr(path, "class") || strstr(path, "video4linux") ||
+         path[0] == '.';
 }
 
 LENSLARK_EXPORT DIR* opendir(const char* path) {
@@ -98,7 +112,7 @@ LENSLARK_EXPORT DIR* opendir(const char* path) {
   }
   if (errno != ENOENT) return NULL;
   const Place place = placeFind(AT_FDCWD, path);
-  if (place.kind != placeClass && place.kind != placeDirectory) {
+  if (place.kind != placeClass && place.kind != placeDevices && place.kind != placeDirectory) {
     if (place.kind != placeNone) errno = ENOTDIR;
     return NULL;
   }
@@ -192,7 +206,7 @@ LENSLARK_EXPORT long telldir(DIR* stream) {
 
 LENSLARK_EXPORT void seekdir(DIR* stream, long position) {
   Listing* listing = find(stream);
-  const bool ours = listing && position > firstPosition && position <= firstPosition + deviceCount;
+  const bool ours = listing && position > firstPosition && position <= firstPosition + maxEntries;
   if (listing) listing->next = ours ? (int)(position - firstPosition) : 0;
   if (!ours) NEXT(seekdir)(stream, position);
 }

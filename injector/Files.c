@@ -15,6 +15,7 @@
 
 #include "Device.h"
 #include "Export.h"
+#include "Folders.h"
 #include "Ioctl.h"
 #include "Places.h"
 #include "Real.h"
@@ -48,6 +49,7 @@ static int opened(int descriptor, int directory, const char* path, int flags) {
   if (descriptor < 0) return errno == ENOENT ? openCamera(directory, path, flags) : -1;
   // A number that the kernel hands out again was closed behind our back.
   handleClosed(descriptor);
+  folderClosed(descriptor);
   return descriptor;
 }
 
@@ -164,6 +166,7 @@ LENSLARK_EXPORT FILE* freopen64(const char* restrict path, const char* restrict 
 
 LENSLARK_EXPORT int close(int descriptor) {
   handleClosed(descriptor);
+  folderClosed(descriptor);
   return realClose(descriptor);
 }
 
@@ -177,9 +180,15 @@ LENSLARK_EXPORT void closefrom(int first) {
   NEXT(closefrom)(first);
 }
 
+// Of whatever stands for something of ours.
+static void copied(int descriptor, int copy) {
+  handleCopied(descriptor, copy);
+  folderCopied(descriptor, copy);
+}
+
 LENSLARK_EXPORT int dup(int descriptor) {
   const int copy = NEXT(dup)(descriptor);
-  if (copy >= 0) handleCopied(descriptor, copy);
+  if (copy >= 0) copied(descriptor, copy);
   return copy;
 }
 
@@ -193,14 +202,14 @@ static void replacing(int descriptor, int copy) {
 LENSLARK_EXPORT int dup2(int descriptor, int copy) {
   replacing(descriptor, copy);
   const int outcome = NEXT(dup2)(descriptor, copy);
-  if (outcome >= 0) handleCopied(descriptor, copy);
+  if (outcome >= 0) copied(descriptor, copy);
   return outcome;
 }
 
 LENSLARK_EXPORT int dup3(int descriptor, int copy, int flags) {
   replacing(descriptor, copy);
   const int outcome = NEXT(dup3)(descriptor, copy, flags);
-  if (outcome >= 0) handleCopied(descriptor, copy);
+  if (outcome >= 0) copied(descriptor, copy);
   return outcome;
 }
 
@@ -217,7 +226,7 @@ static int controlled(int outcome, int descriptor, int command) {
     handleUnpin(handle);
   }
   if (outcome >= 0 && (command == F_DUPFD || command == F_DUPFD_CLOEXEC)) {
-    handleCopied(descriptor, outcome);
+    copied(descriptor, outcome);
   }
   return outcome;
 }

@@ -10,6 +10,7 @@
 #include <sys/sysmacros.h>
 #include <unistd.h>
 
+#include "Folders.h"
 #include "Paths.h"
 #include "Real.h"
 
@@ -18,6 +19,8 @@ enum { videoMajor = 81 };
 static const char classDirectory[] = "/sys/class/video4linux";
 static const char deviceDirectory[] = "/sys/devices/virtual/video4linux";
 static const char numberDirectory[] = "/sys/dev/char";
+static const char databaseDirectory[] = "/run/udev/data";
+static const char databaseName[] = "c81";
 static const char* const fileNames[] = {"name", "dev", "index", "uevent"};
 
 enum { fileCount = sizeof(fileNames) / sizeof(fileNames[0]) };
@@ -54,6 +57,7 @@ static Place nothing(bool isBelowFile) {
 static Place below(Device* device, const char* rest, bool isLink) {
   if (!device) return nothing(false);
   if (*rest == '\0') return (Place){placeDirectory, device, NULL, isLink};
+  if (strcmp(rest, "/subsystem") == 0) return (Place){placeClass, NULL, NULL, true};
   for (int i = 0; *rest == '/' && i < fileCount; ++i) {
     const char* end = behind(rest + 1, fileNames[i]);
     if (end) return *end ? nothing(true) : (Place){placeFile, device, fileNames[i], false};
@@ -79,10 +83,17 @@ static Place recognise(const char* path) {
   const bool inClass = rest != NULL;
   if (!rest) rest = behind(path, deviceDirectory);
   if (rest) {
-    if (*rest == '\0') return (Place){placeClass, NULL, NULL, false};
+    if (*rest == '\0') return (Place){inClass ? placeClass : placeDevices, NULL, NULL, false};
     const char* end = "";
     Device* device = numbered(rest, "video", &end);
     return below(device, end, inClass);
+  }
+  rest = behind(path, databaseDirectory);
+  if (rest) {
+    const char* end = "";
+    Device* device = numbered(rest, "c81:", &end);
+    return device && *end == '\0' ? (Place){placeFile, device, databaseName, false}
+                                  : nothing(device && *end == '/');
   }
   rest = behind(path, numberDirectory);
   if (rest) {
@@ -96,7 +107,7 @@ static Place recognise(const char* path) {
 bool placeIsDirectory(const char* path) {
   const Place place = recognise(path);
   if (place.kind == placeDevice || place.kind == placeFile) errno = ENOTDIR;
-  return place.kind == placeClass || place.kind == placeDirectory;
+  return place.kind == placeClass || place.kind == placeDevices || place.kind == placeDirectory;
 }
 
 static bool isNumbered(const char* name, const char* prefix) {
@@ -107,7 +118,9 @@ static bool isNumbered(const char* name, const char* prefix) {
 // Most of what is missing has nothing in common with our names, "video4linux" being one of them.
 static bool resemblesOurs(const char* path) {
   while (*path) {
-    if (isNumbered(path, "video") || isNumbered(path, "81:")) return true;
+    if (isNumbered(path, "video") || isNumbered(path, "81:") || isNumbered(path, "c81:")) {
+      return true;
+    }
     path += strcspn(path, "/");
     path += strspn(path, "/");
   }
@@ -115,6 +128,7 @@ static bool resemblesOurs(const char* path) {
 }
 
 Place placeFind(int directory, const char* path) {
+  if (*path == '\0') return nothing(false);
   if (!resemblesOurs(path) && !directoryNameOf(directory) && !pathIsLink(directory, path)) {
     return nothing(false);
   }
@@ -134,6 +148,13 @@ static int contents(const Place* place, char into[static 128]) {
   if (strcmp(place->file, "name") == 0) return snprintf(into, 128, "%s\n", place->device->name);
   if (strcmp(place->file, "dev") == 0) return snprintf(into, 128, "%d:%d\n", videoMajor, number);
   if (strcmp(place->file, "index") == 0) return snprintf(into, 128, "0\n");
+  // As udev notes what it found out about a camera.
+  if (place->file == databaseName) {
+    return snprintf(into, 128,
+                    "I:1\nE:ID_V4L_VERSION=2\nE:ID_V4L_PRODUCT=%s\n"
+                    "E:ID_V4L_CAPABILITIES=:capture:\n",
+                    place->device->name);
+  }
   return snprintf(into, 128, "MAJOR=%d\nMINOR=%d\nDEVNAME=video%d\n", videoMajor, number, number);
 }
 
@@ -156,6 +177,7 @@ void placeStat(const Place* place, bool follow, struct stat* into) {
   }
   if (realFstatat(AT_FDCWD, "/sys", into, 0) != 0) memset(into, 0, sizeof(*into));
   into->st_ino = (ino_t)(0x4c4c1000 + (place->device ? 1 + place->device->index : 0));
+  if (place->kind == placeDevices) into->st_ino += deviceCount + 1;
   into->st_nlink = 1;
   into->st_size = 0;
   if (place->kind == placeFile) {
@@ -183,10 +205,7 @@ int placeOpen(const Place* place, int flags) {
     }
     return handleOpen(place->device, flags);
   }
-  if (place->kind != placeFile) {
-    errno = ENOENT;
-    return -1;
-  }
+  if (place->kind != placeFile) return folderOpen(place, flags);
   if ((flags & O_ACCMODE) != O_RDONLY) {
     errno = EACCES;
     return -1;
@@ -218,11 +237,18 @@ void placeRealName(const Place* place, char* into) {
     case placeDevice:
       snprintf(into, PATH_MAX, "/dev/video%d", number);
       break;
+    case placeDevices:
+      snprintf(into, PATH_MAX, "%s", deviceDirectory);
+      break;
     case placeDirectory:
       snprintf(into, PATH_MAX, "%s/video%d", deviceDirectory, number);
       break;
     case placeFile:
-      snprintf(into, PATH_MAX, "%s/video%d/%s", deviceDirectory, number, place->file);
+      if (place->file == databaseName) {
+        snprintf(into, PATH_MAX, "%s/c81:%d", databaseDirectory, number);
+      } else {
+        snprintf(into, PATH_MAX, "%s/video%d/%s", deviceDirectory, number, place->file);
+      }
       break;
     default:
       snprintf(into, PATH_MAX, "%s", classDirectory);
@@ -231,13 +257,21 @@ void placeRealName(const Place* place, char* into) {
 
 bool placeEntry(const Place* directory, int n, char name[static 32], unsigned char* type) {
   if (directory->kind == placeDirectory) {
-    if (n >= fileCount) return false;
-    snprintf(name, 32, "%s", fileNames[n]);
-    *type = DT_REG;
+    if (n > fileCount) return false;
+    snprintf(name, 32, "%s", n < fileCount ? fileNames[n] : "subsystem");
+    *type = n < fileCount ? DT_REG : DT_LNK;
+    return true;
+  }
+  if (directory->kind == placeClasses) {
+    if (n > 0) return false;
+    snprintf(name, 32, "%s", strrchr(classDirectory, '/') + 1);
+    *type = DT_DIR;
     return true;
   }
   if (n >= deviceCount) return false;
   snprintf(name, 32, "video%d", deviceNumber(deviceAt(n)));
-  *type = directory->kind == placeDevice ? DT_CHR : DT_LNK;
+  *type = directory->kind == placeDevice    ? DT_CHR
+          : directory->kind == placeDevices ? DT_DIR
+                                            : DT_LNK;
   return true;
 }

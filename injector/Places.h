@@ -15,9 +15,11 @@ typedef struct Place {
   enum {
     placeNone,
     placeDevice,     ///< /dev/videoN
+    placeClasses,    ///< /sys/class, only ever as a directory that lists our names too
     placeClass,      ///< /sys/class/video4linux
-    placeDirectory,  ///< /sys/class/video4linux/videoN and what else leads there
-    placeFile,       ///< a file in it
+    placeDevices,    ///< /sys/devices/virtual/video4linux
+    placeDirectory,  ///< videoN in it, and what else leads there
+    placeFile,       ///< a file in it, or what udev knows of a camera
   } kind;
   Device* device;
   const char* file;  ///< For placeFile.
@@ -49,6 +51,6 @@ void placeRealName(const Place* place, char* into);
 /// Name and type of the n-th thing that we add to a directory; false behind the last.
 bool placeEntry(const Place* directory, int n, char name[static 32], unsigned char* type);
 
-/// The path of a directory stream that stands for a directory which only we have, or NULL.
+/// The path of a directory which only we have and this descriptor stands for, or NULL.
 /// Provided by Directories.c.
 const char* directoryNameOf(int descriptor);

@@ -11,6 +11,7 @@
 #include <unistd.h>
 
 #include "Export.h"
+#include "Folders.h"
 #include "Places.h"
 #include "Real.h"
 #include "UserMemory.h"
@@ -18,24 +19,29 @@
 // On 64-bit machines both structures are one; the older names still exist.
 _Static_assert(sizeof(struct stat) == sizeof(struct stat64), "stat64 is stat");
 
-// The camera that such a call was about through its descriptor alone, pinned. Later kernels take a
+// Puts right what was told of something of ours through its descriptor alone. Later kernels take a
 // path of NULL for an empty one; the headers promise the compiler that there is none.
-static Handle* pinNamed(int directory, const char* path, int flags) {
-  if (!(flags & AT_EMPTY_PATH)) return NULL;
+static bool corrected(int directory, const char* path, int flags, struct stat* into) {
   const char* const volatile given = path;
   const char* const text = given;
-  return !text || *text == '\0' ? handlePin(directory) : NULL;
+  if (!(flags & AT_EMPTY_PATH) || (text && *text != '\0')) return false;
+  Handle* handle = handlePin(directory);
+  Place folder;
+  if (handle) {
+    placeStatDevice(handle->device, into);
+    handleUnpin(handle);
+    return true;
+  }
+  if (!folderFind(directory, &folder)) return false;
+  placeStat(&folder, false, into);
+  return true;
 }
 
-// What the next definition answered about `path`, put right if it is a camera or found nothing.
+// What the next definition answered about `path`, put right if it is ours or found nothing.
 static int answered(int outcome, int saved, int directory, const char* path, struct stat* into,
                     int flags) {
   if (outcome == 0) {
-    Handle* handle = pinNamed(directory, path, flags);
-    if (handle) {
-      placeStatDevice(handle->device, into);
-      handleUnpin(handle);
-    }
+    corrected(directory, path, flags, into);
     return 0;
   }
   if (errno != ENOENT || !realReady()) return outcome;
@@ -121,12 +127,7 @@ LENSLARK_EXPORT int statx(int directory, const char* restrict path, int flags, u
   const int outcome = NEXT(statx)(directory, path, flags, mask, into);
   struct stat status;
   if (outcome == 0) {
-    Handle* handle = pinNamed(directory, path, flags);
-    if (handle) {
-      placeStatDevice(handle->device, &status);
-      toStatx(&status, into);
-      handleUnpin(handle);
-    }
+    if (corrected(directory, path, flags, &status)) toStatx(&status, into);
     return 0;
   }
   if (errno != ENOENT || !realReady()) return outcome;

@@ -215,6 +215,7 @@ static void checkStreams(const char* path) {
 static void listing(void) {
   checkStreams("/dev");
   checkStreams("/sys/class/video4linux");
+  checkStreams("/sys/devices/virtual/video4linux");
   const int root = open("/", O_RDONLY | O_DIRECTORY);
   struct dirent** list;
   CHECK(scandirat(root, "dev", &list, isOursEntry, NULL) == 2);

@@ -10,8 +10,10 @@
 #include <sys/ioctl.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/sysmacros.h>
 #include <sys/uio.h>
+#include <sys/vfs.h>
 #include <unistd.h>
 
 #include "probe.h"
@@ -49,6 +51,96 @@ static void directories(void) {
   // What is not there leads nowhere.
   CHECK(failsWith(ENOENT, open("/missing/../dev/video0", O_RDWR)));
   CHECK(failsWith(ENOENT, open("/dev/video2/", O_RDWR)));
+}
+
+static int countOf(DIR* stream, const char* name) {
+  int found = 0;
+  CHECK(stream);
+  for (const struct dirent* entry; (entry = readdir(stream));) {
+    found += strcmp(entry->d_name, name) == 0;
+  }
+  return found;
+}
+
+static void checkWalked(int descriptor, mode_t kind) {
+  struct stat status;
+  struct statx more;
+  struct statfs system;
+  CHECK(descriptor >= 0 && fstat(descriptor, &status) == 0 && (status.st_mode & S_IFMT) == kind);
+  CHECK(statx(descriptor, "", AT_EMPTY_PATH, STATX_TYPE, &more) == 0);
+  CHECK((more.stx_mode & S_IFMT) == kind);
+  CHECK(fstatfs(descriptor, &system) == 0 && system.f_type == 0x62656572);  // sysfs
+}
+
+// Goes to a camera name by name, as libudev does.
+static void walking(void) {
+  const int step = O_PATH | O_NOFOLLOW | O_CLOEXEC;
+  const int classes = open("/sys/class", step | O_DIRECTORY);
+  if (classes < 0) exit(77);
+  const int class = openat(classes, "video4linux", step);
+  checkWalked(class, S_IFDIR);
+  const int link = openat(class, "video1", step);
+  checkWalked(link, S_IFLNK);
+  char name[PATH_MAX];
+  const char* wanted = "/sys/devices/virtual/video4linux/video1";
+  CHECK(readlinkat(class, "video1", name, sizeof(name)) == (ssize_t)strlen(wanted));
+  CHECK(memcmp(name, wanted, strlen(wanted)) == 0);
+  CHECK(failsWith(ELOOP, openat(class, "video1", O_RDONLY | O_NOFOLLOW)));
+  CHECK(failsWith(ENOTDIR, openat(class, "video1", step | O_DIRECTORY)));
+  CHECK(failsWith(EISDIR, openat(class, "video1", O_RDWR)));
+  const int devices = open("/sys/devices/virtual/video4linux", step);
+  const int device = openat(devices, "video1", step);
+  checkWalked(device, S_IFDIR);
+  CHECK(faccessat(device, "uevent", R_OK, 0) == 0);
+  CHECK(failsWith(ENOENT, faccessat(device, "class", F_OK, 0)));
+  CHECK(readlink("/sys/class/video4linux/video1/subsystem", name, sizeof(name)) == 22);
+  CHECK(memcmp(name, "/sys/class/video4linux", 22) == 0);
+  // Copies are the same, and what is closed is nothing of ours any more.
+  const int copy = dup(device);
+  checkWalked(fcntl(copy, F_DUPFD_CLOEXEC, 0), S_IFDIR);
+  CHECK(close(device) == 0 && faccessat(copy, "uevent", R_OK, 0) == 0);
+  CHECK(close(copy) == 0 && dup2(classes, copy) == copy);
+  CHECK(failsWith(ENOENT, faccessat(copy, "uevent", R_OK, 0)));
+}
+
+static void folders(void) {
+  DIR* stream = opendir("/sys/class");
+  if (!stream) exit(77);
+  CHECK(countOf(stream, "video4linux") == 1);
+  CHECK(closedir(stream) == 0);
+  const int descriptor = open("/sys/class/video4linux/video0", O_RDONLY | O_DIRECTORY);
+  stream = fdopendir(descriptor);
+  CHECK(countOf(stream, "subsystem") == 1);
+  rewinddir(stream);
+  CHECK(countOf(stream, "net") == 0);
+  rewinddir(stream);
+  long last = 0;
+  for (long at = telldir(stream); readdir(stream); at = telldir(stream)) last = at;
+  seekdir(stream, last);
+  CHECK(readdir(stream) && !readdir(stream));
+  CHECK(closedir(stream) == 0 && failsWith(EBADF, fcntl(descriptor, F_GETFD)));
+  // More of them than are kept in mind, closed without notice: they are forgotten.
+  for (int i = 0; i < 200; ++i) {
+    const int one = open("/sys/class/video4linux", O_RDONLY | O_DIRECTORY);
+    CHECK(one >= 0 && syscall(SYS_close, one) == 0);
+  }
+}
+
+// What udev would have noted of a camera.
+static void database(void) {
+  char line[128];
+  int found = 0;
+  FILE* file = fopen("/run/udev/data/c81:1", "re");
+  CHECK(file);
+  while (fgets(line, sizeof(line), file)) {
+    found += strcmp(line, "E:ID_V4L_PRODUCT=Lenslark Camera (Front)\n") == 0 ||
+             strcmp(line, "E:ID_V4L_VERSION=2\n") == 0;
+  }
+  CHECK(found == 2 && fclose(file) == 0);
+  CHECK(!fopen("/run/udev/data/c81:9", "re") && errno == ENOENT);
+  CHECK(failsWith(ENOTDIR, access("/run/udev/data/c81:1/x", F_OK)));
+  char name[PATH_MAX];
+  CHECK(realpath("/run/udev/data/c81:1", name) && strcmp(name, "/run/udev/data/c81:1") == 0);
 }
 
 // True if all that a program asks of a path is answered as for the camera of that number.
@@ -214,9 +306,17 @@ int main(int count, char** arguments) {
     const char* name;
     void (*run)(void);
   } commands[] = {
-      {"directories", directories},     {"links", links},           {"seeking", seeking},
-      {"scattered", scattered},         {"modes", modes},           {"taking", taking},
-      {"libraryLoaded", libraryLoaded}, {"searchPath", searchPath},
+      {"directories", directories},
+      {"links", links},
+      {"seeking", seeking},
+      {"scattered", scattered},
+      {"modes", modes},
+      {"taking", taking},
+      {"libraryLoaded", libraryLoaded},
+      {"searchPath", searchPath},
+      {"walking", walking},
+      {"folders", folders},
+      {"database", database},
   };
   for (size_t i = 0; count > 1 && i < sizeof(commands) / sizeof(commands[0]); ++i) {
     if (strcmp(arguments[1], commands[i].name) != 0) continue;

@@ -53,11 +53,20 @@ class ClientTest(CameraTest):
                 self.skipTest("no sandbox can be had here")
             self.assertEqual(result.returncode, 0, result.stderr)
 
-    def test_libv4l2_finds_the_camera_if_the_program_loads_it_itself(self):
-        result = self.run_with_camera(DETAILS, "libraryLoaded")
+    def detail(self, command, lacking):
+        result = self.run_with_camera(DETAILS, command)
         if result.returncode == 77:
-            self.skipTest("libv4l2 is not installed")
+            self.skipTest(lacking)
         self.assertEqual(result.returncode, 0, result.stderr)
+
+    def test_libv4l2_finds_the_camera_if_the_program_loads_it_itself(self):
+        self.detail("libraryLoaded", "libv4l2 is not installed")
+
+    def test_a_program_walks_to_the_camera_directory_by_directory(self):
+        self.detail("walking", "there is no /sys/class")
+
+    def test_the_directories_of_the_cameras_are_listed_through_descriptors(self):
+        self.detail("folders", "there is no /sys/class")
 
     def near(self, picture, parts):
         self.assertEqual(len(picture), sum(length for _, length, _, _ in parts))
@@ -140,6 +149,7 @@ add(DETAILS, "directories", "a_camera_is_no_directory")
 add(DETAILS, "seeking", "a_camera_cannot_be_sought_in")
 add(DETAILS, "scattered", "a_picture_can_be_read_into_parts")
 add(DETAILS, "modes", "a_camera_is_read_only_through_what_was_opened_for_that")
+add(DETAILS, "database", "what_udev_notes_of_a_camera_can_be_read")
 add(DETAILS, "taking", "a_buffer_is_taken_by_its_type_alone")
 
 if __name__ == "__main__":

@@ -4,6 +4,7 @@ import ctypes.util
 import os
 import struct
 import subprocess
+import sys
 import unittest
 
 from feed import Feed, halves
@@ -36,6 +37,32 @@ def qr_frame(text, width=1280, height=720):
     return b"".join(rows + [blank] * (height - len(rows)))
 
 
+# Path, node, subsystem, name and product of each camera.
+LIST_BY_UDEV = """
+import ctypes, sys
+udev = ctypes.CDLL(sys.argv[1])
+def call(name, *arguments, result=ctypes.c_void_p):
+    function = getattr(udev, "udev_" + name)
+    function.restype = result
+    return function(*(ctypes.c_void_p(a) if isinstance(a, int) else a for a in arguments))
+text = ctypes.c_char_p
+context = call("new")
+scan = call("enumerate_new", context)
+call("enumerate_add_match_subsystem", scan, b"video4linux")
+call("enumerate_scan_devices", scan)
+entry = call("enumerate_get_list_entry", scan)
+while entry:
+    path = call("list_entry_get_name", entry, result=text)
+    device = call("device_new_from_syspath", context, path)
+    print(path.decode(), *(said.decode() for said in (
+        call("device_get_devnode", device, result=text),
+        call("device_get_subsystem", device, result=text),
+        call("device_get_sysattr_value", device, b"name", result=text),
+        call("device_get_property_value", device, b"ID_V4L_PRODUCT", result=text))))
+    entry = call("list_entry_get_next", entry)
+"""
+
+
 class ConsumersTest(CameraTest):
     def setUp(self):
         super().setUp()
@@ -65,6 +92,15 @@ class ConsumersTest(CameraTest):
         listed = self.check("v4l2-ctl", "--list-devices").stdout
         self.assertRegex(listed, r"(?s)Lenslark Camera \(platform.*/dev/video0")
         self.assertRegex(listed, r"(?s)Lenslark Camera \(Front\).*/dev/video1")
+
+    def test_libudev_finds_both_cameras(self):
+        name = ctypes.util.find_library("udev")
+        if not name or not os.path.isdir("/sys/class"):
+            self.skipTest("there is no libudev or no /sys/class")
+        listed = self.check(sys.executable, "-c", LIST_BY_UDEV, name).stdout
+        for number, label in ((0, "Lenslark Camera"), (1, "Lenslark Camera (Front)")):
+            self.assertIn(f"/sys/devices/virtual/video4linux/video{number} /dev/video{number} "
+                          f"video4linux {label} {label}\n", listed)
 
     def test_v4l2_ctl_streams_by_its_own_calls_and_by_libv4l2(self):
         self.need("v4l2-ctl")
