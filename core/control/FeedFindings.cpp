@@ -110,11 +110,13 @@ void addFindings(std::vector<Check>& checks, const Found& file, bool removeStale
 
 std::optional<Check> hint(const Found& file) {
   if (!S_ISREG(file.status.st_mode)) {
-    // Whoever feeds the camera unlinks what it may: all of its own but a directory.
-    const bool replaceable = isOwn(file.status) && !S_ISDIR(file.status.st_mode);
+    // Whoever feeds the camera unlinks what it may, of its own, but no directory and no device.
+    const mode_t mode = file.status.st_mode;
+    const bool replaceable =
+        isOwn(file.status) && (S_ISLNK(mode) || S_ISFIFO(mode) || S_ISSOCK(mode));
     return Check{
         Level::info,
-        fmt::format("{} is {}, no feed", file.path, kind(file.status.st_mode)),
+        fmt::format("{} is {}, no feed", file.path, kind(mode)),
         {replaceable ? "A camera whose feed has this name puts a file in its place."
                      : "A camera whose feed has this name cannot be fed until it is removed."},
         {}};

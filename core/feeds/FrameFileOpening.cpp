@@ -41,6 +41,16 @@ std::string describeObstacle(const std::string& path) {
                      userName(status.st_uid));
 }
 
+/// Nobody has planted one, who may make none, but anybody may name one: /dev/null, for no feed at
+/// all.
+void refuseDevice(const std::string& path) {
+  struct stat status {};
+  if (::lstat(path.c_str(), &status) != 0) return;
+  if (!S_ISCHR(status.st_mode) && !S_ISBLK(status.st_mode)) return;
+  throw posixError(
+      EINVAL, path + ": it is a device, which is never replaced; choose another path for the feed");
+}
+
 void setLength(const FileDescriptor& file, const std::string& path, std::size_t size) {
   while (::ftruncate(file.get(), static_cast<off_t>(size)) != 0) {
     if (errno != EINTR) throwErrno(path);
@@ -50,6 +60,7 @@ void setLength(const FileDescriptor& file, const std::string& path, std::size_t 
 }  // namespace
 
 FileDescriptor openPrivate(const std::string& path) {
+  refuseDevice(path);
   FileDescriptor file = FileDescriptor::tryOpen(path, openFlags, ownerOnly);
   if (file) {
     struct stat status {};

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/sysmacros.h>
 #include <sys/un.h>
 #include <sys/xattr.h>
 #include <unistd.h>
@@ -392,6 +393,21 @@ TEST_F(DoctorTest, touchesNothingThatIsNoRegularFile) {
                                               at + "socket.shm is a socket, no feed"}));
   EXPECT_TRUE(std::filesystem::exists(stale));
   EXPECT_TRUE(std::filesystem::is_symlink(at + "link.shm"));
+}
+
+TEST_F(DoctorTest, aDeviceInTheWayOfAFeedHasToBeRemoved) {
+  const std::string device = (feeds / "lenslark-device.shm").string();
+  constexpr unsigned memory = 1;
+  constexpr unsigned null = 3;
+  if (::mknod(device.c_str(), S_IFCHR | 0600U, makedev(memory, null)) != 0)
+    GTEST_SKIP() << "may make no device";
+  EXPECT_EQ(
+      fileFindings(true),
+      (std::vector{Check{Level::info,
+                         device + " is a device, no feed",
+                         {"A camera whose feed has this name cannot be fed until it is removed."},
+                         {}}}));
+  EXPECT_TRUE(std::filesystem::exists(device));
 }
 
 TEST_F(DoctorTest, leavesFilesThatHoldNoFeed) {

@@ -7,6 +7,7 @@
 #include <sys/mount.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/sysmacros.h>
 #include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -128,6 +129,30 @@ TEST_F(FrameFileOpeningTest, refusesADirectoryAndSaysSo) {
     EXPECT_THAT(error.what(), HasSubstr("remove it"));
   }
   EXPECT_EQ(readFile(path + "/inside"), "kept");
+}
+
+TEST_F(FrameFileOpeningTest, leavesADeviceWhereItIs) {
+  constexpr unsigned memory = 1;
+  constexpr unsigned null = 3;
+  if (::mknod(path.c_str(), S_IFCHR | 0600U, makedev(memory, null)) != 0)
+    GTEST_SKIP() << "may make no device";
+  try {
+    FrameFileOpening::openPrivate(path);
+    FAIL() << "opened a device";
+  } catch (const std::system_error& error) {
+    EXPECT_THAT(error.what(), HasSubstr(path + ": it is a device, which is never replaced"));
+  }
+  EXPECT_TRUE(S_ISCHR(status().st_mode));
+}
+
+TEST_F(FrameFileOpeningTest, saysSoOfADeviceThatItCouldNotReplaceEither) {
+  if (::getuid() == 0) GTEST_SKIP() << "root could replace it";
+  try {
+    FrameFileOpening::openPrivate("/dev/null");
+    FAIL() << "opened a device";
+  } catch (const std::system_error& error) {
+    EXPECT_THAT(error.what(), HasSubstr("/dev/null: it is a device, which is never replaced"));
+  }
 }
 
 TEST_F(FrameFileOpeningTest, aMissingDirectoryIsAnErrorWithThePath) {
