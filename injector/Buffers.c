@@ -1,8 +1,11 @@
 #include "Buffers.h"
 
 #include <errno.h>
+#include <fcntl.h>
 #include <string.h>
 #include <sys/mman.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include "Real.h"
@@ -56,8 +59,51 @@ int buffersAdd(Device* device, uint32_t memory, uint32_t count, uint32_t length)
   return 0;
 }
 
+// True if the descriptor of an exported buffer was not closed behind our back.
+static bool isExported(const Buffer* buffer) {
+  struct stat status;
+  return buffer->file > 0 && realFstatat(buffer->file, "", &status, AT_EMPTY_PATH) == 0 &&
+         status.st_ino == buffer->fileNumber;
+}
+
+// Moves a buffer's memory into a file. Whoever is handed that cannot cut it short.
+static int moveToFile(Buffer* buffer) {
+  const size_t length = wholePages(buffer->length);
+  const int file = memfd_create("lenslark-buffer", MFD_CLOEXEC | MFD_ALLOW_SEALING);
+  struct stat status;
+  if (file < 0) return errno;
+  const bool moved =
+      ftruncate(file, (off_t)length) == 0 &&
+      pwrite(file, buffer->memory, length, 0) == (ssize_t)length &&
+      syscall(SYS_fcntl, file, F_ADD_SEALS, F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_SEAL) == 0 &&
+      realFstatat(file, "", &status, AT_EMPTY_PATH) == 0 &&
+      realMmap(buffer->memory, length, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_FIXED, file, 0) !=
+          MAP_FAILED;
+  if (!moved) {
+    realClose(file);
+    return ENOMEM;
+  }
+  buffer->file = file;
+  buffer->fileNumber = status.st_ino;
+  return 0;
+}
+
+int buffersExport(Buffer* buffer, unsigned flags, int* descriptor) {
+  const int saved = errno;
+  int error = 0;
+  if (!isExported(buffer)) error = buffer->mappings > 0 ? EBUSY : moveToFile(buffer);
+  if (!error) {
+    const int command = (flags & O_CLOEXEC) ? F_DUPFD_CLOEXEC : F_DUPFD;
+    *descriptor = (int)syscall(SYS_fcntl, buffer->file, command, 0);
+    if (*descriptor < 0) error = errno;
+  }
+  errno = saved;
+  return error;
+}
+
 void buffersFree(Device* device) {
   for (uint32_t i = 0; i < device->bufferCount; ++i) {
+    if (isExported(&device->buffers[i])) realClose(device->buffers[i].file);
     if (device->buffers[i].memory) {
       realMunmap(device->buffers[i].memory, wholePages(device->buffers[i].length));
     }

@@ -34,5 +34,9 @@ void buffersReserveRoom(Device* device);
 /// Takes over what a buffer handed in says about its memory.
 int buffersAdopt(Device* device, Buffer* buffer, const struct v4l2_buffer* request);
 
+/// A descriptor of a buffer's memory, with open()'s flags, that can be mapped and handed to other
+/// processes. Until one is asked for there is none. What is mapped already stays as it is: EBUSY.
+int buffersExport(Buffer* buffer, unsigned flags, int* descriptor);
+
 /// Says how a buffer stands.
 void buffersDescribe(const Device* device, uint32_t index, struct v4l2_buffer* into);

@@ -25,7 +25,9 @@
 enum { deviceCount = 2, deviceMaxBuffers = 32, deviceMaxMappings = 64 };
 
 typedef struct Buffer {
-  uint8_t* memory;   ///< Shared anonymous memory, NULL for a user pointer.
+  uint8_t* memory;   ///< Shared memory, NULL for a user pointer.
+  int file;          ///< Descriptor of the memory if it was exported, else 0.
+  ino_t fileNumber;  ///< Of that file.
   uint64_t address;  ///< The application's, for a user pointer.
   uint32_t length;
   uint32_t mappings;

@@ -28,6 +28,7 @@ typedef union Argument {
   struct v4l2_input input;
   struct v4l2_requestbuffers request;
   struct v4l2_create_buffers create;
+  struct v4l2_exportbuffer exported;
   struct v4l2_buffer buffer;
   uint32_t number;
 } Argument;
@@ -161,6 +162,8 @@ static int answer(const Call* call, uint32_t request, Argument* argument) {
                                : streamCreate(call->handle, call->descriptor, &argument->create);
     case VIDIOC_QUERYBUF:
       return streamQuery(call->handle, &argument->buffer);
+    case VIDIOC_EXPBUF:
+      return streamExport(call->handle, &argument->exported);
     case VIDIOC_PREPARE_BUF:
       return streamPrepare(call->handle, &argument->buffer);
     case VIDIOC_QBUF:

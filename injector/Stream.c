@@ -201,6 +201,25 @@ int streamQuery(Handle* handle, struct v4l2_buffer* request) {
   return error;
 }
 
+int streamExport(Handle* handle, struct v4l2_exportbuffer* request) {
+  Device* device = handle->device;
+  pthread_mutex_lock(&device->lock);
+  awaitPainter(device);  // Its memory may be what moves.
+  int error = 0;
+  if (isTaken(device, handle)) {
+    error = EBUSY;
+  } else if (request->type != V4L2_BUF_TYPE_VIDEO_CAPTURE || request->plane != 0 ||
+             (request->flags & ~(uint32_t)(O_CLOEXEC | O_ACCMODE)) != 0 ||
+             device->memory != V4L2_MEMORY_MMAP || request->index >= device->bufferCount) {
+    error = EINVAL;
+  } else {
+    memset(request->reserved, 0, sizeof(request->reserved));
+    error = buffersExport(&device->buffers[request->index], request->flags, &request->fd);
+  }
+  pthread_mutex_unlock(&device->lock);
+  return error;
+}
+
 static int accept(Device* device, Handle* handle, const struct v4l2_buffer* request,
                   Buffer** found) {
   if (isTaken(device, handle)) return EBUSY;

@@ -5,7 +5,7 @@
 //
 // Buffers are shared anonymous memory. An application's mmap() is a second mapping of the same
 // pages, so no descriptor stands behind it, and what is mapped stays valid after the buffer is
-// freed.
+// freed. Only a buffer that is exported moves into a file in memory.
 //
 // Threads: any. Owns: the buffers' memory, until their handle frees them or is closed.
 // Fails: the calls return 0 or an errno value, as the ioctl of their name does.
@@ -22,6 +22,7 @@ void streamClosed(Handle* handle);
 int streamRequest(Handle* handle, int descriptor, struct v4l2_requestbuffers* request);
 int streamCreate(Handle* handle, int descriptor, struct v4l2_create_buffers* create);
 int streamQuery(Handle* handle, struct v4l2_buffer* buffer);
+int streamExport(Handle* handle, struct v4l2_exportbuffer* request);
 int streamPrepare(Handle* handle, struct v4l2_buffer* buffer);
 int streamQueue(Handle* handle, int descriptor, struct v4l2_buffer* buffer);
 int streamDequeue(Handle* handle, int descriptor, struct v4l2_buffer* buffer);

@@ -261,6 +261,69 @@ static void taking(void) {
   CHECK(ioctl(camera, VIDIOC_DQBUF, &buffer) == 0 && buffer.memory == V4L2_MEMORY_MMAP);
 }
 
+static int countDescriptors(void) {
+  DIR* stream = opendir("/proc/self/fd");
+  CHECK(stream);
+  int found = 0;
+  while (readdir(stream)) ++found;
+  closedir(stream);
+  return found;
+}
+
+static struct v4l2_exportbuffer exportOf(uint32_t index, uint32_t flags) {
+  return (struct v4l2_exportbuffer){
+      .type = V4L2_BUF_TYPE_VIDEO_CAPTURE, .index = index, .flags = flags};
+}
+
+static uint8_t* mapped(int descriptor, size_t length) {
+  void* memory = mmap(NULL, length, PROT_READ | PROT_WRITE, MAP_SHARED, descriptor, 0);
+  CHECK(memory != MAP_FAILED);
+  return memory;
+}
+
+// A buffer's memory can be had as a descriptor, which another process may map.
+static void exporting(void) {
+  const int before = countDescriptors();
+  const int camera = open("/dev/video0", O_RDWR);
+  struct v4l2_requestbuffers request = {
+      .count = 2, .type = V4L2_BUF_TYPE_VIDEO_CAPTURE, .memory = V4L2_MEMORY_MMAP};
+  struct v4l2_exportbuffer exported = exportOf(0, O_CLOEXEC | O_RDWR);
+  CHECK(failsWith(EINVAL, ioctl(camera, VIDIOC_EXPBUF, &exported)));
+  CHECK(ioctl(camera, VIDIOC_REQBUFS, &request) == 0);
+  struct v4l2_buffer buffer = {.type = V4L2_BUF_TYPE_VIDEO_CAPTURE, .memory = V4L2_MEMORY_MMAP};
+  CHECK(ioctl(camera, VIDIOC_QUERYBUF, &buffer) == 0);
+  CHECK(ioctl(camera, VIDIOC_EXPBUF, &exported) == 0);
+  CHECK(fcntl(exported.fd, F_GETFD) == FD_CLOEXEC);
+  CHECK(lseek(exported.fd, 0, SEEK_END) >= (off_t)buffer.length);
+  CHECK(failsWith(EPERM, ftruncate(exported.fd, 0)));
+  struct v4l2_exportbuffer again = exportOf(0, 0);
+  CHECK(ioctl(camera, VIDIOC_EXPBUF, &again) == 0 && fcntl(again.fd, F_GETFD) == 0);
+  struct v4l2_exportbuffer wrong = exportOf(2, 0);
+  CHECK(failsWith(EINVAL, ioctl(camera, VIDIOC_EXPBUF, &wrong)));
+  wrong = exportOf(0, O_NONBLOCK);
+  CHECK(failsWith(EINVAL, ioctl(camera, VIDIOC_EXPBUF, &wrong)));
+  wrong = exportOf(0, 0);
+  wrong.plane = 1;
+  CHECK(failsWith(EINVAL, ioctl(camera, VIDIOC_EXPBUF, &wrong)));
+  // The picture is seen through all of them, and through the camera's own mapping.
+  const uint8_t* first = mapped(exported.fd, buffer.length);
+  const uint8_t* second = mapped(again.fd, buffer.length);
+  const uint8_t* own = mapped(camera, buffer.length);
+  int type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
+  CHECK(ioctl(camera, VIDIOC_QBUF, &buffer) == 0 && ioctl(camera, VIDIOC_STREAMON, &type) == 0);
+  CHECK(ioctl(camera, VIDIOC_DQBUF, &buffer) == 0 && first[buffer.length - 1] != 0);
+  CHECK(memcmp(first, own, buffer.length) == 0 && memcmp(second, own, buffer.length) == 0);
+  // What is mapped does not move any more.
+  const off_t offset = 64 << 20;
+  CHECK(mmap(NULL, 4096, PROT_READ, MAP_SHARED, camera, offset) != MAP_FAILED);
+  wrong = exportOf(1, 0);
+  CHECK(failsWith(EBUSY, ioctl(camera, VIDIOC_EXPBUF, &wrong)));
+  // It outlives the buffer, and nothing else is left behind.
+  const uint8_t last = first[buffer.length - 1];
+  CHECK(close(camera) == 0 && first[buffer.length - 1] == last);
+  CHECK(close(exported.fd) == 0 && close(again.fd) == 0 && countDescriptors() == before);
+}
+
 static void* functionOf(void* library, const char* name) {
   void* symbol = dlsym(library, name);
   if (!symbol) fprintf(stderr, "libv4l2 has no %s\n", name);
@@ -317,6 +380,7 @@ int main(int count, char** arguments) {
       {"walking", walking},
       {"folders", folders},
       {"database", database},
+      {"exporting", exporting},
   };
   for (size_t i = 0; count > 1 && i < sizeof(commands) / sizeof(commands[0]); ++i) {
     if (strcmp(arguments[1], commands[i].name) != 0) continue;

@@ -149,6 +149,7 @@ add(DETAILS, "directories", "a_camera_is_no_directory")
 add(DETAILS, "seeking", "a_camera_cannot_be_sought_in")
 add(DETAILS, "scattered", "a_picture_can_be_read_into_parts")
 add(DETAILS, "modes", "a_camera_is_read_only_through_what_was_opened_for_that")
+add(DETAILS, "exporting", "the_memory_of_a_buffer_can_be_had_as_a_descriptor")
 add(DETAILS, "database", "what_udev_notes_of_a_camera_can_be_read")
 add(DETAILS, "taking", "a_buffer_is_taken_by_its_type_alone")
 

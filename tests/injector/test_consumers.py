@@ -123,19 +123,22 @@ class ConsumersTest(CameraTest):
             for seen, wanted in zip(pixel, colour):
                 self.assertAlmostEqual(seen, wanted, delta=6)
 
-    def test_gstreamer_reads_the_colours(self):
+    def test_gstreamer_reads_the_colours_through_every_kind_of_memory(self):
         self.need("gst-launch-1.0")
-        picture = os.path.join(self.directory, "picture")
-        self.check("gst-launch-1.0", "-q", "v4l2src", "device=/dev/video0", "num-buffers=5", "!",
-                   "video/x-raw,format=I420,width=1280,height=720", "!", "videoconvert", "!",
-                   "video/x-raw,format=BGRA", "!", "multifilesink", "location=" + picture,
-                   HOME=self.directory)
-        with open(picture, "rb") as file:
-            last = file.read()
-        for x, colour in ((320, RED), (960, BLUE)):
-            pixel = struct.unpack_from("3B", last, (360 * 1280 + x) * 4)
-            for seen, wanted in zip(pixel, colour):
-                self.assertAlmostEqual(seen, wanted, delta=6)
+        for memory in ("rw", "mmap", "userptr", "dmabuf"):
+            with self.subTest(memory=memory):
+                picture = os.path.join(self.directory, memory)
+                self.check("gst-launch-1.0", "-q", "v4l2src", "device=/dev/video0",
+                           "io-mode=" + memory, "num-buffers=5", "!",
+                           "video/x-raw,format=I420,width=1280,height=720", "!", "videoconvert",
+                           "!", "video/x-raw,format=BGRA", "!", "multifilesink",
+                           "location=" + picture, HOME=self.directory)
+                with open(picture, "rb") as file:
+                    last = file.read()
+                for x, colour in ((320, RED), (960, BLUE)):
+                    pixel = struct.unpack_from("3B", last, (360 * 1280 + x) * 4)
+                    for seen, wanted in zip(pixel, colour):
+                        self.assertAlmostEqual(seen, wanted, delta=6)
 
     def test_zbarcam_reads_a_code_back(self):
         self.need("zbarcam")
