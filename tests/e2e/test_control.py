@@ -500,6 +500,20 @@ esac""")
                            "Global default    : test pattern\n")
 
 
+    def test_what_a_failing_simctl_printed_decides_whether_the_camera_is_on(self):
+        self.simulators.answers("""
+case "$*" in
+  "simctl list "*)
+    echo '{"devices":{"r":[{"udid":"U1","name":"Off"},{"udid":"U2","name":"On"},
+                           {"udid":"U3","name":"Other"}]}}' ;;
+  "simctl spawn U1 "*) echo "U1 is not booted: no LenslarkInject" >&2; exit 149 ;;
+  "simctl spawn U2 "*) echo /x/libOther.dylib:/x/LenslarkInject.dylib; exit 1 ;;
+  "simctl spawn U3 "*) echo /x/libOther.dylib:/x/lenslarkinject.dylib ;;
+esac""")
+        self.assertIn("Booted simulators : Off, On [camera on], Other\n",
+                      self.run_program("status").stdout.decode())
+
+
 class SnapshotTest(DeviceTest):
     USAGE = "usage: lenslark snapshot --device … [--camera back|front] -o out.png"
 
