@@ -280,7 +280,8 @@ class StartedEmulatorTest(EmulatorTest):
         self.lenslark.environment["LENSLARK_EMU_INJECT_DYLIB"] = str(library)
         self.lenslark.environment["LD_PRELOAD"] = "libc.so.6"
         # A program that was built with the address sanitizer wants to be loaded first.
-        self.lenslark.environment["ASAN_OPTIONS"] = "verify_asan_link_order=0"
+        self.lenslark.environment["ASAN_OPTIONS"] = \
+            "verify_asan_link_order=0:intercept_tls_get_addr=0"
         pid = self.launch("Pixel_8")
         variables = pathlib.Path(f"/proc/{pid}/environ").read_bytes().split(b"\0")
         self.assertIn(f"LD_PRELOAD={library}:libc.so.6".encode(), variables)
