@@ -167,6 +167,7 @@ class InertTest(CameraTest):
             "mmap64": ("void*", "void* a, long b, int c, int d, int e, long f",
                        "a, b, c, d, e, f", "0, 4096L, 1, 0x22, -1, 0L"),
             "munmap": ("int", "void* a, long b", "a, b", "0x10000L, 4096L"),
+            "dlopen": ("void*", "const char* a, int b", "a, b", '"libm.so.6", 1'),
         }
         other = ["extern void* dlsym(void*, const char*);",
                  "extern long write(int, const void*, long);"]
