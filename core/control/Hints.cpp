@@ -89,11 +89,11 @@ void addNamelessEmulators(Checks& checks) {
   }
 }
 
-void addTool(Checks& checks, const std::string& tool, const char* pictures, const char* package) {
+void addTool(Checks& checks, const std::string& tool, const char* loss, const char* package) {
   if (::access(tool.c_str(), X_OK) == 0) return;
   checks.push_back({Level::info,
                     tool + " is missing",
-                    {fmt::format("{} pictures cannot be shown without it.", pictures)},
+                    {fmt::format("{} without it.", loss)},
                     fmt::format("install the package {}", package)});
 }
 
@@ -112,9 +112,10 @@ std::vector<Check> checks(const std::vector<ConnectedDevice>& devices) {
   addDisplay(checks);
   addPrivateTmp(checks, devices);
   addNamelessEmulators(checks);
+  addTool(checks, "/bin/ps", "Emulators cannot be found", "procps");
   const VectorPicture::Tools tools;
-  addTool(checks, tools.pdfPainter, "PDF", "poppler-utils");
-  addTool(checks, tools.svgPainter, "SVG", "librsvg2-bin");
+  addTool(checks, tools.pdfPainter, "PDF pictures cannot be shown", "poppler-utils");
+  addTool(checks, tools.svgPainter, "SVG pictures cannot be shown", "librsvg2-bin");
   addModule(checks, [] { Modules::imageCodec(); });
   addModule(checks, [] { Modules::videoCodec(); });
   addModule(checks, [] { NotificationBus::load(); });

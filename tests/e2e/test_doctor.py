@@ -255,6 +255,13 @@ class HintsTest(DoctorTest):
         self.assertEqual([hint.split()[0] for hint in hints],
                          ["lenslark-image.so", "lenslark-video.so", "lenslark-bus.so"])
 
+    def test_a_missing_process_list_is_pointed_out(self):
+        simulators = standins.simulators_for(self)
+        (simulators.farm / "ps").unlink()
+        self.assertIn({"level": "info", "title": "/bin/ps is missing",
+                       "details": ["Emulators cannot be found without it."],
+                       "fix": "install the package procps"}, self.checks(prefix=simulators.prefix))
+
     def test_a_missing_display_is_pointed_out(self):
         del self.lenslark.environment["DISPLAY"]
         self.assertIn("No display: DISPLAY is not set", self.titles())
