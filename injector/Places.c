@@ -55,9 +55,14 @@ static Place nothing(bool isBelowFile) {
 }
 
 static Place below(Device* device, const char* rest, bool isLink) {
+  const char* linked;
+  while (device && *rest == '/' && (linked = behind(rest + 1, "subsystem"))) {
+    if (*linked == '\0') return (Place){placeClass, NULL, NULL, true};
+    device = numbered(linked, "video", &rest);
+    isLink = true;
+  }
   if (!device) return nothing(false);
   if (*rest == '\0') return (Place){placeDirectory, device, NULL, isLink};
-  if (strcmp(rest, "/subsystem") == 0) return (Place){placeClass, NULL, NULL, true};
   for (int i = 0; *rest == '/' && i < fileCount; ++i) {
     const char* end = behind(rest + 1, fileNames[i]);
     if (end) return *end ? nothing(true) : (Place){placeFile, device, fileNames[i], false};

@@ -95,6 +95,8 @@ static void walking(void) {
   CHECK(failsWith(ENOENT, faccessat(device, "class", F_OK, 0)));
   CHECK(readlink("/sys/class/video4linux/video1/subsystem", name, sizeof(name)) == 22);
   CHECK(memcmp(name, "/sys/class/video4linux", 22) == 0);
+  CHECK(access("/sys/class/video4linux/video1/subsystem/video0/subsystem/video1/name", R_OK) == 0);
+  CHECK(failsWith(ENOENT, access("/sys/class/video4linux/video1/subsystem/name", R_OK)));
   // Copies are the same, and what is closed is nothing of ours any more.
   const int copy = dup(device);
   checkWalked(fcntl(copy, F_DUPFD_CLOEXEC, 0), S_IFDIR);
