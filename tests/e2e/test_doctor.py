@@ -58,7 +58,7 @@ class DoctorTest(EndToEndTest):
         eventually(lambda: subprocess.run(send, check=False, stdout=subprocess.DEVNULL,
                                           stderr=subprocess.DEVNULL).returncode == 0)
 
-    def application(self, answer):
+    def application(self, answer, table="@a{ss} {}"):
         """Something on the bus that answers every command, without giving its id back."""
         script = f"""
             dbus-monitor --session "interface=dev.lenslark,member=command" |
@@ -67,7 +67,7 @@ class DoctorTest(EndToEndTest):
                 *NameLost*) : > {self.folder}/listening ;;
                 *member=command*)
                   gdbus emit --session --object-path /dev/lenslark \
-                    --signal dev.lenslark.status "'{answer}'" "@a{{ss}} {{}}" ;;
+                    --signal dev.lenslark.status "'{answer}'" "{table}" ;;
               esac
             done"""
         listener = subprocess.Popen(["/bin/sh", "-c", script], env=self.lenslark.environment,
@@ -277,6 +277,12 @@ class ChannelTest(DoctorTest):
         result = self.app("toggle")
         self.assertEqual((result.stdout, result.stderr, result.returncode),
                          (b"cameras are on\n", b"", 0))
+
+    def test_an_answer_whose_table_cannot_be_read_is_printed(self):
+        self.bus()
+        # gdbus sends the number of a descriptor without the descriptor.
+        self.application("cameras are on", "{'with': <handle 3>}")
+        self.assert_prints(self.app("status"), "cameras are on\n")
 
     def test_without_an_application_the_wait_ends(self):
         self.bus()

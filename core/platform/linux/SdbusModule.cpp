@@ -48,7 +48,11 @@ void emit(sdbus::IConnection& connection, const Notification& notification) {
 /// The texts in a table of anything, which is how many programs send every table.
 std::map<std::string, std::string> readTexts(sdbus::Message& message) {
   std::map<std::string, sdbus::Variant> table;
-  message >> table;
+  try {
+    message >> table;
+  } catch (const sdbus::Error&) {
+    // A descriptor that was not sent along, for one. What stands before it has been read.
+  }
   std::map<std::string, std::string> texts;
   for (const auto& [key, value] : table) {
     if (value.containsValueOfType<std::string>()) texts.emplace(key, value.get<std::string>());
