@@ -574,7 +574,8 @@ TEST_F(FeedRouterTest, looksMoreOftenWhileAWindowMoves) {
   devices->first = {simulator};
   window->moves = true;
   start();
-  EXPECT_TRUE(eventually([&] { return window->tracked >= 15; }, milliseconds(2500)));
+  // At rest these would take ten seconds, on however quick a machine.
+  EXPECT_TRUE(eventually([&] { return window->tracked > 40; }, milliseconds(9000)));
 }
 
 TEST_F(FeedRouterTest, looksAfterWindowsAgainWhenALookHasFailed) {
