@@ -106,7 +106,7 @@ class FeedRouterTest : public testing::Test {
         ::unlink(device.feedPath(camera).c_str());
   }
 
-  void start(FeedOverrides overrides = {}, SourceFactory factory = {}) {
+  void make(FeedOverrides overrides = {}, SourceFactory factory = {}) {
     if (!factory)
       factory = [this, system = systemSources(nullptr)](const SourceDescription& source) {
         if (std::holds_alternative<SourceDescription::Desktop>(source.value))
@@ -117,6 +117,10 @@ class FeedRouterTest : public testing::Test {
         FeedRouter::Dependencies{store, media, std::make_unique<FakeDevices>(devices), factory},
         std::move(overrides));
     router->onChange([this] { ++changes; });
+  }
+
+  void start(FeedOverrides overrides = {}, SourceFactory factory = {}) {
+    make(std::move(overrides), std::move(factory));
     router->start();
   }
 
@@ -541,7 +545,8 @@ TEST_F(FeedRouterTest, stopDoesNotWaitForAStoreThatHangs) {
 TEST_F(FeedRouterTest, aSearchForDevicesThatHangsHoldsUpNothingElse) {
   const auto go = std::make_shared<std::latch>(1);
   devices->onStart = [go] { go->wait(); };
-  std::jthread starter([&] { start({.source = SourceSpec{SourceSpec::Pattern{}}}); });
+  make({.source = SourceSpec{SourceSpec::Pattern{}}});
+  std::jthread starter([&] { router->start(); });
   EXPECT_TRUE(eventually([&] { return FeedReader::image(globalPath) != nullptr; }));
   router->stop();
   starter.join();
