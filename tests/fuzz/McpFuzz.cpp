@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <sys/mman.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdlib>
 #include <nlohmann/json.hpp>
@@ -12,6 +13,7 @@
 #include <vector>
 
 #include "base/FileDescriptor.h"
+#include "base/Json.h"
 #include "base/Text.h"
 #include "mcp/MCPServer.h"
 #include "support/Devices.h"
@@ -70,15 +72,28 @@ bool isBeyondReading(std::string_view line) {
   return !line.contains('\0') && !json::accept(line) && json::accept(shortened(line));
 }
 
+/// The line, or nothing that is an object if the server cannot read it: for the reading library a
+/// NUL byte ends a text and nesting has no end.
+json read(std::string_view line) {
+  if (line.contains('\0')) return {};
+  int deepest = 0;
+  const auto note = [&](int depth, json::parse_event_t event, const json&) {
+    const bool begins =
+        event == json::parse_event_t::object_start || event == json::parse_event_t::array_start;
+    if (begins) deepest = std::max(deepest, depth + 1);
+    return true;
+  };
+  json message = json::parse(line, note, false);
+  return deepest > Json::maxDepth ? json() : message;
+}
+
 /// The lines that are answered, told by a second reading of them; nothing where that cannot tell.
 std::optional<std::vector<json>> expectedIds(const std::string& input) {
   std::vector<json> ids;
   for (const std::string_view line : Text::split(input, '\n')) {
     if (Text::trim(line).empty()) continue;
     if (isBeyondReading(line)) return std::nullopt;
-    // The server reads no deeper than 64 levels and not what is no UTF-8: then the id is null.
-    const bool ended = line.contains('\0');  // for the reading library, which passes over the rest
-    const json message = ended ? json() : json::parse(line, nullptr, false);
+    const json message = read(line);
     if (!message.is_object()) {
       ids.emplace_back(nullptr);
     } else if (message.contains("id") &&
