@@ -23,7 +23,7 @@ namespace {
 
 constexpr int cameras = 10;
 constexpr int copiesAllowed = 12;
-constexpr int rounds = 5;
+constexpr int rounds = 15;
 constexpr int maxSide = 2048;
 
 /// Plays a film once as fast as it goes; `show` gets each picture.
