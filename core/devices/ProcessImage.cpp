@@ -9,8 +9,8 @@ namespace {
 
 std::vector<std::string> merged(char* const* inherited, const Shell::Environment& additions) {
   std::vector<std::string> variables;
-  // In front: ps shows no more than the first hundred kilobytes of an environment, and in it is
-  // looked for the injector.
+  // In front: whether a process has the injector is read from what ps shows of its environment, and
+  // that is the first hundred kilobytes.
   for (const auto& [name, value] : additions) {
     variables.emplace_back(name).append("=").append(value);
   }

@@ -41,8 +41,8 @@ std::string describeObstacle(const std::string& path) {
                      userName(status.st_uid));
 }
 
-/// Nobody has planted one, who may make none, but anybody may name one: /dev/null, for no feed at
-/// all.
+/// Planting a device takes root's rights. One at this path was named on purpose, as /dev/null is
+/// for no feed at all, and root's server must not put a file in its place.
 void refuseDevice(const std::string& path) {
   struct stat status {};
   if (::lstat(path.c_str(), &status) != 0) return;
