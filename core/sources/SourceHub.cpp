@@ -4,6 +4,7 @@
 #include <condition_variable>
 
 #include "base/Log.h"
+#include "graphics/SharedPicture.h"
 
 namespace lenslark {
 
@@ -174,7 +175,7 @@ void SourceHub::emit(FramePtr frame) noexcept {
     const std::lock_guard lock(mutex_);
     seats = seats_;
   }
-  if (seats->size() >= sinksWorthDrawingFor) frame = inMemory(std::move(frame));
+  if (worthSharing(frame->size(), seats->size())) frame = shared(std::move(frame));
   std::uint64_t number = 0;
   {
     const std::lock_guard lock(mutex_);
@@ -186,19 +187,29 @@ void SourceHub::emit(FramePtr frame) noexcept {
   for (const auto& seat : *seats) seat->deliver(frame, number, kind_);
 }
 
-FramePtr SourceHub::inMemory(FramePtr frame) noexcept {
-  if (frame->pixelBuffer()) return frame;
+bool SourceHub::worthSharing(Size size, std::size_t sinks) noexcept {
+  constexpr std::int64_t fullHd = std::int64_t{1920} * 1080;
+  return static_cast<std::int64_t>(sinks) * size.width * size.height >= 4 * fullHd;
+}
+
+FramePtr SourceHub::shared(FramePtr frame) noexcept {
   try {
-    if (!pool_ || pool_->size() != frame->size() || poolOpaque_ != frame->opaque()) {
-      poolOpaque_ = frame->opaque();
-      pool_ = std::make_unique<PixelBufferPool>(frame->size(), poolOpaque_);
-    }
-    auto buffer = pool_->take();
-    if (frame->draw(frame->bounds(), buffer->span())) return buffer;
+    std::shared_ptr<const PixelBuffer> whole(frame, frame->pixelBuffer());
+    if (!whole) whole = inMemory(*frame);
+    if (whole) return std::make_shared<SharedPicture>(frame, std::move(whole));
   } catch (const std::bad_alloc&) {
     // Then each sink draws it for itself.
   }
   return frame;
+}
+
+std::shared_ptr<const PixelBuffer> SourceHub::inMemory(const Frame& frame) {
+  if (!pool_ || pool_->size() != frame.size() || poolOpaque_ != frame.opaque()) {
+    poolOpaque_ = frame.opaque();
+    pool_ = std::make_unique<PixelBufferPool>(frame.size(), poolOpaque_);
+  }
+  auto buffer = pool_->take();
+  return frame.draw(frame.bounds(), buffer->span()) ? std::move(buffer) : nullptr;
 }
 
 }  // namespace lenslark

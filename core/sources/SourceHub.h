@@ -21,12 +21,6 @@ namespace lenslark {
 /// **Owns** the source; holds its sinks weakly.
 class SourceHub : public std::enable_shared_from_this<SourceHub> {
  public:
-  /// With so many sinks a picture that is not in memory yet is drawn once for all of them. Drawing
-  /// a 1080p film's picture into a feed costs little more than a copy of it, so that sharing did
-  /// not pay where it was measured: shared beside drawn for each took 2.0 for one sink, 1.22 for
-  /// 5, 1.16 for 10 and 1.02 for 16.
-  static constexpr std::size_t sinksWorthDrawingFor = 16;
-
   SourceHub(std::string key, std::unique_ptr<FrameSource> source);
   ~SourceHub();
   SourceHub(const SourceHub&) = delete;
@@ -61,7 +55,13 @@ class SourceHub : public std::enable_shared_from_this<SourceHub> {
 
   void runStart(const std::optional<std::string>& knownError);
   void emit(FramePtr frame) noexcept;
-  FramePtr inMemory(FramePtr frame) noexcept;
+  /// Whether the sinks write so much of one picture that it is gone from the caches before anybody
+  /// reads it: drawn for each and drawn once cost the same for two or three 1080p pictures, from
+  /// four on drawing once costs less.
+  static bool worthSharing(Size size, std::size_t sinks) noexcept;
+  FramePtr shared(FramePtr frame) noexcept;
+  /// Nothing when it could not be drawn. **Fails** with std::bad_alloc.
+  std::shared_ptr<const PixelBuffer> inMemory(const Frame& frame);
 
   const std::string key_;
   std::unique_ptr<FrameSource> source_;

@@ -16,7 +16,9 @@ namespace {
 /// A picture that is not in memory yet, and counts how often it was drawn.
 class PlanarFrame final : public Frame {
  public:
-  Size size() const noexcept override { return {4, 2}; }
+  explicit PlanarFrame(Size size = {4, 2}) : size_(size) {}
+
+  Size size() const noexcept override { return size_; }
   bool opaque() const noexcept override { return true; }
   bool draw(const PixelRect&, const PixelSpan& target) const noexcept override {
     ++drawn;
@@ -26,6 +28,9 @@ class PlanarFrame final : public Frame {
 
   mutable std::atomic<int> drawn = 0;
   bool drawable = true;
+
+ private:
+  Size size_;
 };
 
 /// Starts and stops on a queue of its own, as sources do whose pictures wait for disks.
@@ -337,44 +342,65 @@ TEST_F(SourceHubTest, stopsASourceThatNobodyHoldsAnyMore) {
   EXPECT_TRUE(eventually([&] { return controls->stops == 1; }));
 }
 
-TEST_F(SourceHubTest, drawsAFrameOnceWhenManySinksWantIt) {
-  std::vector<std::shared_ptr<RecordingSink>> sinks;
-  for (std::size_t i = 0; i < SourceHub::sinksWorthDrawingFor; ++i) {
-    sinks.push_back(std::make_shared<RecordingSink>());
-    hub->add(sinks.back());
+/// Of a picture of this size four sinks are worth sharing, and three are not.
+constexpr Size fullHd{1920, 1080};
+
+class SharingSourceHubTest : public SourceHubTest {
+ protected:
+  /// Emits to so many sinks; returns what each of them got.
+  std::vector<FramePtr> emitTo(std::size_t count, const FramePtr& frame) {
+    std::vector<std::shared_ptr<RecordingSink>> sinks;
+    for (std::size_t i = 0; i < count; ++i) {
+      sinks.push_back(std::make_shared<RecordingSink>());
+      hub->add(sinks.back());
+    }
+    startAndWait();
+    controls->emit(frame);
+    std::vector<FramePtr> got;
+    for (const auto& sink : sinks) got.push_back(sink->frames().at(0));
+    return got;
   }
-  startAndWait();
-  const auto frame = std::make_shared<PlanarFrame>();
-  controls->emit(frame);
+};
+
+TEST_F(SharingSourceHubTest, drawsALargePictureOnceForAllWhoWantIt) {
+  const auto frame = std::make_shared<PlanarFrame>(fullHd);
+  for (const FramePtr& got : emitTo(4, frame)) {
+    PixelBuffer shown(fullHd);
+    ASSERT_TRUE(got->draw(got->bounds(), shown.span()));
+    EXPECT_EQ(shown.view().row(1)[0], 3);
+  }
   EXPECT_EQ(frame->drawn, 1);
-  for (const auto& sink : sinks) {
-    const auto* buffer = sink->frames().at(0)->pixelBuffer();
-    ASSERT_NE(buffer, nullptr);
-    EXPECT_EQ(buffer->view().row(1)[0], 3);
-  }
 }
 
-TEST_F(SourceHubTest, leavesDrawingToFewSinks) {
-  const auto sink = std::make_shared<RecordingSink>();
-  hub->add(sink);
-  startAndWait();
-  const auto frame = std::make_shared<PlanarFrame>();
-  controls->emit(frame);
+TEST_F(SharingSourceHubTest, hasAPartDrawnFromTheFrameItself) {
+  const auto frame = std::make_shared<PlanarFrame>(fullHd);
+  const auto got = emitTo(4, frame);
+  PixelBuffer shown({8, 8});
+  ASSERT_TRUE(got[0]->draw({16, 16, 8, 8}, shown.span()));
+  EXPECT_EQ(frame->drawn, 2);
+}
+
+TEST_F(SharingSourceHubTest, sharesAPictureThatIsInMemoryWithoutDrawingIt) {
+  const auto picture = plainPicture(fullHd);
+  EXPECT_EQ(emitTo(4, picture)[3]->pixelBuffer(), picture.get());
+}
+
+TEST_F(SharingSourceHubTest, leavesDrawingToFewSinks) {
+  const auto frame = std::make_shared<PlanarFrame>(fullHd);
+  EXPECT_EQ(emitTo(3, frame)[0], frame);
   EXPECT_EQ(frame->drawn, 0);
-  EXPECT_EQ(sink->frames().at(0), frame);
 }
 
-TEST_F(SourceHubTest, passesOnAFrameThatItCannotDraw) {
-  std::vector<std::shared_ptr<RecordingSink>> sinks;
-  for (std::size_t i = 0; i < SourceHub::sinksWorthDrawingFor; ++i) {
-    sinks.push_back(std::make_shared<RecordingSink>());
-    hub->add(sinks.back());
-  }
-  startAndWait();
+TEST_F(SharingSourceHubTest, leavesDrawingASmallPictureToItsSinks) {
   const auto frame = std::make_shared<PlanarFrame>();
+  EXPECT_EQ(emitTo(20, frame)[19], frame);
+  EXPECT_EQ(frame->drawn, 0);
+}
+
+TEST_F(SharingSourceHubTest, passesOnAFrameThatItCannotDraw) {
+  const auto frame = std::make_shared<PlanarFrame>(fullHd);
   frame->drawable = false;
-  controls->emit(frame);
-  EXPECT_EQ(sinks[0]->frames().at(0), frame);
+  EXPECT_EQ(emitTo(4, frame)[0], frame);
 }
 
 }  // namespace
