@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <limits>
 #include <map>
 
@@ -34,6 +35,11 @@ struct Album {
     const std::lock_guard lock(mutex);
     return shown;
   }
+  std::vector<std::string> firstNames(std::size_t count) {
+    auto first = names();
+    first.resize(std::min(count, first.size()));
+    return first;
+  }
 
   std::mutex mutex;
   std::filesystem::path broken = "/broken";
@@ -45,9 +51,10 @@ struct Album {
 };
 
 std::unique_ptr<SlideshowSource> show(const std::shared_ptr<Album>& album,
-                                      std::vector<std::filesystem::path> files) {
+                                      std::vector<std::filesystem::path> files,
+                                      double intervalSec = 0.5) {
   auto source = std::make_unique<SlideshowSource>(
-      std::move(files), 0.5, [album](const auto& file) { return album->load(file); });
+      std::move(files), intervalSec, [album](const auto& file) { return album->load(file); });
   source->start([album](const FramePtr& frame) { album->show(frame); });
   return source;
 }
@@ -74,24 +81,33 @@ TEST(SlideshowSourceTest, refusesToShowNothing) {
 
 TEST(SlideshowSourceTest, isStill) { EXPECT_EQ(SlideshowSource({}, 3).kind(), ContentKind::still); }
 
-TEST(SlideshowSourceTest, showsTheFirstPictureAtOnceAndThenEachInTurn) {
+TEST(SlideshowSourceTest, showsTheFirstPictureAtOnce) {
+  const auto album = std::make_shared<Album>();
+  const auto source = show(album, {"/a", "/b"}, 60);
+  EXPECT_TRUE(eventually([&] { return album->names() == std::vector<std::string>{"/a"}; }));
+  source->stop();
+}
+
+// Times are compared in one direction only, and none with one that a busy machine may put off.
+
+TEST(SlideshowSourceTest, showsEachPictureInTurn) {
   const auto album = std::make_shared<Album>();
   const auto begin = std::chrono::steady_clock::now();
   const auto source = show(album, {"/a", "/b"});
-  ASSERT_TRUE(eventually([&] { return album->names().size() == 3; }));
+  ASSERT_TRUE(eventually([&] { return album->names().size() >= 3; }));
   source->stop();
-  EXPECT_EQ(album->names(), (std::vector<std::string>{"/a", "/b", "/a"}));
-  EXPECT_LT(album->times[0] - begin, std::chrono::milliseconds(400));
-  EXPECT_GE(album->times[2] - begin, std::chrono::milliseconds(950));
+  EXPECT_EQ(album->firstNames(3), (std::vector<std::string>{"/a", "/b", "/a"}));
+  EXPECT_GE(album->times[2] - begin, std::chrono::milliseconds(1000));
 }
 
 TEST(SlideshowSourceTest, passesOverAPictureThatCannotBeReadAtTheSamePace) {
   const auto album = std::make_shared<Album>();
+  const auto begin = std::chrono::steady_clock::now();
   const auto source = show(album, {"/a", "/broken", "/c"});
-  ASSERT_TRUE(eventually([&] { return album->names().size() == 3; }));
+  ASSERT_TRUE(eventually([&] { return album->names().size() >= 3; }));
   source->stop();
-  EXPECT_EQ(album->names(), (std::vector<std::string>{"/a", "/c", "/a"}));
-  EXPECT_GE(album->times[1] - album->times[0], std::chrono::milliseconds(900));
+  EXPECT_EQ(album->firstNames(3), (std::vector<std::string>{"/a", "/c", "/a"}));
+  EXPECT_GE(album->times[1] - begin, std::chrono::milliseconds(1000));
   EXPECT_EQ(source->problem(), std::nullopt);
 }
 
@@ -105,10 +121,11 @@ TEST(SlideshowSourceTest, tellsWhyPicturesCannotBeReadAtAll) {
 TEST(SlideshowSourceTest, showsNothingAfterStop) {
   const auto album = std::make_shared<Album>();
   const auto source = show(album, {"/a"});
-  ASSERT_TRUE(eventually([&] { return album->names().size() == 1; }));
+  ASSERT_TRUE(eventually([&] { return !album->names().empty(); }));
   source->stop();
+  const auto shown = album->names().size();
   EXPECT_FALSE(
-      eventually([&] { return album->names().size() > 1; }, std::chrono::milliseconds(700)));
+      eventually([&] { return album->names().size() > shown; }, std::chrono::milliseconds(700)));
 }
 
 TEST(SlideshowSourceTest, stopBeforeStartIsHarmless) {
@@ -124,9 +141,9 @@ TEST(SlideshowSourceTest, aSlowPictureDelaysTheNextButBringsNoBurst) {
     return album->load(file);
   });
   source.start([&](const FramePtr& frame) { album->show(frame); });
-  ASSERT_TRUE(eventually([&] { return album->names().size() == 3; }));
+  ASSERT_TRUE(eventually([&] { return album->names().size() >= 3; }));
   source.stop();
-  EXPECT_GE(album->times[2] - album->times[1], std::chrono::milliseconds(400));
+  EXPECT_GE(album->times[2] - album->times[0], std::chrono::milliseconds(500));
 }
 
 }  // namespace
