@@ -208,10 +208,10 @@ void buffersDescribe(const Device* device, uint32_t index, struct v4l2_buffer* i
   }
 }
 
-static void noteMapping(Device* device, void* address, size_t length, uint32_t index) {
+static void noteMapping(Device* device, void* address, uint32_t index) {
   for (int i = 0; i < deviceMaxMappings; ++i) {
     if (device->mappings[i].address) continue;
-    device->mappings[i] = (Mapping){address, length, index};
+    device->mappings[i] = (Mapping){address, index};
     ++device->buffers[index].mappings;
     atomic_fetch_add(&mappingCount, 1);
     return;
@@ -243,7 +243,7 @@ void* streamMap(Handle* handle, void* address, size_t length, int protection, in
       length <= wholePages(device->buffers[index].length)) {
     mapped = duplicate(&device->buffers[index], address, wholePages(length), protection, flags);
     error = errno;
-    if (mapped != MAP_FAILED) noteMapping(device, mapped, length, (uint32_t)index);
+    if (mapped != MAP_FAILED) noteMapping(device, mapped, (uint32_t)index);
   }
   pthread_mutex_unlock(&device->lock);
   if (mapped == MAP_FAILED) errno = error;
@@ -255,7 +255,6 @@ void streamUnmapped(const void* address, size_t length) {
   if (atomic_load_explicit(&mappingCount, memory_order_relaxed) == 0 || !handlesAreOurs()) return;
   for (int d = 0; d < deviceCount; ++d) {
     Device* device = deviceAt(d);
-    if (device->memory != V4L2_MEMORY_MMAP) continue;
     pthread_mutex_lock(&device->lock);
     for (int i = 0; i < deviceMaxMappings; ++i) {
       Mapping* mapping = &device->mappings[i];

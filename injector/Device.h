@@ -39,7 +39,6 @@ typedef struct Buffer {
 
 typedef struct Mapping {
   void* address;
-  size_t length;
   uint32_t buffer;
 } Mapping;
 
