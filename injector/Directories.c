@@ -17,9 +17,11 @@
 
 enum { maxListings = 64, maxEntries = 16, firstPosition = 0x4c4c0000 };
 
-// A stream that we add to. As with any directory stream, one thread uses it at a time.
+// A stream that we add to. As with any directory stream, one thread uses it at a time; of those of
+// others no more is looked at than is noted here, as they may close them meanwhile.
 typedef struct Listing {
   _Atomic(DIR*) stream;
+  atomic_int descriptor;
   Place place;
   char name[96];  // Of a directory that only we have, else empty.
   int next;
@@ -45,6 +47,7 @@ static void add(DIR* stream, const Place* place, const char* name) {
     listings[i].next = 0;
     listings[i].name[0] = '\0';
     if (name) snprintf(listings[i].name, sizeof(listings[i].name), "%.90s", name);
+    atomic_store(&listings[i].descriptor, dirfd(stream));
     atomic_fetch_add(&listingCount, 1);
     return;
   }
@@ -54,6 +57,7 @@ static void forget(DIR* stream) {
   Listing* listing = find(stream);
   if (!listing) return;
   folderClosed(dirfd(stream));
+  atomic_store(&listing->descriptor, -1);
   atomic_store(&listing->stream, NULL);
   atomic_fetch_sub(&listingCount, 1);
 }
@@ -61,8 +65,10 @@ static void forget(DIR* stream) {
 static const char* streamName(int descriptor) {
   if (descriptor < 0 || atomic_load_explicit(&listingCount, memory_order_relaxed) == 0) return NULL;
   for (int i = 0; i < maxListings; ++i) {
-    DIR* stream = atomic_load(&listings[i].stream);
-    if (stream && listings[i].name[0] && dirfd(stream) == descriptor) return listings[i].name;
+    if (atomic_load(&listings[i].stream) && listings[i].name[0] &&
+        atomic_load(&listings[i].descriptor) == descriptor) {
+      return listings[i].name;
+    }
   }
   return NULL;
 }
