@@ -40,9 +40,8 @@ typedef struct Picture {
   uint8_t* pixels;
 } Picture;
 
-/* Where the latest frame lies, and the counter that moves when it is painted over. */
+/* Where a frame lies, and the counter that moves when it is painted over. */
 typedef struct Place {
-  uint32_t slot;
   uint64_t counter;
   uint32_t width;
   uint32_t height;
@@ -65,25 +64,25 @@ static bool readHeader(int fd, LLFrameHeader* header) {
   return readExactly(fd, header, sizeof(*header), 0) && header->magic == LL_FRAME_MAGIC;
 }
 
-static uint64_t counterOf(const LLFrameHeader* header, uint32_t slot) {
-  return header->version >= LL_FRAME_VERSION ? header->slots[slot].seq : header->sequence;
+static uint32_t frontOf(const LLFrameHeader* header) {
+  return header->version >= LL_FRAME_VERSION ? header->frontSlot & 1 : 0;
 }
 
-static Place placeOfLatest(const LLFrameHeader* header) {
+static Place placeIn(const LLFrameHeader* header, uint32_t number) {
   if (header->version < LL_FRAME_VERSION) {
     /* The oldest writers have one frame and describe it in the header itself. */
-    return (Place){0,
-                   header->sequence,
-                   header->width,
-                   header->height,
-                   header->bytesPerRow,
+    return (Place){header->sequence, header->width, header->height, header->bytesPerRow,
                    LL_FRAME_DATA_OFFSET};
   }
-  const uint32_t front = header->frontSlot & 1;
-  const LLFrameSlot* slot = &header->slots[front];
-  return (Place){
-      front,        slot->seq,         slot->width,
-      slot->height, slot->bytesPerRow, LL_FRAME_DATA_OFFSET + front * header->slotCapacity};
+  const LLFrameSlot* slot = &header->slots[number];
+  return (Place){slot->seq, slot->width, slot->height, slot->bytesPerRow,
+                 LL_FRAME_DATA_OFFSET + number * header->slotCapacity};
+}
+
+static bool isSame(const Place* one, const Place* other) {
+  return one->counter == other->counter && one->width == other->width &&
+         one->height == other->height && one->bytesPerRow == other->bytesPerRow &&
+         one->offset == other->offset;
 }
 
 /* Whether a frame can lie there in a file of this size. Nothing here can overflow. */
@@ -112,14 +111,19 @@ static void rest(void) {
 static bool takePicture(int fd, uint64_t fileSize, Picture* picture) {
   for (int attempt = 0; attempt < attempts; ++attempt) {
     if (attempt > 0) rest();
-    LLFrameHeader before;
-    LLFrameHeader after;
-    if (!readHeader(fd, &before)) return false;
-    const Place place = placeOfLatest(&before);
+    LLFrameHeader header;
+    if (!readHeader(fd, &header)) return false;
+    const uint32_t front = frontOf(&header);
+    const Place place = placeIn(&header, front);
     if (place.counter % 2 != 0) continue; /* Being painted. */
+    /* One that is not in front yet might be followed by the one before it. */
+    if (!readHeader(fd, &header)) return false;
+    if (frontOf(&header) != front) continue;
     const bool copied = isPossible(&place, fileSize) && copyPixels(fd, &place, picture);
-    if (!readHeader(fd, &after)) return false;
-    if (counterOf(&after, place.slot) == place.counter) return copied;
+    if (!readHeader(fd, &header)) return false;
+    /* All of it: counter and description may have been read a moment apart. */
+    const Place after = placeIn(&header, front);
+    if (isSame(&place, &after)) return copied;
     /* Painted over meanwhile: what was copied may be half of one frame and half of another. */
   }
   return false;
