@@ -1,5 +1,7 @@
 #include "config/ConfigStore.h"
 
+#include <fmt/core.h>
+
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
@@ -138,7 +140,14 @@ void ConfigStore::State::remember(const ConfigFile& config,
 
 void ConfigStore::State::save(const ConfigFile& config) {
   const std::string text = ConfigJson::write(config);
-  ConfigJson::read(text);  // what could not be read again is not written either
+  // What could not be read again is not written either.
+  ConfigJson::read(text);
+  if (text.size() > SavedConfig::maxSize) {
+    throw Error(
+        fmt::format("the settings stay as they were: they would be larger than {} bytes; reset "
+                    "those of devices that are gone, or set less",
+                    SavedConfig::maxSize));
+  }
   std::unique_lock lock(mutex);
   try {
     AtomicFile::replace(file.string(), text);

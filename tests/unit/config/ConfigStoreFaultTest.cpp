@@ -5,6 +5,8 @@
 
 #include <csignal>
 
+#include "base/Error.h"
+#include "config/SavedConfig.h"
 #include "unit/config/StoreFixture.h"
 
 namespace lenslark {
@@ -135,6 +137,16 @@ TEST_F(ConfigStoreFaultTest, aGiganticFileIsNeitherReadNorReplaced) {
   failureOfChange(store);
   EXPECT_EQ(std::filesystem::file_size(file_), static_cast<std::uintmax_t>(terabyte));
   EXPECT_TRUE(keptAside().empty());
+}
+
+TEST_F(ConfigStoreFaultTest, settingsThatWouldGrowGiganticAreNotSaved) {
+  ConfigStore store(directory_);
+  store.updateSettings([](Settings& settings) { settings.fps = 24; });
+  const std::string gigantic(SavedConfig::maxSize, 'w');
+  EXPECT_THROW(store.set(imageFor(Scope::global(), gigantic)), Error);
+  EXPECT_EQ(ConfigJson::read(textOf(file_)), withFps(24));
+  EXPECT_EQ(store.config(), withFps(24));
+  EXPECT_TRUE(filesNamed("config.json.").empty());
 }
 
 TEST_F(ConfigStoreFaultTest, aFileThatMayNotBeReadIsNotReplaced) {
