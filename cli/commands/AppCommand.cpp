@@ -6,6 +6,7 @@
 #include <string>
 #include <string_view>
 
+#include "base/Text.h"
 #include "commands/HelpText.h"
 #include "commands/Output.h"
 #include "control/ControlError.h"
@@ -24,7 +25,8 @@ void run(const Arguments& arguments) {
   if (std::ranges::find(words, word) == words.end()) return HelpText::print();
   const auto answer = LenslarkControl::send(std::string(word), patience);
   if (!answer) throw ControlError::appNotRunning("Lenslark app is not running");
-  Output::printLine(*answer);
+  // Line feeds and tabs stay: how the answer is laid out is the application's choice.
+  Output::print(Text::printable(*answer, "\n\t") + "\n");
 }
 
 }  // namespace lenslark::AppCommand

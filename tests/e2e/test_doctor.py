@@ -271,6 +271,11 @@ class ChannelTest(DoctorTest):
         self.assertEqual((result.stdout, result.stderr, result.returncode),
                          (b"cameras are on\n", b"", 0))
 
+    def test_an_answer_keeps_its_layout_but_no_escapes(self):
+        self.bus()
+        self.application(r"on\n\tfront: \u001b[2J")
+        self.assert_prints(self.app("status"), "on\n\tfront: ?[2J\n")
+
     def test_an_answer_whose_table_cannot_be_read_is_printed(self):
         self.bus()
         # gdbus sends the number of a descriptor without the descriptor.
