@@ -44,9 +44,8 @@ TEST(FeedConcurrencyTest, aReaderNeverSeesHalfAFrame) {
   const TemporaryDirectory directory;
   const std::string path = (directory / "feed.shm").string();
   SharedFrameWriter writer(path, 512, 512, LLCameraBack);
-  std::atomic<bool> done = false;
-  std::jthread producer([&] {
-    for (std::uint32_t number = 1; !done; ++number) {
+  const std::jthread producer([&](const std::stop_token& stop) {
+    for (std::uint32_t number = 1; !stop.stop_requested(); ++number) {
       const auto kind = number % 3 == 0 ? ContentKind::still : ContentKind::live;
       writer.write(StampedFrame(number), kind);
     }
@@ -70,7 +69,6 @@ TEST(FeedConcurrencyTest, aReaderNeverSeesHalfAFrame) {
       }
     }
   }
-  done = true;
   EXPECT_GT(whole, 10);
 }
 
@@ -102,17 +100,16 @@ TEST(FeedConcurrencyTest, theCountersKeepReaderAndWriterOfOneMappingApart) {
     base = reinterpret_cast<const std::byte*>(target.data) - LL_FRAME_DATA_OFFSET - slotBytes;
     return true;
   });
-  std::atomic<bool> done = false;
-  std::jthread producer([&] {
-    for (Word value = 1; !done; ++value) {
+  const std::jthread producer([&](const std::stop_token& stop) {
+    for (Word value = 1; !stop.stop_requested(); ++value) {
       writer.write(size, ContentKind::live, [value](const PixelSpan& target) {
         paint(target, value);
         return true;
       });
     }
   });
-  std::jthread router([&] {
-    while (!done) writer.heartbeat();
+  const std::jthread router([&](const std::stop_token& stop) {
+    while (!stop.stop_requested()) writer.heartbeat();
   });
   const auto end = std::chrono::steady_clock::now() + tortureTime;
   int whole = 0;
@@ -132,7 +129,6 @@ TEST(FeedConcurrencyTest, theCountersKeepReaderAndWriterOfOneMappingApart) {
     ASSERT_TRUE(same) << "torn at " << first;
     ASSERT_EQ(acquire<std::uint32_t>(base, counter + offsetof(LLFrameSlot, width)), 32U);
   }
-  done = true;
   EXPECT_GT(whole, 10);
 }
 

@@ -187,9 +187,8 @@ TEST_F(SourceHubTest, removalWaitsForADeliveryUnderWay) {
 
 TEST_F(SourceHubTest, noFrameFollowsARemoval) {
   startAndWait();
-  std::atomic<bool> done = false;
-  std::jthread emitter([&] {
-    while (!done) controls->emit(plainPicture({1, 1}));
+  const std::jthread emitter([&](const std::stop_token& stop) {
+    while (!stop.stop_requested()) controls->emit(plainPicture({1, 1}));
   });
   for (int round = 0; round < 500; ++round) {
     const auto sink = std::make_shared<RecordingSink>();
@@ -199,7 +198,6 @@ TEST_F(SourceHubTest, noFrameFollowsARemoval) {
     std::this_thread::yield();
     ASSERT_EQ(sink->count(), before);
   }
-  done = true;
 }
 
 TEST_F(SourceHubTest, aSinkGetsItsFramesInOrderAndEndsWithTheNewest) {
