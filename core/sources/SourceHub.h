@@ -14,8 +14,9 @@
 
 namespace lenslark {
 
-/// Fans the frames of one running source out to any number of sinks, and remembers the latest.
-/// Lives in a shared_ptr.
+/// Fans the frames of one running source out to any number of sinks, and remembers the latest. What
+/// is worth it is drawn into memory once for all of them: then they get a SharedPicture. Lives in a
+/// shared_ptr.
 ///
 /// **Threads**: locked. No lock is held while a sink or the source is called.
 /// **Owns** the source; holds its sinks weakly.
