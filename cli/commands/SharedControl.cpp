@@ -1,7 +1,5 @@
 #include "commands/SharedControl.h"
 
-#include <algorithm>
-
 namespace lenslark {
 
 CameraControl sharedControl() {
@@ -9,12 +7,23 @@ CameraControl sharedControl() {
 }
 
 std::string DeviceNames::name(const DeviceKey& key) {
-  if (!connected_) connected_ = control_.connectedDevices();
-  const auto connected = std::ranges::find(*connected_, key, &ConnectedDevice::key);
-  if (connected != connected_->end()) return connected->name;
+  if (!names_) names_ = list();
+  const std::string text = key.description();
+  const auto named = names_->find(text);
+  return named != names_->end() ? named->second : text;
+}
+
+DeviceNames::Names DeviceNames::list() const {
+  Names names;
+  // The first name that is given to a device stays.
+  for (const ConnectedDevice& device : control_.connectedDevices()) {
+    names.emplace(device.key.description(), device.name);
+  }
   const ConfigFile config = control_.store().config();
-  const auto known = std::ranges::find(config.knownDevices, key, &KnownDevice::key);
-  return known != config.knownDevices.end() ? known->name : key.description();
+  for (const KnownDevice& device : config.knownDevices) {
+    names.emplace(device.key.description(), device.name);
+  }
+  return names;
 }
 
 }  // namespace lenslark

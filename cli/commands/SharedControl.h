@@ -1,6 +1,8 @@
 #pragma once
 
+#include <optional>
 #include <string>
+#include <unordered_map>
 
 #include "control/CameraControl.h"
 
@@ -9,8 +11,8 @@ namespace lenslark {
 /// Camera control over the user's own configuration and media library.
 CameraControl sharedControl();
 
-/// Human names of devices for messages. Lists the connected devices once, when the first name is
-/// asked for. **Threads**: one at a time.
+/// Human names of devices for messages. Lists the devices once, when the first name is asked for:
+/// the names are those of that moment. **Threads**: one at a time.
 class DeviceNames {
  public:
   explicit DeviceNames(const CameraControl& control) : control_(control) {}
@@ -19,8 +21,12 @@ class DeviceNames {
   std::string name(const DeviceKey& key);
 
  private:
+  using Names = std::unordered_map<std::string, std::string>;  // by the key's text form
+
+  Names list() const;
+
   const CameraControl& control_;
-  std::optional<std::vector<ConnectedDevice>> connected_;
+  std::optional<Names> names_;
 };
 
 }  // namespace lenslark

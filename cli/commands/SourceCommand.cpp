@@ -49,13 +49,15 @@ void get(const Arguments& arguments, const Target& target) {
   const bool asJSON = arguments.contains("--json");
   if (!target.device) return getGlobal(control, asJSON);
 
+  const std::vector<DeviceKey> keys = control.devices(*target.device);
+  const ConfigFile config = control.store().config();
   const auto media = control.mediaNames();
   DeviceNames devices(control);
   json described = json::array();
-  for (const DeviceKey& key : control.devices(*target.device)) {
+  for (const DeviceKey& key : keys) {
     const auto cameras = target.camera ? std::vector{*target.camera} : key.cameras();
     for (const CameraPosition camera : cameras) {
-      const ResolvedAssignment resolved = control.resolve(key, camera);
+      const ResolvedAssignment resolved = CameraDescription::resolve(config, key, camera);
       if (asJSON) {
         json entry = CameraDescription::describe(resolved, camera, media);
         entry["deviceKey"] = key.description();

@@ -205,9 +205,12 @@ std::string CameraTools::getSource(const json& arguments) const {
     return textContent(Json::pretty(described));
   }
   const CameraPosition position = wanted.value_or(CameraPosition::back);
+  const std::vector<DeviceKey> keys = control_.devices(*device);
+  const ConfigFile config = control_.store().config();
   json described = json::array();
-  for (const DeviceKey& key : control_.devices(*device)) {
-    json entry = CameraDescription::describe(control_.resolve(key, position), position, media);
+  for (const DeviceKey& key : keys) {
+    json entry = CameraDescription::describe(CameraDescription::resolve(config, key, position),
+                                             position, media);
     entry["deviceKey"] = key.description();
     described.push_back(std::move(entry));
   }

@@ -201,10 +201,6 @@ void CameraControl::reset(const std::optional<std::string>& device,
   });
 }
 
-ResolvedAssignment CameraControl::resolve(const DeviceKey& device, CameraPosition camera) const {
-  return CameraDescription::resolve(store_->config(), device, camera);
-}
-
 CameraControl::Snapshot CameraControl::snapshot(const std::string& device, CameraPosition camera,
                                                 std::optional<int> maxSide) const {
   const std::vector<ConnectedDevice> connected = connectedDevices();
@@ -237,11 +233,6 @@ CameraDescription::MediaNames CameraControl::mediaNames() const {
 
 nlohmann::json CameraControl::describe(const Assignment& assignment) const {
   return CameraDescription::describe(assignment, mediaNames());
-}
-
-nlohmann::json CameraControl::describe(const ResolvedAssignment& resolved,
-                                       CameraPosition camera) const {
-  return CameraDescription::describe(resolved, camera, mediaNames());
 }
 
 std::string CameraControl::summary(const Assignment& assignment) const {

@@ -81,8 +81,6 @@ class CameraControl {
   void reset(const std::optional<std::string>& device, std::optional<CameraPosition> camera,
              bool all) const;
 
-  ResolvedAssignment resolve(const DeviceKey& device, CameraPosition camera) const;
-
   struct Snapshot {
     std::shared_ptr<PixelBuffer> image;
     std::string deviceName;
@@ -95,7 +93,6 @@ class CameraControl {
   /// The names of the media in the library, which is read when the first one is asked for.
   CameraDescription::MediaNames mediaNames() const;
   nlohmann::json describe(const Assignment& assignment) const;
-  nlohmann::json describe(const ResolvedAssignment& resolved, CameraPosition camera) const;
   std::string summary(const Assignment& assignment) const;
   nlohmann::json devicesJSON() const;
 
