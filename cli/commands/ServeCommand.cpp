@@ -145,8 +145,10 @@ class Service {
   }
 
   void printStatus() {
-    printer_.print(
-        statusText(host_.devices(), [this](const Assignment& a) { return control_.summary(a); }));
+    const auto media = control_.mediaNames();
+    printer_.print(statusText(host_.devices(), [&media](const Assignment& assignment) {
+      return CameraDescription::summary(assignment, media);
+    }));
   }
 
   const CameraControl control_;
