@@ -29,6 +29,8 @@ namespace {
 
 /// After it a file that could not be read is looked at again.
 constexpr std::chrono::seconds untilNextTry(2);
+/// What happens behind a link is nothing to the directory that is watched.
+constexpr std::chrono::milliseconds untilNextLookBehindALink(500);
 
 /// The preferences of the menu-bar application exist on its own platform only.
 std::shared_ptr<const Preferences> appPreferences() { return nullptr; }
@@ -61,6 +63,8 @@ struct ConfigStore::State : std::enable_shared_from_this<State> {
   void reloadIfChanged();
 
   // With the mutex held.
+  /// After how long to look at the file although nothing told of a change.
+  std::optional<std::chrono::milliseconds> untilSecondLook() const;
   bool cacheIsCurrent() const;
   const ConfigFile& current();
   void remember(const ConfigFile& config, const std::optional<FileStamp>& newStamp, bool isSettled);
@@ -218,13 +222,20 @@ void ConfigStore::State::lookAgain() {
   reloadIfChanged();
 }
 
+std::optional<std::chrono::milliseconds> ConfigStore::State::untilSecondLook() const {
+  if (halfWritten) return FileStamp::settlingTime;
+  std::error_code unknown;
+  if (std::filesystem::is_symlink(file, unknown)) return untilNextLookBehindALink;
+  if (unreadable || !watcher) return untilNextTry;
+  return std::nullopt;
+}
+
 void ConfigStore::State::reloadIfChanged() {
   std::unique_lock lock(mutex);
   const ConfigFile config = current();
-  if (secondLook && halfWritten) {
-    secondLook->schedule(FileStamp::settlingTime, FileStamp::settlingTime);
-  } else if (secondLook && (unreadable || !watcher)) {
-    secondLook->schedule(untilNextTry, untilNextTry);
+  const auto pause = untilSecondLook();
+  if (secondLook && pause) {
+    secondLook->schedule(*pause, *pause);
   } else if (secondLook) {
     secondLook->stop();
   }

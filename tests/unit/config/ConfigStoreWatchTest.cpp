@@ -43,6 +43,20 @@ TEST_F(ConfigStoreWatchTest, tellsOnceOfAnEditByRename) {
   EXPECT_EQ(told.configs(), (Configs{withFps(25), withFps(26)}));
 }
 
+TEST_F(ConfigStoreWatchTest, tellsOfEveryEditBehindALink) {
+  temporary_.write("elsewhere", ConfigJson::write(withFps(24)));
+  std::filesystem::create_directories(directory_);
+  std::filesystem::create_symlink(temporary_ / "elsewhere", file_);
+  Told told;
+  ConfigStore store(directory_);
+  store.observe(told.observer());
+  temporary_.write("elsewhere", ConfigJson::write(withFps(25)));
+  ASSERT_TRUE(told.endsWith(withFps(25)));
+  temporary_.write("draft", ConfigJson::write(withFps(26)));
+  std::filesystem::rename(temporary_ / "draft", temporary_ / "elsewhere");
+  EXPECT_TRUE(told.endsWith(withFps(26)));
+}
+
 TEST_F(ConfigStoreWatchTest, tellsNobodyOfASaveWithoutChange) {
   edit(withFps(24));
   Told told;
