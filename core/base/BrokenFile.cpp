@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <filesystem>
 #include <span>
@@ -30,17 +31,17 @@ bool holds(const std::string& path, std::string_view content) {
   return count == status.st_size && kept == content;
 }
 
-/// Whether one of the copies made before is wanted; `error` tells that not all could be looked at.
-template <typename Wanted>
-bool anyCopy(const std::filesystem::path& prefix, std::error_code& error, Wanted&& wanted) {
+/// The copies made before; `error` tells that not all could be looked at.
+std::vector<std::string> copiesNamed(const std::filesystem::path& prefix, std::error_code& error) {
+  std::vector<std::string> copies;
   const std::string namePrefix = prefix.filename().string();
   std::filesystem::directory_iterator entries(prefix.parent_path(), error);
   for (const std::filesystem::directory_iterator end; !error && entries != end;
        entries.increment(error)) {
     const std::filesystem::path& entry = entries->path();
-    if (entry.filename().string().starts_with(namePrefix) && wanted(entry.string())) return true;
+    if (entry.filename().string().starts_with(namePrefix)) copies.push_back(entry.string());
   }
-  return false;
+  return copies;
 }
 
 /// A new file under the first name that is free, and that name.
@@ -61,7 +62,8 @@ std::pair<FileDescriptor, std::string> createCopy(const std::string& prefix) {
 void keepAside(const std::string& path, std::string_view content) {
   const std::string prefix = prefixOf(path);
   std::error_code ignored;
-  if (anyCopy(prefix, ignored, [&](const auto& copy) { return holds(copy, content); })) return;
+  const auto before = copiesNamed(prefix, ignored);
+  if (std::ranges::any_of(before, [&](const auto& copy) { return holds(copy, content); })) return;
   const auto [copy, name] = createCopy(prefix);
   try {
     writeAll(copy, std::as_bytes(std::span(content)), name);
@@ -71,9 +73,16 @@ void keepAside(const std::string& path, std::string_view content) {
   }
 }
 
+std::vector<std::string> copies(const std::string& path) {
+  std::error_code ignored;
+  auto found = copiesNamed(prefixOf(path), ignored);
+  std::ranges::sort(found);
+  return found;
+}
+
 bool hasCopy(const std::string& path) {
   std::error_code error;
-  return anyCopy(prefixOf(path), error, [](const auto&) { return true; }) || error;
+  return !copiesNamed(prefixOf(path), error).empty() || error;
 }
 
 }  // namespace lenslark::BrokenFile

@@ -2,6 +2,7 @@
 
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace lenslark::BrokenFile {
 
@@ -12,6 +13,9 @@ namespace lenslark::BrokenFile {
 ///
 /// **Fails** with std::system_error; half a copy is not left.
 void keepAside(const std::string& path, std::string_view content);
+
+/// The paths of the copies of a file that were kept, in order; of those that can be found.
+std::vector<std::string> copies(const std::string& path);
 
 /// Whether such a copy of a file was kept, or this cannot be found out.
 bool hasCopy(const std::string& path);

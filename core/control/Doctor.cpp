@@ -11,6 +11,7 @@
 #include <system_error>
 #include <utility>
 
+#include "base/BrokenFile.h"
 #include "config/Lenslark.h"
 #include "config/SavedConfig.h"
 #include "control/FeedFindings.h"
@@ -101,6 +102,17 @@ Checks settingsProblems(const std::filesystem::path& file) {
            "mend \"" + file.string() + "\", or move it away"}};
 }
 
+/// Nothing else tells why the media library only grows.
+Checks settingsKeptAside(const std::filesystem::path& file) {
+  std::vector<std::string> details = BrokenFile::copies(file.string());
+  if (details.empty()) return {};
+  details.emplace_back("Unused media are not removed while any such file is there.");
+  return {{Level::warning, "Settings that could not be read are kept aside", std::move(details),
+           "take what is still wanted from there into \"" + file.string() +
+               "\", then delete every config.json.broken-* "
+               "beside it"}};
+}
+
 Checks configurationChecks(const CameraControl& control) {
   const std::filesystem::path file = control.store().fileURL();
   std::error_code unknown;
@@ -108,6 +120,7 @@ Checks configurationChecks(const CameraControl& control) {
   const bool exists = std::filesystem::exists(file, unknown);
   const ConfigFile config = control.store().config();
   Checks problems = settingsProblems(file);
+  append(problems, settingsKeptAside(file));
   std::size_t items = 0;
   try {
     items = MediaIndex::read(control.media().directory() / "index.json").size();

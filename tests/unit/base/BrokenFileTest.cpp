@@ -44,6 +44,20 @@ TEST(BrokenFileTest, takesNoLinkToTheContentForACopy) {
   EXPECT_EQ(copiesIn(directory).size(), 2U);
 }
 
+TEST(BrokenFileTest, listsTheCopiesInOrder) {
+  const TemporaryDirectory directory;
+  const std::string later = directory.write("index.json.broken-1715000002", "b");
+  const std::string earlier = directory.write("index.json.broken-1715000001", "a");
+  directory.write("index.json", "[]");
+  directory.write("other.json.broken-1715000001", "c");
+  EXPECT_EQ(BrokenFile::copies(directory / "index.json"), (std::vector{earlier, later}));
+}
+
+TEST(BrokenFileTest, aDirectoryThatIsMissingHasNoCopies) {
+  const TemporaryDirectory directory;
+  EXPECT_TRUE(BrokenFile::copies(directory / "missing/index.json").empty());
+}
+
 TEST(BrokenFileTest, failsWhereNothingCanBeWritten) {
   const TemporaryDirectory directory;
   EXPECT_THROW(BrokenFile::keepAside(directory / "missing/index.json", "one"), std::system_error);

@@ -205,6 +205,33 @@ TEST_F(DoctorTest, tellsThatTheSettingsCannotBeRead) {
   EXPECT_EQ(check("Config: " + file).level, Level::ok);
 }
 
+TEST_F(DoctorTest, warnsOfSettingsThatAreKeptAside) {
+  const std::string later = folder.write("support/config.json.broken-1715000002", "{");
+  const std::string earlier = folder.write("support/config.json.broken-1715000001", "[");
+  EXPECT_EQ(check("Settings that could not be read are kept aside"),
+            (Check{Level::warning,
+                   "Settings that could not be read are kept aside",
+                   {earlier, later, "Unused media are not removed while any such file is there."},
+                   "take what is still wanted from there into \"" +
+                       (folder / "support" / "config.json").string() +
+                       "\", then delete every "
+                       "config.json.broken-* beside it"}));
+}
+
+TEST_F(DoctorTest, warnsOfNothingKeptAsideWhenThereIsNothing) {
+  folder.write("support/config.json.draft", "{");
+  EXPECT_EQ(check("Settings that could not be read are kept aside"), Check{});
+}
+
+TEST_F(DoctorTest, keptAsideSettingsComeBehindTheSettingsInForce) {
+  folder.write("support/config.json.broken-1715000001", "{");
+  const auto checks = run();
+  const auto found =
+      std::ranges::find(checks, "Settings that could not be read are kept aside", &Check::title);
+  ASSERT_NE(found, checks.end());
+  EXPECT_TRUE(std::prev(found)->title.starts_with("Config: "));
+}
+
 TEST_F(DoctorTest, goesOnPastALibraryThatCannotBeRead) {
   folder.write("support/Media/index.json", "{");
   feed("lenslark.shm", frameFile(gonePid, 1));
