@@ -32,11 +32,11 @@ alignas(32) const YuvConstants bt2020Limited = withBlueWeight(libyuv::kYuv2020Co
 AVColorSpace matrixOf(const ColorTags& tags, int height) noexcept {
   switch (tags.matrix) {
     case AVCOL_SPC_BT709:
+    case AVCOL_SPC_SMPTE240M:  // of early HD cameras: within 5 levels of BT.709, 32 off BT.601
       return AVCOL_SPC_BT709;
     case AVCOL_SPC_FCC:
     case AVCOL_SPC_BT470BG:
     case AVCOL_SPC_SMPTE170M:
-    case AVCOL_SPC_SMPTE240M:
       return AVCOL_SPC_SMPTE170M;
     case AVCOL_SPC_BT2020_NCL:
     case AVCOL_SPC_BT2020_CL:

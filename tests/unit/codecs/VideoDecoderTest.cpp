@@ -236,6 +236,12 @@ INSTANTIATE_TEST_SUITE_P(
                     Coding{"deepFull", "bt709", "tv", "yuv444p10le", exactHevc}),
     [](const auto& instance) { return std::string(instance.param.name); });
 
+TEST_F(VideoDecoderTest, takesFilmsOfEarlyHdCamerasForTheirNearestKin) {
+  const auto picture =
+      firstPicture(clip("240m.mkv", quarters + scaleTo("smpte240m", "tv", "yuv420p") + exactH264));
+  EXPECT_TRUE(showsQuarters(*picture, 8));
+}
+
 TEST_F(VideoDecoderTest, takesUntaggedSmallFilmsForBt601) {
   const auto picture = firstPicture(
       clip("c.mkv", quarters +
