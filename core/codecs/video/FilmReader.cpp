@@ -14,6 +14,7 @@
 
 extern "C" {
 #include <libavutil/avstring.h>
+#include <libavutil/common.h>
 }
 
 namespace lenslark::video {
@@ -33,6 +34,9 @@ constexpr const char* allowedDecoders =
 
 /// Opening may read this much before it gives up on a file.
 constexpr std::int64_t probeBytes = 32 << 20;
+
+/// More than any picture is decoded before it is shown.
+constexpr std::int64_t decodingLeadSeconds = 60;
 
 /// A film that is this late skips what no other picture needs; that late, up to a key frame.
 constexpr double lateSeconds = 0.25;
@@ -244,8 +248,16 @@ double FilmReader::timeOf(const AVFrame& frame) noexcept {
 
 void FilmReader::rewind() {
   io_.setPatience(patienceSeconds);
+  // Most formats look for when pictures are decoded, which is before they are shown.
+  const bool soughtAsShown = (format_->iformat->flags & AVFMT_SEEK_TO_PTS) != 0;
   const std::int64_t start = stream_->start_time == AV_NOPTS_VALUE ? 0 : stream_->start_time;
-  int result = av_seek_frame(format_.get(), stream_->index, start, AVSEEK_FLAG_BACKWARD);
+  const std::int64_t lead = av_rescale_q(decodingLeadSeconds, {1, 1}, stream_->time_base);
+  int result = AVERROR(ENOSYS);
+  const auto seek = [&](std::int64_t time) {
+    result = av_seek_frame(format_.get(), stream_->index, time, AVSEEK_FLAG_BACKWARD);
+  };
+  if (!soughtAsShown) seek(av_sat_sub64(start, lead));
+  if (result < 0) seek(start);
   if (result < 0) result = av_seek_frame(format_.get(), stream_->index, 0, AVSEEK_FLAG_BYTE);
   if (result < 0) {
     throw Error(fmt::format("{} cannot be played again: {}", name(), libavMessage(result)));

@@ -183,6 +183,18 @@ TEST_P(FilmContainers, arePlayedWhole) {
   EXPECT_EQ(allNumbers(*film), upTo(15));
 }
 
+TEST_P(FilmContainers, startAgainAtTheFirstPicture) {
+  const auto film = open(clip(GetParam().name, Clips::numbered(30, 0.5) + GetParam().coding));
+  for (int pass = 0; pass < 3; ++pass) {
+    const auto first = film->next();
+    ASSERT_TRUE(first);
+    EXPECT_NEAR(first->timeSec, 0, 0.1);
+    EXPECT_EQ(Clips::numberIn(*first->picture), 0);
+    EXPECT_EQ(allNumbers(*film).size(), 14U);
+    film->rewind();
+  }
+}
+
 INSTANTIATE_TEST_SUITE_P(
     Formats, FilmContainers,
     testing::Values(
@@ -193,6 +205,14 @@ INSTANTIATE_TEST_SUITE_P(
         Container{"vp9.webm", " -c:v libvpx-vp9 -deadline realtime -b:v 2M "},
         Container{"av1.mp4", " -c:v libaom-av1 -cpu-used 8 -usage realtime "},
         Container{"mpeg4.avi", " -c:v mpeg4 -q:v 2 "},
+        Container{"h264.ts", " -c:v libx264 -bf 3 -b_strategy 0 "},
+        Container{"hevc.mts", " -c:v libx265 -x265-params log-level=none -f mpegts "},
+        Container{"mpeg2.mpg", " -c:v mpeg2video -bf 2 -g 30 -q:v 2 "},
+        Container{"mpeg2.ts", " -c:v mpeg2video -bf 2 -g 30 -q:v 2 "},
+        Container{"h264.flv", " -c:v libx264 -bf 3 -b_strategy 0 "},
+        Container{"h264.mp4", " -c:v libx264 -bf 3 -movflags frag_keyframe+empty_moov "},
+        Container{"wmv2.wmv", " -c:v wmv2 -q:v 2 "},
+        Container{"theora.ogv", " -c:v libtheora -q:v 10 "},
         Container{"mjpeg.avi", " -c:v mjpeg -q:v 2 -pix_fmt yuvj420p "},
         Container{"prores.mov", " -c:v prores_ks -profile:v 2 "},
         Container{"prores4444.mov", " -c:v prores_ks -profile:v 4 -pix_fmt yuva444p10le "}),
