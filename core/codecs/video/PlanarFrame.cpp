@@ -2,9 +2,12 @@
 
 #include <libyuv/convert_argb.h>
 
+#include <algorithm>
 #include <new>
 #include <utility>
 #include <vector>
+
+#include "graphics/PageAhead.h"
 
 namespace lenslark::video {
 namespace {
@@ -84,6 +87,19 @@ bool PlanarFrame::drawScaled(const PixelRect& part, const PixelSpan& target) con
 
 bool PlanarFrame::convert(const Planes& planes, Depth depth,
                           const PixelSpan& target) const noexcept {
+  constexpr int most = 4;  // rows; two at least, which share their colours
+  const auto [width, height] = target.size;
+  const auto rowsFrom = [&](int y) { return PixelRect{0, y, width, std::min(most, height - y)}; };
+  for (int y = 0; y < height; y += most) {
+    if (y + most < height) lookUpPages(target.part(rowsFrom(y + most)));
+    const PixelRect rows = rowsFrom(y);
+    if (!convertRows(crop(planes, rows), depth, target.part(rows))) return false;
+  }
+  return true;
+}
+
+bool PlanarFrame::convertRows(const Planes& planes, Depth depth,
+                              const PixelSpan& target) const noexcept {
   const bool deep = depth == Depth::ten;
   switch (planes.chroma) {
     case Chroma::quarter:

@@ -25,6 +25,7 @@ class PlanarFrame final : public Frame {
 
  private:
   bool convert(const Planes& planes, Depth depth, const PixelSpan& target) const noexcept;
+  bool convertRows(const Planes& planes, Depth depth, const PixelSpan& target) const noexcept;
   bool drawScaled(const PixelRect& part, const PixelSpan& target) const;
 
   const Planes planes_;
