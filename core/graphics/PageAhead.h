@@ -1,18 +1,16 @@
 #pragma once
 
 #include <cstddef>
-
-#include "graphics/PixelView.h"
+#include <cstdint>
 
 namespace lenslark {
 
-/// Has the processor look up where the pages of pixels lie that are written soon, while it is busy
-/// with others: the first store to a page waits for that otherwise, a frame of 1080p two thousand
+/// Has the processor look up where the pages of memory lie that is written soon, while it is busy
+/// with other: the first store to a page waits for that otherwise, a frame of 1080p two thousand
 /// times. One line of each page is enough.
-inline void lookUpPages(const PixelSpan& pixels) noexcept {
-  constexpr std::ptrdiff_t page = 4096;
-  const std::ptrdiff_t bytes = pixels.stride * pixels.size.height;
-  for (std::ptrdiff_t at = 0; at < bytes; at += page) __builtin_prefetch(pixels.data + at, 1);
+inline void lookUpPages(const std::uint8_t* memory, std::size_t bytes) noexcept {
+  constexpr std::size_t page = 4096;
+  for (std::size_t at = 0; at < bytes; at += page) __builtin_prefetch(memory + at, 1);
 }
 
 }  // namespace lenslark

@@ -89,10 +89,13 @@ bool PlanarFrame::convert(const Planes& planes, Depth depth,
                           const PixelSpan& target) const noexcept {
   constexpr int most = 4;  // rows; two at least, which share their colours
   const auto [width, height] = target.size;
-  const auto rowsFrom = [&](int y) { return PixelRect{0, y, width, std::min(most, height - y)}; };
   for (int y = 0; y < height; y += most) {
-    if (y + most < height) lookUpPages(target.part(rowsFrom(y + most)));
-    const PixelRect rows = rowsFrom(y);
+    const PixelRect rows{0, y, width, std::min(most, height - y)};
+    const int next = y + most;
+    if (next < height) {
+      lookUpPages(target.row(next), static_cast<std::size_t>(target.stride) *
+                                        static_cast<std::size_t>(std::min(most, height - next)));
+    }
     if (!convertRows(crop(planes, rows), depth, target.part(rows))) return false;
   }
   return true;

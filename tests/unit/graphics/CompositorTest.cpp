@@ -4,6 +4,7 @@
 
 #include <cmath>
 #include <cstdlib>
+#include <cstring>
 #include <limits>
 #include <utility>
 
@@ -21,6 +22,14 @@ int distance(const Pixel& a, const Pixel& b) {
 }
 
 constexpr int filterTolerance = 1;
+
+TEST(CompositorTest, copyKeepsEveryByteOfAPictureOfManyPages) {
+  constexpr Size size{131, 97};
+  const auto picture = numberedPicture(size);
+  PixelBuffer copy(size, true);
+  Compositor::copy(picture->view(), copy.span());
+  EXPECT_EQ(std::memcmp(copy.view().data, picture->view().data, 131 * 97 * 4), 0);
+}
 
 TEST(CompositorTest, copyKeepsEveryByteAcrossStrides) {
   const auto picture = numberedPicture({11, 6}, 20);
