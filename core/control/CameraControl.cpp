@@ -1,12 +1,14 @@
 #include "control/CameraControl.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <map>
 #include <nlohmann/json.hpp>
 #include <system_error>
 
 #include "base/Log.h"
 #include "base/Text.h"
+#include "base/WholeFile.h"
 #include "control/DeviceSelector.h"
 #include "control/SlideshowFiles.h"
 #include "devices/AndroidEmulator.h"
@@ -33,11 +35,20 @@ Names namesIn(const MediaLibrary& media) {
 
 namespace fs = std::filesystem;
 
+/// A tool that cannot be started for want of descriptors or processes says nothing of the devices;
+/// one that is not there says that there are none.
+void tellOfShortage(const char* devices, const std::system_error& error) {
+  const int number = error.code().value();
+  if (!isShortage(number) && number != EAGAIN) return;
+  Log::router().error("{} cannot be listed: {}", devices, error.what());
+}
+
 std::vector<Simulator::Device> bootedSimulators() {
   try {
     return Simulator::bootedDevices();
-  } catch (const std::system_error&) {
-    return {};  // No simctl on this machine: there are no simulators then.
+  } catch (const std::system_error& error) {
+    tellOfShortage("simulators", error);
+    return {};
   } catch (const std::exception& error) {
     // The emulators can be listed all the same.
     Log::router().error("simctl cannot be understood: {}", error.what());
@@ -48,8 +59,9 @@ std::vector<Simulator::Device> bootedSimulators() {
 std::vector<AndroidEmulator::Process> runningEmulators() {
   try {
     return AndroidEmulator::processes();
-  } catch (const std::system_error&) {
-    return {};  // No process can be started now: the simulators can be listed all the same.
+  } catch (const std::system_error& error) {
+    tellOfShortage("emulators", error);
+    return {};  // The simulators can be listed all the same.
   }
 }
 

@@ -5,6 +5,7 @@ import os
 import random
 import unittest
 
+import standins
 from lenslark import BLUE, GREEN, EndToEndTest, eventually
 from test_device_feeds import FeedsTest, simulator_feed
 
@@ -43,6 +44,22 @@ class FewDescriptorsTest(FeedsTest):
             eventually(lambda: all(self.colour(simulator_feed(udid)) == BLUE for udid in stay),
                        deadline=30)
             self.assertNotIn("the media library has no", serving.errors())
+
+
+class DeviceListTest(EndToEndTest):
+    def test_what_cannot_be_listed_is_told(self):
+        name = f"Avd_{os.getpid()}"
+        self.addCleanup(standins.RunningEmulator(self.folder, name).end)
+        listed = 0
+        for descriptors in range(24, 4, -1):
+            few = ("/bin/sh", "-c", f'ulimit -n {descriptors} && exec "$@"', "sh")
+            result = self.lenslark.run("devices", prefix=few)
+            if f"[android:{name}]".encode() in result.stdout:
+                listed += 1
+            else:
+                self.assertIn(b"Too many open files", result.stderr, descriptors)
+        self.assertGreater(listed, 0)
+        self.assertLess(listed, 20)
 
 
 @unittest.skipIf(SANITIZED, "the sanitizers reserve terabytes of address space")
