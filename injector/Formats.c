@@ -1,7 +1,6 @@
 #include "Formats.h"
 
 #include <errno.h>
-#include <stdlib.h>
 #include <string.h>
 
 static const struct {

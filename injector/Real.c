@@ -1,8 +1,6 @@
 #include "Real.h"
 
 #include <dlfcn.h>
-#include <errno.h>
-#include <fcntl.h>
 #include <stdatomic.h>
 #include <string.h>
 #include <sys/syscall.h>

@@ -10,7 +10,6 @@
 #include <chrono>
 #include <limits>
 #include <span>
-#include <system_error>
 #include <thread>
 
 #include "base/Clock.h"

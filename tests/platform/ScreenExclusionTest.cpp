@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 #include <xcb/shape.h>
 
-#include <atomic>
 #include <thread>
 
 #include "platform/Film.h"

@@ -2,7 +2,6 @@
 #include <sys/resource.h>
 #include <sys/stat.h>
 
-#include <fstream>
 #include <thread>
 
 #include "codecs/ImageCodec.h"

@@ -1,6 +1,5 @@
 #include "control/Doctor.h"
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -12,7 +11,6 @@
 #include <algorithm>
 #include <cstring>
 #include <nlohmann/json.hpp>
-#include <span>
 
 #include "base/Error.h"
 #include "base/FileDescriptor.h"

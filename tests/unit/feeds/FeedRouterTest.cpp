@@ -4,7 +4,6 @@
 
 #include <unistd.h>
 
-#include <condition_variable>
 #include <future>
 #include <latch>
 #include <system_error>
@@ -12,7 +11,6 @@
 #include "base/Clock.h"
 #include "base/Uuid.h"
 #include "codecs/Modules.h"
-#include "config/Lenslark.h"
 #include "feeds/FeedReader.h"
 #include "support/Eventually.h"
 #include "support/FakeSources.h"

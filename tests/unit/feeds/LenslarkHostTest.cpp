@@ -4,7 +4,6 @@
 
 #include <unistd.h>
 
-#include <latch>
 #include <thread>
 
 #include "feeds/FeedReader.h"

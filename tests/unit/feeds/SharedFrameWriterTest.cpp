@@ -11,7 +11,6 @@
 #include <optional>
 #include <string>
 #include <utility>
-#include <vector>
 
 #include "base/Clock.h"
 #include "support/FrameFileCopy.h"
