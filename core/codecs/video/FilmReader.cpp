@@ -38,6 +38,10 @@ constexpr std::int64_t probeBytes = 32 << 20;
 /// More than any picture is decoded before it is shown.
 constexpr std::int64_t decodingLeadSeconds = 60;
 
+/// Time stamps that go back by more belong to another recording, which was strung to the one
+/// before: it follows it, instead of being late as a whole.
+constexpr double clockResetSeconds = 0.5;
+
 /// A film that is this late skips what no other picture needs; that late, up to a key frame.
 constexpr double lateSeconds = 0.25;
 constexpr double veryLateSeconds = 1.5;
@@ -236,11 +240,16 @@ double FilmReader::timeOf(const AVFrame& frame) noexcept {
   } else if (stream_->start_time != AV_NOPTS_VALUE) {
     start = stream_->start_time;
   }
+  const double step = info_.nominalFps > 0 ? 1 / info_.nominalFps : 1.0 / 30;
   double time = 0;
   if (frame.best_effort_timestamp != AV_NOPTS_VALUE) {
-    time = static_cast<double>(frame.best_effort_timestamp - start) * av_q2d(stream_->time_base);
+    const double stamp =
+        static_cast<double>(frame.best_effort_timestamp - start) * av_q2d(stream_->time_base);
+    if (stamp < lastStamp_ - clockResetSeconds) clockShift_ = lastTime_ + step - stamp;
+    lastStamp_ = stamp;
+    time = stamp + clockShift_;
   } else if (lastTime_ >= 0) {
-    time = lastTime_ + (info_.nominalFps > 0 ? 1 / info_.nominalFps : 1.0 / 30);
+    time = lastTime_ + step;
   }
   lastTime_ = std::max({time, lastTime_, 0.0});
   return lastTime_;
@@ -265,6 +274,8 @@ void FilmReader::rewind() {
   avcodec_flush_buffers(codec_.get());
   draining_ = false;
   lastTime_ = -1;
+  lastStamp_ = noStamp;
+  clockShift_ = 0;
   hurry_ = Hurry::none;
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <limits>
 #include <memory>
 #include <optional>
 #include <string>
@@ -65,6 +66,8 @@ class FilmReader final : public VideoDecoder {
   double timeOf(const AVFrame& frame) noexcept;
   std::string name() const;
 
+  static constexpr double noStamp = -std::numeric_limits<double>::infinity();
+
   const std::string path_;
   FileIO io_;
   std::unique_ptr<AVFormatContext, FormatDeleter> format_;
@@ -75,8 +78,10 @@ class FilmReader final : public VideoDecoder {
   std::unique_ptr<FramePreparer> preparer_;
   VideoInfo info_;
 
-  double lastTime_ = -1;   ///< Of the latest picture.
-  bool draining_ = false;  ///< The whole file was fed.
+  double lastTime_ = -1;        ///< Of the latest picture.
+  double lastStamp_ = noStamp;  ///< That picture's time as the film has it.
+  double clockShift_ = 0;       ///< What is added to it.
+  bool draining_ = false;       ///< The whole file was fed.
   Hurry hurry_ = Hurry::none;
 };
 

@@ -150,6 +150,24 @@ TEST_F(VideoDecoderTest, takesTheStartOfAShiftedFilmForItsBeginning) {
   EXPECT_NEAR(film->next()->timeSec, 0, 0.01);
 }
 
+TEST_F(VideoDecoderTest, showsRecordingsThatWereStrungTogetherOneAfterTheOther) {
+  const std::string second = clip("two.ts", Clips::numbered(10, 2) + Clips::h264);
+  const std::string both = clip("one.ts", Clips::numbered(10, 2) + Clips::h264);
+  std::ofstream(both, std::ios::binary | std::ios::app)
+      << std::ifstream(second, std::ios::binary).rdbuf();
+  const auto film = open(both);
+  for (int pass = 0; pass < 2; ++pass) {
+    for (int picture = 0; picture < 40; ++picture) {
+      const auto frame = film->next();
+      ASSERT_TRUE(frame);
+      EXPECT_EQ(Clips::numberIn(*frame->picture), picture % 20);
+      EXPECT_NEAR(frame->timeSec, picture * 0.1, 0.01);
+    }
+    EXPECT_FALSE(film->next());
+    film->rewind();
+  }
+}
+
 TEST_F(VideoDecoderTest, describesTheFilm) {
   const auto film = open(clip("a.mp4", Clips::numbered(25, 2) + Clips::h264));
   EXPECT_EQ(film->info().size, (Size{256, 64}));
