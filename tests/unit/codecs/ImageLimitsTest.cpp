@@ -72,9 +72,27 @@ TEST_F(ImageLimitsTest, refusesTruncatedPictures) {
   }
 }
 
+TEST_F(ImageLimitsTest, showsPanoramas) {
+  sample_.run(
+      "vips black a.v 32768 96 --bands 3 && vips linear a.v b.v 1 200 --uchar && "
+      "vips copy b.v c.v --interpretation srgb && "
+      "for f in png jpg tif; do vips copy c.v wide.$f; done && vips rot c.v d.v d90 && "
+      "for f in png jpg tif; do vips copy d.v tall.$f; done && "
+      "ffmpeg -loglevel error -i wide.png wide.bmp && ffmpeg -loglevel error -i tall.png tall.bmp");
+  for (const std::string format : {"png", "jpg", "tif", "bmp"}) {
+    const auto wide = Modules::imageCodec().load(sample_.path("wide." + format), 2048);
+    const auto tall = Modules::imageCodec().load(sample_.path("tall." + format), 2048);
+    ASSERT_TRUE(wide && tall) << format;
+    EXPECT_EQ(wide->size(), (Size{2048, 6})) << format;
+    EXPECT_EQ(tall->size(), (Size{6, 2048})) << format;
+    EXPECT_NEAR(wide->view().row(3)[4096], 200, 2) << format;
+    EXPECT_NEAR(tall->view().row(1024)[12], 200, 2) << format;
+  }
+}
+
 TEST_F(ImageLimitsTest, refusesPicturesBeyondTheLimitsByTheirHeader) {
   sample_.run(
-      "vips black wide.v 16385 1 && vips pngsave wide.v side.png && vips gifsave wide.v side.gif "
+      "vips black wide.v 32769 1 && vips pngsave wide.v side.png && vips gifsave wide.v side.gif "
       "&& "
       "vips black large.v 16000 9999 && vips tiffsave large.v area.tif --bitdepth 1 && "
       "vips black bomb.v 17000 17000 && vips pngsave bomb.v bomb.png --bitdepth 1");
