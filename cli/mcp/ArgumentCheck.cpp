@@ -2,6 +2,7 @@
 
 #include <fmt/core.h>
 
+#include <cmath>
 #include <nlohmann/json.hpp>
 
 #include "base/Json.h"
@@ -56,14 +57,16 @@ bool hasType(const json& value, const std::string& type) {
   if (type == "object") return value.is_object();
   // JSON does not tell 2 from 2.0.
   return value.is_number_integer() ||
-         (value.is_number() && Json::number(value.get<double>()).is_number_integer());
+         (value.is_number() && std::nearbyint(value.get<double>()) == value.get<double>());
 }
 
+/// Of a number. In floating point: between integers of different signedness, the JSON library takes
+/// what needs 64 bits for negative.
 bool inRange(const json& value, const json& schema) {
   const auto minimum = schema.find("minimum");
   const auto maximum = schema.find("maximum");
-  return (minimum == schema.end() || value >= *minimum) &&
-         (maximum == schema.end() || value <= *maximum);
+  return (minimum == schema.end() || value.get<double>() >= minimum->get<double>()) &&
+         (maximum == schema.end() || value.get<double>() <= maximum->get<double>());
 }
 
 bool isChoice(const json& value, const json& schema) {

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <nlohmann/json.hpp>
+#include <string>
 
 #include "control/ControlError.h"
 #include "mcp/ToolTable.h"
@@ -77,6 +78,20 @@ TEST(ArgumentCheckTest, rangesAreTold) {
             "overlay.scale is 3; it must be a number from 0.05 to 1");
   EXPECT_EQ(complaint("set_source", R"({"kind": "pattern", "overlay": {"path": "x", "x": -0.1}})"),
             "overlay.x is -0.1; it must be a number from 0 to 1");
+}
+
+TEST(ArgumentCheckTest, integersOfAnySizeHaveTheirPlaceInARange) {
+  for (const char* large : {"9223372036854775807", "9223372036854775808", "18446744073709551615"}) {
+    const std::string interval = std::string(R"({"kind": "pattern", "interval": )") + large + "}";
+    EXPECT_NE(complaint("set_source", interval.c_str()), "") << large;
+  }
+  EXPECT_NE(complaint("set_source", R"({"kind": "pattern", "interval": -9223372036854775808})"),
+            "");
+}
+
+TEST(ArgumentCheckTest, wholeNumbersMayBeWrittenInAnyWay) {
+  EXPECT_EQ(complaint("set_source", R"({"kind": "display", "displayIndex": 1e18})"), "");
+  EXPECT_EQ(complaint("set_source", R"({"kind": "display", "displayIndex": -2.0e0})"), "");
 }
 
 TEST(ArgumentCheckTest, choicesAreTold) {
