@@ -11,7 +11,7 @@
 #include <memory>
 #include <new>
 
-#include "graphics/PageAhead.h"
+#include "graphics/LookUpPages.h"
 
 namespace lenslark::Compositor {
 namespace {

@@ -98,6 +98,8 @@ PixelBufferPool::~PixelBufferPool() = default;
 
 Size PixelBufferPool::size() const noexcept { return state_->size; }
 
+bool PixelBufferPool::opaque() const noexcept { return state_->opaque; }
+
 std::shared_ptr<PixelBuffer> PixelBufferPool::take() {
   std::unique_ptr<PixelBuffer> buffer;
   {

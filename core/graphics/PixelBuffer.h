@@ -51,6 +51,7 @@ class PixelBufferPool {
   ~PixelBufferPool();
 
   Size size() const noexcept;
+  bool opaque() const noexcept;
 
   /// A buffer with arbitrary content. **Fails** with std::bad_alloc.
   std::shared_ptr<PixelBuffer> take();

@@ -171,18 +171,14 @@ std::optional<std::string> SourceHub::error() const {
 void SourceHub::emit(FramePtr frame) noexcept {
   if (!frame) return;
   std::shared_ptr<const Seats> seats;
-  {
-    const std::lock_guard lock(mutex_);
-    seats = seats_;
-  }
-  if (worthSharing(frame->size(), seats->size())) frame = shared(std::move(frame));
   std::uint64_t number = 0;
   {
     const std::lock_guard lock(mutex_);
     if (stopped_) return;
+    frame = readyLocked(std::move(frame));
     last_ = frame;
     number = ++frames_;
-    seats = seats_;  // a sink that joined meanwhile found the frame before this one
+    seats = seats_;
   }
   for (const auto& seat : *seats) seat->deliver(frame, number, kind_);
 }
@@ -192,24 +188,19 @@ bool SourceHub::worthSharing(Size size, std::size_t sinks) noexcept {
   return static_cast<std::int64_t>(sinks) * size.width * size.height >= 4 * fullHd;
 }
 
-FramePtr SourceHub::shared(FramePtr frame) noexcept {
+FramePtr SourceHub::readyLocked(FramePtr frame) noexcept {
+  if (!worthSharing(frame->size(), seats_->size())) {
+    pool_.reset();
+    return frame;
+  }
   try {
-    std::shared_ptr<const PixelBuffer> whole(frame, frame->pixelBuffer());
-    if (!whole) whole = inMemory(*frame);
-    if (whole) return std::make_shared<SharedPicture>(frame, std::move(whole));
+    if (!pool_ || pool_->size() != frame->size() || pool_->opaque() != frame->opaque()) {
+      pool_ = std::make_shared<PixelBufferPool>(frame->size(), frame->opaque());
+    }
+    return std::make_shared<SharedPicture>(frame, pool_);
   } catch (const std::bad_alloc&) {
-    // Then each sink draws it for itself.
+    return frame;  // then each sink draws it for itself
   }
-  return frame;
-}
-
-std::shared_ptr<const PixelBuffer> SourceHub::inMemory(const Frame& frame) {
-  if (!pool_ || pool_->size() != frame.size() || poolOpaque_ != frame.opaque()) {
-    poolOpaque_ = frame.opaque();
-    pool_ = std::make_unique<PixelBufferPool>(frame.size(), poolOpaque_);
-  }
-  auto buffer = pool_->take();
-  return frame.draw(frame.bounds(), buffer->span()) ? std::move(buffer) : nullptr;
 }
 
 }  // namespace lenslark

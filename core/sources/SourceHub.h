@@ -60,9 +60,8 @@ class SourceHub : public std::enable_shared_from_this<SourceHub> {
   /// reads it: drawn for each and drawn once cost the same for two or three 1080p pictures, from
   /// four on drawing once costs less.
   static bool worthSharing(Size size, std::size_t sinks) noexcept;
-  FramePtr shared(FramePtr frame) noexcept;
-  /// Nothing when it could not be drawn. **Fails** with std::bad_alloc.
-  std::shared_ptr<const PixelBuffer> inMemory(const Frame& frame);
+  /// What the sinks get of a frame.
+  FramePtr readyLocked(FramePtr frame) noexcept;
 
   const std::string key_;
   std::unique_ptr<FrameSource> source_;
@@ -77,10 +76,7 @@ class SourceHub : public std::enable_shared_from_this<SourceHub> {
   std::optional<std::string> error_;
   bool started_ = false;
   bool stopped_ = false;
-
-  // The emitting thread's.
-  std::unique_ptr<PixelBufferPool> pool_;
-  bool poolOpaque_ = false;
+  std::shared_ptr<PixelBufferPool> pool_;  // for as long as pictures are shared
 };
 
 }  // namespace lenslark

@@ -87,7 +87,8 @@ class StampedFrame final : public Frame {
 FramePtr pictureOf(std::uint32_t number, Size most) {
   auto stamped = std::make_shared<const StampedFrame>(number, most);
   if (number % 2 == 0) return stamped;
-  return std::make_shared<SharedPicture>(stamped, materialize(*stamped));
+  const auto pool = std::make_shared<PixelBufferPool>(stamped->size(), true);
+  return std::make_shared<SharedPicture>(stamped, pool);
 }
 
 /// The number of a whole picture. Nothing for a torn one.

@@ -7,7 +7,7 @@
 #include <utility>
 #include <vector>
 
-#include "graphics/PageAhead.h"
+#include "graphics/LookUpPages.h"
 
 namespace lenslark::video {
 namespace {

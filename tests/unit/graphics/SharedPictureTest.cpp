@@ -2,42 +2,71 @@
 
 #include <gtest/gtest.h>
 
+#include <thread>
+#include <vector>
+
 #include "support/NumberedPicture.h"
+#include "support/PlanarPicture.h"
 
 namespace lenslark {
 namespace {
 
-constexpr Pixel ofOriginal{10, 20, 30, 255};
-constexpr Pixel ofWhole{40, 50, 60, 255};
-
-/// The two differ here, to tell which of them was drawn.
 class SharedPictureTest : public testing::Test {
  protected:
-  /// The first pixel of `part` at `size`.
-  Pixel pixelOf(const PixelRect& part, Size size) const {
-    PixelBuffer target(size);
-    EXPECT_TRUE(shared.draw(part, target.span()));
-    return pixelAt(target.view(), 0, 0);
+  static constexpr Size size{8, 6};
+
+  /// The last pixel of `part` at a size of its own.
+  static Pixel pixelOf(const Frame& frame, const PixelRect& part, Size drawnSize) {
+    PixelBuffer target(drawnSize);
+    EXPECT_TRUE(frame.draw(part, target.span()));
+    return pixelAt(target.view(), drawnSize.width - 1, drawnSize.height - 1);
   }
 
-  const SharedPicture shared{uniformPicture({8, 6}, ofOriginal), uniformPicture({8, 6}, ofWhole)};
+  const std::shared_ptr<PlanarPicture> original = std::make_shared<PlanarPicture>(size);
+  const std::shared_ptr<PixelBufferPool> pool = std::make_shared<PixelBufferPool>(size, true);
+  const SharedPicture shared{original, pool};
 };
 
-TEST_F(SharedPictureTest, copiesWhatIsInMemoryForWhoeverWantsAllOfIt) {
-  EXPECT_EQ(pixelOf(shared.bounds(), shared.size()), ofWhole);
+TEST_F(SharedPictureTest, isDrawnOnceForAllWhoShowItAsItIs) {
+  for (int camera = 0; camera < 3; ++camera) {
+    EXPECT_EQ(pixelOf(shared, shared.bounds(), size), (Pixel{3, 2, 1, 255}));
+  }
+  EXPECT_EQ(original->drawn, 1);
 }
 
-TEST_F(SharedPictureTest, drawsAPartFromTheOriginal) {
-  EXPECT_EQ(pixelOf({1, 1, 4, 4}, {4, 4}), ofOriginal);
+TEST_F(SharedPictureTest, isDrawnOnceForThreadsThatShowItAtOnce) {
+  {
+    std::vector<std::jthread> cameras;
+    for (int camera = 0; camera < 4; ++camera) {
+      cameras.emplace_back([this] {
+        EXPECT_EQ(pixelOf(shared, shared.bounds(), size), (Pixel{3, 2, 1, 255}));
+      });
+    }
+  }
+  EXPECT_EQ(original->drawn, 1);
 }
 
-TEST_F(SharedPictureTest, drawsAnotherSizeFromTheOriginal) {
-  EXPECT_EQ(pixelOf(shared.bounds(), {4, 3}), ofOriginal);
+TEST_F(SharedPictureTest, hasAPartDrawnFromTheOriginal) {
+  const auto numbered = numberedPicture({8, 6});
+  const SharedPicture picture(numbered, pool);
+  EXPECT_EQ(pixelOf(picture, {2, 1, 4, 4}, {4, 4}), numberedPixel(5, 4));
 }
 
-TEST_F(SharedPictureTest, isAsOpaqueAsWhatIsInMemory) {
-  EXPECT_TRUE(SharedPicture(nullptr, std::make_shared<PixelBuffer>(Size{2, 2}, true)).opaque());
-  EXPECT_FALSE(SharedPicture(nullptr, std::make_shared<PixelBuffer>(Size{2, 2}, false)).opaque());
+TEST_F(SharedPictureTest, isNotDrawnIntoMemoryForPartsAndOtherSizes) {
+  pixelOf(shared, {1, 1, 4, 4}, {4, 4});
+  pixelOf(shared, shared.bounds(), {4, 3});
+  EXPECT_EQ(original->drawn, 2);
+}
+
+TEST_F(SharedPictureTest, copiesWhatIsInMemoryAlready) {
+  const auto picture = numberedPicture({8, 6});
+  EXPECT_EQ(pixelOf(SharedPicture(picture, nullptr), picture->bounds(), size), numberedPixel(7, 5));
+}
+
+TEST_F(SharedPictureTest, tellsThatItCannotBeDrawn) {
+  original->drawable = false;
+  PixelBuffer target(size);
+  EXPECT_FALSE(shared.draw(shared.bounds(), target.span()));
 }
 
 }  // namespace

@@ -9,29 +9,10 @@
 #include "base/Error.h"
 #include "support/Eventually.h"
 #include "support/FakeSources.h"
+#include "support/PlanarPicture.h"
 
 namespace lenslark {
 namespace {
-
-/// A picture that is not in memory yet, and counts how often it was drawn.
-class PlanarFrame final : public Frame {
- public:
-  explicit PlanarFrame(Size size = {4, 2}) : size_(size) {}
-
-  Size size() const noexcept override { return size_; }
-  bool opaque() const noexcept override { return true; }
-  bool draw(const PixelRect&, const PixelSpan& target) const noexcept override {
-    ++drawn;
-    Compositor::fill(target, {1, 2, 3, 255});
-    return drawable;
-  }
-
-  mutable std::atomic<int> drawn = 0;
-  bool drawable = true;
-
- private:
-  Size size_;
-};
 
 /// Starts and stops on a queue of its own, as sources do whose pictures wait for disks.
 class QueuedSource final : public FrameSource {
@@ -361,7 +342,7 @@ class SharingSourceHubTest : public SourceHubTest {
 };
 
 TEST_F(SharingSourceHubTest, drawsALargePictureOnceForAllWhoWantIt) {
-  const auto frame = std::make_shared<PlanarFrame>(fullHd);
+  const auto frame = std::make_shared<PlanarPicture>(fullHd);
   for (const FramePtr& got : emitTo(4, frame)) {
     PixelBuffer shown(fullHd);
     ASSERT_TRUE(got->draw(got->bounds(), shown.span()));
@@ -370,35 +351,16 @@ TEST_F(SharingSourceHubTest, drawsALargePictureOnceForAllWhoWantIt) {
   EXPECT_EQ(frame->drawn, 1);
 }
 
-TEST_F(SharingSourceHubTest, hasAPartDrawnFromTheFrameItself) {
-  const auto frame = std::make_shared<PlanarFrame>(fullHd);
-  const auto got = emitTo(4, frame);
-  PixelBuffer shown({8, 8});
-  ASSERT_TRUE(got[0]->draw({16, 16, 8, 8}, shown.span()));
-  EXPECT_EQ(frame->drawn, 2);
-}
-
-TEST_F(SharingSourceHubTest, sharesAPictureThatIsInMemoryWithoutDrawingIt) {
-  const auto picture = plainPicture(fullHd);
-  EXPECT_EQ(emitTo(4, picture)[3]->pixelBuffer(), picture.get());
-}
-
 TEST_F(SharingSourceHubTest, leavesDrawingToFewSinks) {
-  const auto frame = std::make_shared<PlanarFrame>(fullHd);
+  const auto frame = std::make_shared<PlanarPicture>(fullHd);
   EXPECT_EQ(emitTo(3, frame)[0], frame);
   EXPECT_EQ(frame->drawn, 0);
 }
 
 TEST_F(SharingSourceHubTest, leavesDrawingASmallPictureToItsSinks) {
-  const auto frame = std::make_shared<PlanarFrame>();
+  const auto frame = std::make_shared<PlanarPicture>(Size{4, 2});
   EXPECT_EQ(emitTo(20, frame)[19], frame);
   EXPECT_EQ(frame->drawn, 0);
-}
-
-TEST_F(SharingSourceHubTest, passesOnAFrameThatItCannotDraw) {
-  const auto frame = std::make_shared<PlanarFrame>(fullHd);
-  frame->drawable = false;
-  EXPECT_EQ(emitTo(4, frame)[0], frame);
 }
 
 }  // namespace
