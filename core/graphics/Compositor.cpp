@@ -11,8 +11,6 @@
 #include <memory>
 #include <new>
 
-#include "graphics/LookUpPages.h"
-
 namespace lenslark::Compositor {
 namespace {
 
@@ -186,19 +184,6 @@ void blendRow(const std::uint8_t* picture, std::uint8_t* target, int width) noex
   }
 }
 
-/// As memcpy, which does not look ahead to the pages that come next.
-void copyBytes(const std::uint8_t* from, std::uint8_t* to, std::size_t bytes) noexcept {
-  constexpr std::size_t piece = std::size_t{16} << 10;
-  while (bytes > piece) {
-    bytes -= piece;
-    lookUpPages(to + piece, std::min(piece, bytes));
-    std::memcpy(to, from, piece);
-    from += piece;
-    to += piece;
-  }
-  std::memcpy(to, from, bytes);
-}
-
 }  // namespace
 
 void copy(const PixelView& source, const PixelSpan& target) noexcept {
@@ -206,7 +191,7 @@ void copy(const PixelView& source, const PixelSpan& target) noexcept {
   const std::size_t rowBytes = static_cast<std::size_t>(source.size.width) * 4;
   const auto tight = static_cast<std::ptrdiff_t>(rowBytes);
   if (source.stride == tight && target.stride == tight) {
-    copyBytes(source.data, target.data, tightBytes(source.size));
+    std::memcpy(target.data, source.data, tightBytes(source.size));
     return;
   }
   for (int y = 0; y < source.size.height; ++y) {
