@@ -109,8 +109,7 @@ Checks settingsKeptAside(const std::filesystem::path& file) {
   details.emplace_back("Unused media are not removed while any such file is there.");
   return {{Level::warning, "Settings that could not be read are kept aside", std::move(details),
            "take what is still wanted from there into \"" + file.string() +
-               "\", then delete every config.json.broken-* "
-               "beside it"}};
+               "\", then delete every config.json.broken-* beside it"}};
 }
 
 Checks configurationChecks(const CameraControl& control) {

@@ -57,8 +57,8 @@ class SourceHub : public std::enable_shared_from_this<SourceHub> {
   void runStart(const std::optional<std::string>& knownError);
   void emit(FramePtr frame) noexcept;
   /// Whether the sinks write so much of one picture that it is gone from the caches before anybody
-  /// reads it: drawn for each and drawn once cost the same for two or three 1080p pictures, from
-  /// four on drawing once costs less.
+  /// reads it. For up to three 1080p pictures, drawing each costs as much or less; from four on,
+  /// drawing once costs less.
   static bool worthSharing(Size size, std::size_t sinks) noexcept;
   /// What the sinks get of a frame.
   FramePtr readyLocked(FramePtr frame) noexcept;
